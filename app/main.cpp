@@ -1,0 +1,42 @@
+#include "applanguage.h"
+#include "crashdump.h"
+#include "qtsingleapplication.h"
+#include "startupwindow.h"
+
+#include <QFontDatabase>
+#include <QIcon>
+#include <QTextCodec>
+
+int main(int argc, char *argv[])
+{
+    QtSingleApplication app(QStringLiteral("com.brivon.Beamcrafter"), argc, argv);
+    if (app.isRunning()) {
+        app.sendMessage(QStringLiteral("Show"), 2000);
+        return 0;
+    }
+
+    QCoreApplication::setApplicationName(QObject::tr("Brivon Lumen"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(BRIVON_VERSION));
+    QGuiApplication::setApplicationDisplayName(QObject::tr("Brivon Lumen"));
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/resource/svg/logo-app.ico")));
+
+    installCrashHandler();
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
+    const int fontId = loadApplicationFont(QStringLiteral(":/resource/font/Roboto-Light-10.ttf"));
+    loadTranslations();
+
+    int exitCode = 0;
+    {
+        StartupWindow window;
+        app.setActivationWindow(&window, false);
+        QObject::connect(&app, &QtSingleApplication::messageReceived, &window,
+                         &StartupWindow::onMessageReceived);
+        window.setObjectName(QStringLiteral("mainWindow"));
+        app.setStyleSheet(QStringLiteral("#mainWindow {    border-radius: 11px;    background-color: #282828;}"));
+        window.show();
+        exitCode = app.exec();
+        if (fontId != -1)
+            QFontDatabase::removeApplicationFont(fontId);
+    }
+    return exitCode;
+}

@@ -1,0 +1,30 @@
+#include "startupwindow.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QLabel>
+#include <QVBoxLayout>
+
+StartupWindow::StartupWindow(QWidget *parent)
+    : QWidget(parent)
+{
+    setWindowTitle(QCoreApplication::applicationName());
+    resize(610, 400);
+    auto *layout = new QVBoxLayout(this);
+    auto *label = new QLabel(QCoreApplication::applicationName() + QLatin1Char(' ')
+                                 + QCoreApplication::applicationVersion(),
+                             this);
+    label->setAlignment(Qt::AlignCenter);
+    label->setStyleSheet(QStringLiteral("color: #FFFFFF;"));
+    layout->addWidget(label);
+}
+
+void StartupWindow::onMessageReceived(const QString &message)
+{
+    if (message != QLatin1String("Show"))
+        return;
+    qDebug() << "[StartupWindow::onMessageReceived]: message:" << message;
+    showNormal();
+    activateWindow();
+    raise();
+}

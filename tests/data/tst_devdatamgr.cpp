@@ -1,0 +1,501 @@
+#include "devdatamgr.h"
+#include "testhome.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+DevData light(const QString &addr, const QString &name = QStringLiteral("Key light"), int protocol = 2)
+{
+    DevData dev;
+    dev.addr = addr;
+    dev.name = name;
+    dev.protocol = protocol;
+    return dev;
+}
+
+ino_t inodeOf(const QString &path)
+{
+    struct stat info {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_ino : 0;
+}
+
+QJsonObject fileRoot(const QString &path)
+{
+    return QJsonDocument::fromJson(readFile(path)).object();
+}
+
+} // namespace
+
+class TestDevDataMgr : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void loadRules_data();
+    void loadRules();
+    void roundTripKeepsStoredFieldsOnly();
+    void groupsLoadWithStringMembersOnly();
+
+    void addAndDeleteSignals();
+    void deleteFromAllRemovesFromEveryGroupFirst();
+    void deleteFromGroupNotListingStillWrites();
+    void updateKeepsNameAndSwitches();
+    void groupOperations();
+
+    void writeReplacesFileAtomically();
+    void identicalWriteIsSkipped();
+    void liveStateWritesAreCoalesced();
+    void pendingLiveStateFlushedOnDestruction();
+
+    void hostileFiles_data();
+    void hostileFiles();
+    void unreadableFileKeptOnFirstChange();
+
+private:
+    std::unique_ptr<TestHome> m_home;
+};
+
+void TestDevDataMgr::init()
+{
+    m_home = std::make_unique<TestHome>();
+    QVERIFY(m_home->isValid());
+}
+
+void TestDevDataMgr::cleanup()
+{
+    m_home.reset();
+}
+
+void TestDevDataMgr::loadRules_data()
+{
+    QTest::addColumn<QByteArray>("device");
+    QTest::addColumn<bool>("loaded");
+    QTest::addColumn<bool>("enablePower");
+    QTest::addColumn<int>("brightness");
+    QTest::addColumn<QList<int>>("brightnessRange");  // min, max, ratio
+    QTest::addColumn<int>("temperature");
+    QTest::addColumn<QList<int>>("temperatureRange"); // min, max, ratio
+
+    const QList<int> bDefault{0, 100, 1};
+    const QList<int> tDefault{2700, 6500, 100};
+    QTest::newRow("no addr") << QByteArray(R"({"name":"x"})") << false << true << -1 << bDefault << -1 << tDefault;
+    QTest::newRow("empty addr") << QByteArray(R"({"addr":""})") << false << true << -1 << bDefault << -1 << tDefault;
+    QTest::newRow("numeric addr") << QByteArray(R"({"addr":12})") << false << true << -1 << bDefault << -1 << tDefault;
+    QTest::newRow("bare addr takes defaults")
+        << QByteArray(R"({"addr":"A"})") << true << true << -1 << bDefault << -1 << tDefault;
+    QTest::newRow("enablePower not a bool")
+        << QByteArray(R"({"addr":"A","enablePower":"yes"})") << true << false << -1 << bDefault << -1 << tDefault;
+    QTest::newRow("enablePower false")
+        << QByteArray(R"({"addr":"A","enablePower":false})") << true << false << -1 << bDefault << -1 << tDefault;
+    QTest::newRow("partial brightness keeps other defaults")
+        << QByteArray(R"({"addr":"A","brightness":{"value":40,"max":80}})") << true << true << 40
+        << QList<int>{0, 80, 1} << -1 << tDefault;
+    QTest::newRow("full temperature")
+        << QByteArray(R"({"addr":"A","temperature":{"value":5600,"min":3200,"max":5600,"ratio":50}})")
+        << true << true << -1 << bDefault << 5600 << QList<int>{3200, 5600, 50};
+    QTest::newRow("brightness not an object")
+        << QByteArray(R"({"addr":"A","brightness":17})") << true << true << -1 << bDefault << -1 << tDefault;
+    QTest::newRow("range value of the wrong type reads as zero")
+        << QByteArray(R"({"addr":"A","brightness":{"value":"high"}})") << true << true << 0 << bDefault << -1 << tDefault;
+}
+
+void TestDevDataMgr::loadRules()
+{
+    QFETCH(QByteArray, device);
+    QFETCH(bool, loaded);
+    QVERIFY(writeFile(m_home->configFile(), "{\"devs\":[" + device + "],\"groups\":[]}"));
+
+    DevDataMgr store;
+    store.readConfig();
+    QCOMPARE(store.devices().size(), loaded ? 1 : 0);
+    if (!loaded)
+        return;
+    const DevData *dev = store.findDev(QStringLiteral("A"));
+    QVERIFY(dev);
+    QTEST(dev->enablePower, "enablePower");
+    QTEST(int(dev->brightness), "brightness");
+    QTEST((QList<int>{dev->brightnessMin, dev->brightnessMax, dev->brightnessRatio}), "brightnessRange");
+    QTEST(int(dev->temperature), "temperature");
+    QTEST((QList<int>{dev->temperatureMin, dev->temperatureMax, dev->temperatureRatio}), "temperatureRange");
+}
+
+void TestDevDataMgr::roundTripKeepsStoredFieldsOnly()
+{
+    const QString groupUuid = [] {
+        DevDataMgr store;
+        DevData dev = light(QStringLiteral("C4:2A:00:11:22:33"), QStringLiteral("Fill 灯"), 1001);
+        dev.enablePower = false;
+        dev.colorLightEnable = true;
+        dev.colorLight = QStringLiteral("#12ab34");
+        dev.lightEffect = QStringLiteral("B-3");
+        dev.lightEffectEnable = true;
+        dev.brightness = 55;
+        dev.oldBrightness = 40;
+        dev.temperature = 4300;
+        dev.temperatureMin = 2900;
+        dev.linkState = 2;
+        dev.switchState = true;
+        dev.devCurModel = 2;
+        dev.auxValue1 = 7;
+        store.addDev(dev);
+        const QString uuid = store.addGroup(QStringLiteral("Studio"));
+        store.addDevToGroup(uuid, dev);
+        store.addDevToGroup(uuid, light(QStringLiteral("not-stored")));
+        return uuid;
+    }();
+
+    DevDataMgr store;
+    store.readConfig();
+    const DevData *dev = store.findDev(QStringLiteral("C4:2A:00:11:22:33"));
+    QVERIFY(dev);
+    QCOMPARE(dev->name, QStringLiteral("Fill 灯"));
+    QCOMPARE(dev->protocol, 1001);
+    QCOMPARE(dev->enablePower, false);
+    QCOMPARE(dev->colorLightEnable, true);
+    QCOMPARE(dev->colorLight, QStringLiteral("#12ab34"));
+    QCOMPARE(dev->lightEffect, QStringLiteral("B-3"));
+    QCOMPARE(dev->lightEffectEnable, true);
+    QCOMPARE(dev->brightness, 55);
+    QCOMPARE(dev->oldBrightness, 40);
+    QCOMPARE(dev->temperature, 4300);
+    QCOMPARE(dev->temperatureMin, 2900);
+    // Run-time state is never persisted.
+    QCOMPARE(int(dev->linkState), 0);
+    QCOMPARE(dev->switchState, false);
+    QCOMPARE(dev->devCurModel, -1);
+    QCOMPARE(dev->auxValue1, -1);
+    // Members that are not stored lights are kept as they are.
+    QCOMPARE(store.groups().value(groupUuid).devs,
+             (QStringList{QStringLiteral("C4:2A:00:11:22:33"), QStringLiteral("not-stored")}));
+    QCOMPARE(store.groupDevices(groupUuid).size(), 1);
+
+    // The built-in group is never written as a group.
+    const QJsonArray groups = fileRoot(m_home->configFile()).value(QLatin1String("groups")).toArray();
+    QCOMPARE(groups.size(), 1);
+    QVERIFY(!readFile(m_home->configFile()).contains(defaultGroupUuid().toUtf8()));
+}
+
+void TestDevDataMgr::groupsLoadWithStringMembersOnly()
+{
+    QVERIFY(writeFile(m_home->configFile(), R"({"devs":[],"groups":[
+        {"name":"G","uuid":"{g1}","devs":["a",1,null,"b",{"x":1},"a"]},
+        {"name":"no uuid","devs":["a"]},
+        {"name":"old","uuid":"{g2}","devs":[]},
+        {"name":"new","uuid":"{g2}"},
+        {"name":"built-in","uuid":"{0ce896be-5b8b-4234-99bb-c5a4b1b35140}","devs":["a"]},
+        7, [], {}]})"));
+    DevDataMgr store;
+    store.readConfig();
+    QCOMPARE(store.groups().size(), 2);
+    QCOMPARE(store.groups().value(QStringLiteral("{g1}")).devs,
+             (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("a")}));
+    QCOMPARE(store.groups().value(QStringLiteral("{g2}")).name, QStringLiteral("new"));
+}
+
+void TestDevDataMgr::addAndDeleteSignals()
+{
+    DevDataMgr store;
+    QSignalSpy added(&store, &DevDataMgr::onAddDev);
+    QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
+
+    store.addDev(light(QStringLiteral("A")));
+    QCOMPARE(added.size(), 1);
+    QCOMPARE(added.at(0).at(0).toString(), defaultGroupUuid());
+    QCOMPARE(added.at(0).at(1).toString(), DevDataMgr::tr("设备列表"));
+    QCOMPARE(added.at(0).at(2).value<DevData>().addr, QStringLiteral("A"));
+    const QByteArray written = readFile(m_home->configFile());
+    QVERIFY(!written.isEmpty());
+
+    // A second add of the same address changes nothing, not even the file.
+    QVERIFY(QFile::remove(m_home->configFile()));
+    store.addDev(light(QStringLiteral("A"), QStringLiteral("Other name")));
+    QCOMPARE(added.size(), 1);
+    QVERIFY(!QFile::exists(m_home->configFile()));
+    QCOMPARE(store.findDev(QStringLiteral("A"))->name, QStringLiteral("Key light"));
+
+    // Adding to a group that does not exist does nothing.
+    store.addDevToGroup(QStringLiteral("{missing}"), light(QStringLiteral("A")));
+    QCOMPARE(added.size(), 1);
+
+    store.delDev(defaultGroupUuid(), QStringLiteral("A"));
+    QCOMPARE(deleted.size(), 1);
+    QVERIFY(!store.findDev(QStringLiteral("A")));
+    QVERIFY(fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().isEmpty());
+}
+
+void TestDevDataMgr::deleteFromAllRemovesFromEveryGroupFirst()
+{
+    DevDataMgr store;
+    store.addDev(light(QStringLiteral("A")));
+    store.addDev(light(QStringLiteral("B")));
+    const QString g1 = store.addGroup(QStringLiteral("One"));
+    const QString g2 = store.addGroup(QStringLiteral("Two"));
+    const QString g3 = store.addGroup(QStringLiteral("Three"));
+    store.addDevToGroup(g1, light(QStringLiteral("A")));
+    store.addDevToGroup(g1, light(QStringLiteral("A")));
+    store.addDevToGroup(g2, light(QStringLiteral("A")));
+    store.addDevToGroup(g3, light(QStringLiteral("B")));
+
+    QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
+    store.delDev(defaultGroupUuid(), QStringLiteral("A"));
+
+    QCOMPARE(deleted.size(), 3);
+    QSet<QString> groupsSeen;
+    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(deleted.at(i).at(2).toString(), QStringLiteral("A"));
+        groupsSeen.insert(deleted.at(i).at(0).toString());
+    }
+    QCOMPARE(groupsSeen, (QSet<QString>{g1, g2}));
+    QCOMPARE(deleted.at(2).at(0).toString(), defaultGroupUuid());
+    QVERIFY(store.groups().value(g1).devs.isEmpty());
+    QCOMPARE(store.groups().value(g3).devs, QStringList{QStringLiteral("B")});
+
+    // Deleting an address nobody holds still rewrites, but says nothing.
+    deleted.clear();
+    store.delDev(defaultGroupUuid(), QStringLiteral("nobody"));
+    QCOMPARE(deleted.size(), 0);
+}
+
+void TestDevDataMgr::deleteFromGroupNotListingStillWrites()
+{
+    DevDataMgr store;
+    store.addDev(light(QStringLiteral("A")));
+    const QString group = store.addGroup(QStringLiteral("G"));
+    QVERIFY(QFile::remove(m_home->configFile()));
+
+    QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
+    store.delDev(group, QStringLiteral("A"));
+    QCOMPARE(deleted.size(), 0);
+    QVERIFY(QFile::exists(m_home->configFile()));
+
+    // An unknown group is not a change at all.
+    QVERIFY(QFile::remove(m_home->configFile()));
+    store.delDev(QStringLiteral("{unknown}"), QStringLiteral("A"));
+    QVERIFY(!QFile::exists(m_home->configFile()));
+    QVERIFY(store.findDev(QStringLiteral("A")));
+}
+
+void TestDevDataMgr::updateKeepsNameAndSwitches()
+{
+    DevDataMgr store;
+    store.addDev(light(QStringLiteral("A")));
+    const QString group = store.addGroup(QStringLiteral("G"));
+    store.addDevToGroup(group, light(QStringLiteral("A")));
+    QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
+    QSignalSpy ranges(&store, &DevDataMgr::onUpdateDevParamRange);
+
+    DevData live = light(QStringLiteral("A"), QStringLiteral("renamed by transport"), 7);
+    live.enablePower = false;
+    live.colorLightEnable = true;
+    live.brightness = 80;
+    live.switchState = true;
+    live.linkState = 1;
+    live.brightnessMax = 90;
+    store.updateDev(live);
+
+    const DevData *stored = store.findDev(QStringLiteral("A"));
+    QCOMPARE(stored->name, QStringLiteral("Key light"));
+    QCOMPARE(stored->enablePower, true);
+    QCOMPARE(stored->colorLightEnable, false);
+    QCOMPARE(stored->protocol, 7);
+    QCOMPARE(stored->brightness, 80);
+    QCOMPARE(stored->brightnessMax, 90);
+    QCOMPARE(stored->switchState, true);
+
+    QCOMPARE(updated.size(), 2);
+    QCOMPARE(updated.at(0).at(0).toString(), defaultGroupUuid());
+    QCOMPARE(updated.at(1).at(0).toString(), group);
+    QCOMPARE(updated.at(1).at(1).toString(), QStringLiteral("G"));
+    // The signal carries the caller's record, not the stored one.
+    QCOMPARE(updated.at(0).at(2).value<DevData>().name, QStringLiteral("renamed by transport"));
+
+    store.updateDevParamRange(live);
+    QCOMPARE(ranges.size(), 1);
+    QCOMPARE(updated.size(), 2);
+
+    store.updateDev(light(QStringLiteral("unknown")));
+    store.updateDevParamRange(light(QStringLiteral("unknown")));
+    QCOMPARE(updated.size(), 2);
+    QCOMPARE(ranges.size(), 1);
+    QVERIFY(!store.findDev(QStringLiteral("unknown")));
+}
+
+void TestDevDataMgr::groupOperations()
+{
+    DevDataMgr store;
+    QSignalSpy addedGroup(&store, &DevDataMgr::onAddGroup);
+    QSignalSpy renamed(&store, &DevDataMgr::onUpdateGroup);
+    QSignalSpy deletedGroup(&store, &DevDataMgr::onDelGroup);
+
+    store.addDev(light(QStringLiteral("A")));
+    const QString uuid = store.addGroup(QStringLiteral("Same"));
+    const QString other = store.addGroup(QStringLiteral("Same"));
+    QVERIFY(uuid != other);
+    QVERIFY(QRegularExpression(QStringLiteral("^\\{[0-9a-f-]{36}\\}$")).match(uuid).hasMatch());
+    QCOMPARE(addedGroup.size(), 2);
+    QCOMPARE(addedGroup.at(0), (QVariantList{uuid, QStringLiteral("Same")}));
+
+    store.renameGroup(uuid, QStringLiteral("Interview"));
+    store.renameGroup(QStringLiteral("{missing}"), QStringLiteral("x"));
+    QCOMPARE(renamed.size(), 1);
+    QCOMPARE(renamed.at(0), (QVariantList{uuid, QStringLiteral("Interview")}));
+
+    store.addDevToGroup(uuid, light(QStringLiteral("A")));
+    store.delGroup(uuid);
+    store.delGroup(uuid);
+    store.delGroup(defaultGroupUuid());
+    QCOMPARE(deletedGroup.size(), 1);
+    QVERIFY(store.findDev(QStringLiteral("A"))); // the lights stay
+
+    DevDataMgr reloaded;
+    reloaded.readConfig();
+    QCOMPARE(reloaded.groups().keys(), QList<QString>{other});
+    QCOMPARE(reloaded.groupDevices(defaultGroupUuid()).size(), 1);
+}
+
+void TestDevDataMgr::writeReplacesFileAtomically()
+{
+    DevDataMgr store;
+    store.addDev(light(QStringLiteral("A")));
+    const QString path = m_home->configFile();
+    const QByteArray before = readFile(path);
+
+    // A second name for the old file: an in-place rewrite would change what it shows,
+    // a write-then-rename leaves it whole.
+    const QString snapshot = path + QStringLiteral(".old");
+    QVERIFY(::link(QFile::encodeName(path).constData(), QFile::encodeName(snapshot).constData()) == 0);
+
+    store.addDev(light(QStringLiteral("B")));
+    QCOMPARE(readFile(snapshot), before);
+    QVERIFY(readFile(path).contains("\"B\""));
+    QVERIFY(inodeOf(path) != inodeOf(snapshot));
+}
+
+void TestDevDataMgr::identicalWriteIsSkipped()
+{
+    DevDataMgr store;
+    store.addDev(light(QStringLiteral("A")));
+    const ino_t first = inodeOf(m_home->configFile());
+    QVERIFY(first != 0);
+    store.writeConfig();
+    const QString group = store.addGroup(QStringLiteral("G"));
+    const ino_t second = inodeOf(m_home->configFile());
+    QVERIFY(second != first);
+    store.delDev(group, QStringLiteral("A")); // the group never held A: same bytes
+    QCOMPARE(inodeOf(m_home->configFile()), second);
+}
+
+void TestDevDataMgr::liveStateWritesAreCoalesced()
+{
+    DevDataMgr store;
+    store.addDev(light(QStringLiteral("A")));
+    QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
+
+    DevData live = light(QStringLiteral("A"));
+    const ino_t afterAdd = inodeOf(m_home->configFile());
+    for (int value = 1; value <= 20; ++value) {
+        live.brightness = value;
+        store.updateDev(live);
+    }
+    // Every change is announced at once, but the file is not rewritten twenty times.
+    QCOMPARE(updated.size(), 20);
+    QCOMPARE(inodeOf(m_home->configFile()), afterAdd);
+    QVERIFY(store.hasPendingWrite());
+
+    QTRY_VERIFY_WITH_TIMEOUT(!store.hasPendingWrite(), 2000);
+    const QJsonObject dev = fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().at(0).toObject();
+    QCOMPARE(dev.value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 20);
+
+    // A structural change writes at once and takes the pending live state with it.
+    live.brightness = 33;
+    store.updateDev(live);
+    QVERIFY(store.hasPendingWrite());
+    store.addDev(light(QStringLiteral("B")));
+    QVERIFY(!store.hasPendingWrite());
+    QVERIFY(readFile(m_home->configFile()).contains("33"));
+}
+
+void TestDevDataMgr::pendingLiveStateFlushedOnDestruction()
+{
+    {
+        DevDataMgr store;
+        store.addDev(light(QStringLiteral("A")));
+        DevData live = light(QStringLiteral("A"));
+        live.temperature = 5100;
+        store.updateDev(live);
+        QVERIFY(store.hasPendingWrite());
+    }
+    DevDataMgr reloaded;
+    reloaded.readConfig();
+    QCOMPARE(reloaded.findDev(QStringLiteral("A"))->temperature, 5100);
+}
+
+void TestDevDataMgr::hostileFiles_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<int>("devices");
+    QTest::addColumn<int>("groups");
+
+    QTest::newRow("not json") << QByteArray("{\"devs\": [ {\"addr\": ") << 0 << 0;
+    QTest::newRow("root is an array") << QByteArray(R"([{"addr":"A"}])") << 0 << 0;
+    QTest::newRow("devs is an object") << QByteArray(R"({"devs":{"addr":"A"},"groups":"x"})") << 0 << 0;
+    QTest::newRow("non-object elements")
+        << QByteArray(R"({"devs":[1,"A",null,true,[],{},{"addr":"A"}],"groups":[null,{"uuid":"{g}"}]})") << 1 << 1;
+    QTest::newRow("wrong member types")
+        << QByteArray(R"({"devs":[{"addr":"A","name":5,"protocol":"7","colorLight":[1],"lightEffect":"x",
+                        "temperature":{"value":1e300,"min":-1e300,"max":null,"ratio":"?"}}]})")
+        << 1 << 0;
+    QByteArray deep = QByteArray(5000, '[') + QByteArray(5000, ']');
+    QTest::newRow("deep nesting") << QByteArray("{\"devs\":" + deep + "}") << 0 << 0;
+    QByteArray deepInDevice = "{\"devs\":[{\"addr\":\"A\",\"brightness\":" + QByteArray(900, '[')
+        + QByteArray(900, ']') + "}]}";
+    QTest::newRow("nesting inside a device") << deepInDevice << 1 << 0;
+    QByteArray many = "{\"devs\":[";
+    for (int i = 0; i < DevDataMgr::kMaxDevices + 500; ++i)
+        many += "{\"addr\":\"D" + QByteArray::number(i) + "\"},";
+    many += "{}]}";
+    QTest::newRow("huge device array") << many << DevDataMgr::kMaxDevices << 0;
+    QTest::newRow("binary garbage") << QByteArray("\x00\xff\xfe{\"devs\":[]}", 14) << 0 << 0;
+}
+
+void TestDevDataMgr::hostileFiles()
+{
+    QFETCH(QByteArray, content);
+    QVERIFY(writeFile(m_home->configFile(), content));
+
+    DevDataMgr store;
+    store.readConfig();
+    QTEST(int(store.devices().size()), "devices");
+    QTEST(int(store.groups().size()), "groups");
+    // Loading alone never rewrites the file.
+    QCOMPARE(readFile(m_home->configFile()), content);
+}
+
+void TestDevDataMgr::unreadableFileKeptOnFirstChange()
+{
+    const QByteArray broken("{\"devs\": [ {\"addr\": \"A\", ");
+    QVERIFY(writeFile(m_home->configFile(), broken));
+    DevDataMgr store;
+    store.readConfig();
+    QCOMPARE(store.devices().size(), 0);
+
+    store.addDev(light(QStringLiteral("B")));
+    QCOMPARE(readFile(m_home->configFile() + QStringLiteral(".bak")), broken);
+    QVERIFY(readFile(m_home->configFile()).contains("\"B\""));
+}
+
+QTEST_GUILESS_MAIN(TestDevDataMgr)
+#include "tst_devdatamgr.moc"

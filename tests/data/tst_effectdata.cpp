@@ -1,0 +1,147 @@
+#include "effectdata.h"
+#include "testhome.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QTest>
+
+class TestEffectData : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void effectLanguage_data();
+    void effectLanguage();
+    void loadRules();
+    void keysNamingTheSameTypeShareOneList();
+    void malformedFilesGiveAnEmptyCatalogue();
+    void missingFileGivesAnEmptyCatalogue();
+    void shippedCatalogueServesEveryLight();
+};
+
+void TestEffectData::effectLanguage_data()
+{
+    QTest::addColumn<QString>("tag");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("simplified") << "zh_CN" << "zh_CN";
+    QTest::newRow("hong kong reads simplified names") << "zh_HK" << "zh_CN";
+    QTest::newRow("english") << "en_US" << "en_US";
+    QTest::newRow("german") << "de_DE" << "en_US";
+    QTest::newRow("japanese") << "ja_JP" << "en_US";
+    QTest::newRow("unknown") << "fr_FR" << "en_US";
+}
+
+void TestEffectData::effectLanguage()
+{
+    QFETCH(QString, tag);
+    QTEST(EffectData::effectLanguage(tag), "expected");
+}
+
+void TestEffectData::loadRules()
+{
+    const QByteArray file = R"({
+        "2": [
+            {"cmd": "4", "name": {"zh_CN": "警车", "en_US": "Police Car"}},
+            {"cmd": "5", "name": {"zh_CN": "闪电"}},
+            {"cmd": "6", "enable": false, "name": {"en_US": "Disabled"}},
+            {"cmd": "7", "enable": "no", "name": {"en_US": "String enable counts as on"}},
+            {"cmd": "8", "enable": true, "name": {"en_US": "Enabled"}},
+            {"name": {"en_US": "No command"}},
+            {"cmd": "9"},
+            {"cmd": "", "name": {"en_US": "Empty command"}},
+            {"cmd": "10", "name": {"en_US": ""}},
+            {"cmd": 11, "name": {"en_US": "Numeric command"}},
+            "not an object", {}
+        ],
+        "1001": [{"cmd": "A-1", "name": {"en_US": "Fire Truck"}}],
+        "7": []
+    })";
+    EffectData data;
+    data.load(file, QStringLiteral("en_US"));
+
+    const QList<EffectItem> effects = data.effects(2);
+    QStringList names, cmds;
+    for (const EffectItem &effect : effects) {
+        names << effect.name;
+        cmds << effect.cmd;
+    }
+    QCOMPARE(names, (QStringList{"Police Car", "String enable counts as on", "Enabled"}));
+    QCOMPARE(cmds, (QStringList{"4", "7", "8"}));
+    QCOMPARE(data.effects(1001).size(), 1);
+    QCOMPARE(data.effects(1001).first().cmd, QStringLiteral("A-1"));
+    QVERIFY(data.effects(7).isEmpty());
+    QVERIFY(data.effects(3).isEmpty());
+
+    data.load(file, QStringLiteral("zh_CN"));
+    QCOMPARE(data.effects(2).size(), 2);
+    QCOMPARE(data.effects(2).at(1).name, QStringLiteral("闪电"));
+}
+
+void TestEffectData::keysNamingTheSameTypeShareOneList()
+{
+    EffectData data;
+    data.load(R"({"1": [{"cmd": "5", "name": {"en_US": "B"}}],
+                  "01": [{"cmd": "4", "name": {"en_US": "A"}}],
+                  "x": [{"cmd": "4", "name": {"en_US": "Type zero"}}]})",
+              QStringLiteral("en_US"));
+    const QList<EffectItem> effects = data.effects(1);
+    QCOMPARE(effects.size(), 2);
+    // Keys come in the JSON object's order: "01" sorts before "1".
+    QCOMPARE(effects.at(0).name, QStringLiteral("A"));
+    QCOMPARE(effects.at(1).name, QStringLiteral("B"));
+    QCOMPARE(data.effects(0).size(), 1);
+}
+
+void TestEffectData::malformedFilesGiveAnEmptyCatalogue()
+{
+    EffectData data;
+    data.load(R"({"1": [{"cmd": "4", "name": {"en_US": "A"}}]})", QStringLiteral("en_US"));
+    QCOMPARE(data.effects(1).size(), 1);
+    for (const QByteArray &bad : {QByteArray("[1,2]"), QByteArray("{\"1\": "), QByteArray("{}"),
+                                  QByteArray("{\"1\": {\"cmd\": \"4\"}}"), QByteArray()}) {
+        data.load(bad, QStringLiteral("en_US"));
+        QVERIFY2(data.effects(1).isEmpty(), bad.constData());
+    }
+}
+
+void TestEffectData::missingFileGivesAnEmptyCatalogue()
+{
+    // Test programs run from a folder without data/.
+    QVERIFY(!QFile::exists(EffectData::filePath()));
+    EffectData data;
+    data.readConfig();
+    QVERIFY(data.effects(1).isEmpty());
+}
+
+void TestEffectData::shippedCatalogueServesEveryLight()
+{
+    const QByteArray bytes = readFile(QStringLiteral(BRIVON_SOURCE_DIR "/data/effect.json"));
+    QVERIFY(!bytes.isEmpty());
+    QVERIFY(QJsonDocument::fromJson(bytes).isObject());
+
+    const QRegularExpression letterNumber(QStringLiteral("^[A-Z]-[1-9][0-9]*$"));
+    for (const QString &language : {QStringLiteral("zh_CN"), QStringLiteral("en_US")}) {
+        EffectData data;
+        data.load(bytes, language);
+        for (int protocol : {1, 2, 3, 5, 6, 7, 162, 163, 1001}) {
+            const QList<EffectItem> effects = data.effects(protocol);
+            QVERIFY2(effects.size() >= 5, qPrintable(QString::number(protocol)));
+            QSet<QString> cmds;
+            for (const EffectItem &effect : effects) {
+                QVERIFY(!cmds.contains(effect.cmd));
+                cmds.insert(effect.cmd);
+                if (protocol == 1001) {
+                    QVERIFY2(letterNumber.match(effect.cmd).hasMatch(), qPrintable(effect.cmd));
+                } else {
+                    bool ok = false;
+                    const int number = effect.cmd.toInt(&ok, 10);
+                    QVERIFY2(ok && number >= 4 && number <= 255, qPrintable(effect.cmd));
+                }
+            }
+        }
+    }
+}
+
+QTEST_GUILESS_MAIN(TestEffectData)
+#include "tst_effectdata.moc"
