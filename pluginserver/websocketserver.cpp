@@ -163,6 +163,8 @@ void WebSocketServer::on_newConnection()
     QWebSocket *client = m_server->nextPendingConnection();
     if (!client)
         return;
+    client->setMaxAllowedIncomingMessageSize(kMaxMessageBytes);
+    client->setMaxAllowedIncomingFrameSize(kMaxMessageBytes);
     m_clients.append(client);
     m_currentClient = client;
     qDebug() << "WebSocketServer::on_newConnection" << "new Connection";

@@ -24,6 +24,7 @@ public:
     static constexpr quint16 kFirstPort = 8000;
     static constexpr int kMaxHandshakeBytes = 16 * 1024;
     static constexpr int kHandshakeTimeoutMs = 5000;
+    static constexpr quint64 kMaxMessageBytes = 1024 * 1024;
 
     explicit WebSocketServer(QObject *parent = nullptr);
     ~WebSocketServer() override;
