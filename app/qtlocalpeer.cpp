@@ -4,6 +4,7 @@
 #include <QDebug>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QFile>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QRegularExpression>
@@ -44,15 +45,22 @@ QString QtLocalPeer::socketNameFor(const QString &appId)
         + QLatin1Char('-') + QString::number(sessionOrUserId(), 16);
 }
 
-QString QtLocalPeer::peerFolder()
+QString QtLocalPeer::peerFolder(const QString &socketName)
 {
 #ifdef Q_OS_WIN
     return QDir::tempPath();
 #else
-    QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (folder.isEmpty())
-        folder = QDir::tempPath();
-    return folder;
+    // A local socket path must fit in sockaddr_un (108 bytes); a deep runtime folder falls back
+    // to shorter ones.
+    constexpr int kMaxSocketPath = 100;
+    const qsizetype nameLength = QFile::encodeName(socketName).size() + 1;
+    const QStringList candidates{QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation),
+                                 QDir::tempPath(), QStringLiteral("/tmp")};
+    for (const QString &folder : candidates) {
+        if (!folder.isEmpty() && QFile::encodeName(folder).size() + nameLength <= kMaxSocketPath)
+            return folder;
+    }
+    return QStringLiteral("/tmp");
 #endif
 }
 
@@ -63,7 +71,8 @@ QtLocalPeer::QtLocalPeer(QObject *parent, const QString &appId)
 #ifdef Q_OS_WIN
     m_socketPath = socketNameFor(appId);
 #else
-    m_socketPath = peerFolder() + QLatin1Char('/') + socketNameFor(appId);
+    const QString name = socketNameFor(appId);
+    m_socketPath = peerFolder(name) + QLatin1Char('/') + name;
 #endif
 }
 

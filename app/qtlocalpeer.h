@@ -29,8 +29,9 @@ public:
 
     // "qtsingleapp-" + the id's letters + "-" + checksum of the id + "-" + the user id, in hex.
     static QString socketNameFor(const QString &appId);
-    // The folder that holds the socket and the lock: the user's runtime folder.
-    static QString peerFolder();
+    // The folder that holds the socket and the lock: the user's runtime folder, unless the
+    // socket's path would be too long there.
+    static QString peerFolder(const QString &socketName);
     QString socketPath() const { return m_socketPath; }
     QString lockFilePath() const { return m_socketPath + QStringLiteral("-lockfile"); }
 

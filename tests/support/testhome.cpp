@@ -27,7 +27,9 @@ QString folderFor(const QString &root, const char *variable)
 
 } // namespace
 
+// Short on purpose: local socket paths inside the home must stay below the system's limit.
 TestHome::TestHome()
+    : m_dir(QStringLiteral("/tmp/brivon-XXXXXX"))
 {
     if (!m_dir.isValid())
         return;
