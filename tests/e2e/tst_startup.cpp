@@ -59,6 +59,8 @@ private slots:
 private:
     std::unique_ptr<QProcess> start();
     bool waitUntilListening(int timeoutMs = 15000);
+    // Listening happens before the crash handler is installed; the language line comes after it.
+    bool waitUntilStarted(QProcess *process, QByteArray *log);
     QString socketPath() const;
 
     QStringList m_outerFolders; // this test's own home and temporary folder, before any TestHome
@@ -116,6 +118,14 @@ bool TestStartup::waitUntilListening(int timeoutMs)
     }, timeoutMs);
 }
 
+bool TestStartup::waitUntilStarted(QProcess *process, QByteArray *log)
+{
+    return waitUntilListening() && waitUntil([&] {
+        *log += process->readAllStandardError();
+        return log->contains("System Language is");
+    }, 15000);
+}
+
 void TestStartup::secondStartHandsOverAndExits()
 {
     auto first = start();
@@ -167,11 +177,12 @@ void TestStartup::crashWritesADump()
     QFETCH(QString, name);
 
     auto process = start();
-    QVERIFY(waitUntilListening());
+    QByteArray log;
+    QVERIFY(waitUntilStarted(process.get(), &log));
     QVERIFY(::kill(pid_t(process->processId()), sig) == 0);
     QVERIFY(process->waitForFinished(10000));
     QCOMPARE(process->exitStatus(), QProcess::CrashExit);
-    const QByteArray log = process->readAllStandardError();
+    log += process->readAllStandardError();
     QVERIFY2(log.contains("I'm Sorry,Application is Crash!"), log.constData());
 
     const QDir crashFolder(m_home->brivonFolder() + QStringLiteral("crash"));
@@ -200,7 +211,8 @@ void TestStartup::writesOnlyInsideItsHome()
     const QStringList tmpBefore = QDir(QStringLiteral("/tmp")).entryList({QStringLiteral("qtsingleapp*")});
 
     auto first = start();
-    QVERIFY(waitUntilListening());
+    QByteArray log;
+    QVERIFY(waitUntilStarted(first.get(), &log));
     auto second = start();
     QVERIFY(second->waitForFinished(10000));
     QVERIFY(::kill(pid_t(first->processId()), SIGSEGV) == 0);
