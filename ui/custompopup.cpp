@@ -8,7 +8,6 @@ CustomPopup::CustomPopup(QWidget *parent)
 {
     setAttribute(Qt::WA_TranslucentBackground);
     setFixedSize(50, 30);
-    Q_UNUSED(m_shown);
 }
 
 void CustomPopup::placeAt(const QPoint &anchor)

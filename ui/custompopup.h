@@ -25,5 +25,4 @@ protected:
 
 private:
     QString m_text = QStringLiteral("0");
-    int m_shown = 1;
 };

@@ -18,6 +18,6 @@ void WrapButton::paintEvent(QPaintEvent *)
     option.text = QString();
     painter.drawControl(QStyle::CE_PushButton, option);
     const QRect contents = style()->subElementRect(QStyle::SE_PushButtonContents, &option, this);
-    painter.setPen(palette().color(QPalette::ButtonText));
-    painter.drawText(contents, Qt::AlignCenter | Qt::TextWordWrap, text());
+    style()->drawItemText(&painter, contents, Qt::AlignCenter | Qt::TextWordWrap, option.palette, isEnabled(),
+                          text(), QPalette::ButtonText);
 }

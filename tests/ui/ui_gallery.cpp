@@ -16,6 +16,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QGridLayout>
+#include <QIcon>
 #include <QLabel>
 #include <QPainter>
 #include <QSvgRenderer>
@@ -149,7 +150,7 @@ int main(int argc, char *argv[])
         const QRect box((i % 5) * cell, (i / 5) * cell, cell, cell);
         QSvgRenderer renderer(QStringLiteral(":/resource/svg/") + names[i]);
         QSizeF size = renderer.defaultSize();
-        size.scale(48, 48, Qt::KeepAspectRatio);
+        size *= 48.0 / qMax(size.width(), size.height());
         renderer.render(&painter, QRectF(box.center().x() - size.width() / 2, box.top() + 16, size.width(), size.height()));
         painter.setPen(QColor(0x9C, 0x9C, 0x9C));
         QFont font = painter.font();
@@ -159,5 +160,20 @@ int main(int argc, char *argv[])
     }
     painter.end();
     sheet.save(g_out + QStringLiteral("/icons.png"));
+
+    // The same icons at the sizes the interface draws them (16, 24 and 30 px), shown three times
+    // enlarged so that blur and lost detail are easy to see.
+    const QList<int> sizes{16, 24, 30};
+    QImage actual(names.size() * 34, 3 * 34, QImage::Format_ARGB32);
+    actual.fill(QColor(0x1E, 0x1E, 0x1E));
+    QPainter small(&actual);
+    for (int i = 0; i < names.size(); ++i) {
+        for (int j = 0; j < sizes.size(); ++j) {
+            const QPixmap pixmap = QIcon(QStringLiteral(":/resource/svg/") + names[i]).pixmap(sizes[j], sizes[j]);
+            small.drawPixmap(i * 34 + (34 - pixmap.width()) / 2, j * 34 + (34 - pixmap.height()) / 2, pixmap);
+        }
+    }
+    small.end();
+    actual.scaled(actual.size() * 3).save(g_out + QStringLiteral("/icons-actual.png"));
     return 0;
 }
