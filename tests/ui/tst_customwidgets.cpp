@@ -1,0 +1,234 @@
+#include "custompopup.h"
+#include "customlistwidget.h"
+#include "customslider.h"
+#include "rotatingsvgwidget.h"
+#include "switchbutton.h"
+
+#include <QApplication>
+#include <QSignalSpy>
+#include <QTest>
+#include <QWheelEvent>
+
+class TestCustomWidgets : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void bubbleFollowsTheValue_data();
+    void bubbleFollowsTheValue();
+    void stepSliderShowsAndReportsTheStep_data();
+    void stepSliderShowsAndReportsTheStep();
+    void wheelIsLeftToTheSurroundingList();
+    void pressAndReleaseSignals_data();
+    void pressAndReleaseSignals();
+    void switchRestylesOnChoose();
+    void reconnectIconGuardsAgainstSecondClick();
+    void listClickIntoEmptySpaceDeselects();
+};
+
+namespace {
+
+// A shown window with a 200 px wide slider at a known place on screen.
+struct SliderWindow
+{
+    explicit SliderWindow(CustomSlider *s, int minimum, int maximum)
+        : slider(s)
+    {
+        window.setGeometry(100, 200, 260, 100);
+        slider->setParent(&window);
+        slider->setOrientation(Qt::Horizontal);
+        slider->setGeometry(10, 50, 200, 30);
+        slider->setRange(minimum, maximum);
+        window.show();
+    }
+    QWidget window;
+    CustomSlider *slider;
+};
+
+// The bubble's pointer tip sits on the slider's top edge, above the value's share of its width.
+QPoint expectedBubblePos(const CustomSlider &slider)
+{
+    const QPoint topLeft = slider.mapToGlobal(QPoint(0, 0));
+    const double fraction = double(slider.value() - slider.minimum()) / (slider.maximum() - slider.minimum());
+    return QPoint(int(topLeft.x() + slider.width() * fraction) - 25, topLeft.y() - 30);
+}
+
+} // namespace
+
+void TestCustomWidgets::bubbleFollowsTheValue_data()
+{
+    QTest::addColumn<int>("minimum");
+    QTest::addColumn<int>("maximum");
+    QTest::addColumn<int>("value");
+    QTest::addColumn<int>("ratio");
+    QTest::addColumn<QString>("unit");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("quarter") << 0 << 100 << 25 << 1 << "" << "25";
+    QTest::newRow("right end") << 0 << 100 << 100 << 1 << "%" << "100%";
+    QTest::newRow("factor 10") << 0 << 100 << 7 << 10 << "%" << "70%";
+    QTest::newRow("temperature") << 27 << 65 << 50 << 100 << "K" << "5000K";
+    QTest::newRow("negative range") << -50 << 50 << -20 << 1 << "" << "-20";
+    QTest::newRow("empty range stays") << 5 << 5 << 9 << 1 << "" << "0";
+}
+
+void TestCustomWidgets::bubbleFollowsTheValue()
+{
+    QFETCH(int, minimum);
+    QFETCH(int, maximum);
+    QFETCH(int, value);
+    QFETCH(int, ratio);
+    QFETCH(QString, unit);
+
+    auto *slider = new CustomSlider;
+    SliderWindow window(slider, minimum, maximum);
+    const QPoint before = slider->popup()->pos();
+    slider->setRatio(ratio);
+    slider->setUnit(unit);
+    slider->setValue(value);
+    slider->updatePopup();
+
+    QTEST(slider->popup()->text(), "text");
+    QCOMPARE(slider->popup()->pos(), minimum == maximum ? before : expectedBubblePos(*slider));
+}
+
+void TestCustomWidgets::stepSliderShowsAndReportsTheStep_data()
+{
+    QTest::addColumn<int>("value");
+    QTest::addColumn<int>("ratio");
+    QTest::addColumn<int>("shown");
+    QTest::newRow("zero reads as -1") << 0 << 1 << -1;
+    QTest::newRow("one") << 1 << 1 << 1;
+    QTest::newRow("factor not applied") << 6 << 10 << 6;
+}
+
+void TestCustomWidgets::stepSliderShowsAndReportsTheStep()
+{
+    QFETCH(int, value);
+    QFETCH(int, ratio);
+    QFETCH(int, shown);
+
+    auto *slider = new CustomStepSlider;
+    SliderWindow window(slider, 0, 10);
+    slider->setRatio(ratio);
+    slider->setUnit(QStringLiteral(" s"));
+    slider->setValue(3);
+    QSignalSpy steps(slider, &CustomStepSlider::valueChanged);
+    slider->setValue(value);
+
+    QCOMPARE(steps.count(), 1);
+    QCOMPARE(steps.first().first().toInt(), shown);
+    QCOMPARE(slider->popup()->text(), QString::number(shown) + QStringLiteral(" s"));
+    QCOMPARE(slider->popup()->pos(), expectedBubblePos(*slider));
+}
+
+void TestCustomWidgets::wheelIsLeftToTheSurroundingList()
+{
+    CustomSlider slider(Qt::Horizontal);
+    QSlider plain(Qt::Horizontal);
+    const auto turn = [](QSlider *target) {
+        target->setRange(0, 100);
+        target->setValue(50);
+        QWheelEvent wheel(QPointF(10, 10), QPointF(10, 10), QPoint(), QPoint(0, -120), Qt::NoButton,
+                          Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(target, &wheel);
+        return wheel.isAccepted();
+    };
+    // The same turn moves a plain slider, so it is one a slider would act on.
+    QVERIFY(turn(&plain));
+    QVERIFY(plain.value() != 50);
+    // Ignored, so that Qt hands it on to the parents and the panel scrolls instead.
+    QVERIFY(!turn(&slider));
+    QCOMPARE(slider.value(), 50);
+}
+
+void TestCustomWidgets::pressAndReleaseSignals_data()
+{
+    QTest::addColumn<Qt::MouseButton>("button");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("left") << Qt::LeftButton << 1;
+    QTest::newRow("right") << Qt::RightButton << 0;
+}
+
+void TestCustomWidgets::pressAndReleaseSignals()
+{
+    QFETCH(Qt::MouseButton, button);
+    QFETCH(int, expected);
+
+    auto *slider = new CustomSlider;
+    SliderWindow window(slider, 0, 100);
+    slider->setValue(50);
+    QVERIFY(QTest::qWaitForWindowExposed(&window.window));
+    // Owners stop following the light on the press, so the signal must come before the slider moves.
+    QList<bool> downAtSignal;
+    const auto record = [&] { downAtSignal << slider->isSliderDown(); };
+    connect(slider, &CustomSlider::sigSliderPressed, this, record);
+    connect(slider, &CustomSlider::sigSliderReleased, this, record);
+
+    QTest::mousePress(slider, button, {}, slider->rect().center());
+    QCOMPARE(downAtSignal.size(), expected);
+    QTest::mouseRelease(slider, button, {}, slider->rect().center());
+    QCOMPARE(downAtSignal, (expected ? QList<bool>{false, true} : QList<bool>{}));
+}
+
+void TestCustomWidgets::switchRestylesOnChoose()
+{
+    SwitchButton button;
+    button.setStyleSheet(QStringLiteral("SwitchButton[choose = true] { background-color: #0A84FF; border: none;}"
+                                        "SwitchButton[choose = false] { background-color: #141414; border: none;}"));
+    button.resize(52, 30);
+    QSignalSpy changed(&button, &SwitchButton::chooseChanged);
+    const auto centre = [&] { return button.grab().toImage().pixelColor(26, 15).name(); };
+
+    QCOMPARE(centre(), QStringLiteral("#141414"));
+    button.setChoose(false);
+    QCOMPARE(changed.count(), 0);
+    button.setChoose(true);
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(centre(), QStringLiteral("#0a84ff"));
+    button.setChoose(true);
+    QCOMPARE(changed.count(), 1);
+    button.setProperty("choose", false);
+    QCOMPARE(changed.count(), 2);
+    QCOMPARE(centre(), QStringLiteral("#141414"));
+}
+
+void TestCustomWidgets::reconnectIconGuardsAgainstSecondClick()
+{
+    RotatingSvgWidget icon;
+    icon.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&icon));
+    QSignalSpy reconnect(&icon, &RotatingSvgWidget::reconnect_dev);
+
+    QTest::mouseClick(&icon, Qt::RightButton);
+    QCOMPARE(reconnect.count(), 0);
+    QTest::mouseClick(&icon, Qt::LeftButton);
+    QTest::mouseClick(&icon, Qt::LeftButton);
+    QCOMPARE(reconnect.count(), 1);
+    QVERIFY(icon.isRotating());
+
+    QTRY_VERIFY(icon.rotation() >= 10.0);
+    emit icon.stopRotation();
+    const double stoppedAt = icon.rotation();
+    QTest::qWait(120);
+    QCOMPARE(icon.rotation(), stoppedAt);
+    QTest::mouseClick(&icon, Qt::LeftButton);
+    QCOMPARE(reconnect.count(), 2);
+}
+
+void TestCustomWidgets::listClickIntoEmptySpaceDeselects()
+{
+    CustomListWidget list;
+    list.resize(200, 300);
+    list.addItems({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
+    list.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&list));
+    const QPoint onSecond = list.visualItemRect(list.item(1)).center();
+
+    QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, onSecond);
+    QCOMPARE(list.selectedItems(), QList<QListWidgetItem *>{list.item(1)});
+    QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, QPoint(100, 280));
+    QVERIFY(list.selectedItems().isEmpty());
+}
+
+QTEST_MAIN(TestCustomWidgets)
+#include "tst_customwidgets.moc"

@@ -1,0 +1,224 @@
+#include "about.h"
+#include "deletesettings.h"
+#include "deletetipswidget.h"
+#include "messageboxwidget.h"
+#include "testhome.h"
+#include "tipsbar.h"
+#include "uistylesheets.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QSlider>
+#include <QTest>
+#include <memory>
+
+class TestDialogs : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void deleteConfirmation_data();
+    void deleteConfirmation();
+    void texts_data();
+    void texts();
+    void messageBoxDragsByItsStrip_data();
+    void messageBoxDragsByItsStrip();
+    void sliderSheetsPaintTheirGradients_data();
+    void sliderSheetsPaintTheirGradients();
+
+private:
+    // Made before the first QSettings use: QSettings keeps its folder for the whole process.
+    std::unique_ptr<TestHome> m_home;
+};
+
+namespace {
+
+QPushButton *buttonWithText(QWidget *parent, const QString &text)
+{
+    for (QPushButton *button : parent->findChildren<QPushButton *>()) {
+        if (button->text() == text)
+            return button;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void TestDialogs::initTestCase()
+{
+    m_home = std::make_unique<TestHome>();
+    QVERIFY(m_home->isValid());
+}
+
+void TestDialogs::init()
+{
+    QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
+              QStringLiteral("com.brivon.beamcrafter"))
+        .clear();
+}
+
+void TestDialogs::deleteConfirmation_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<bool>("tick");
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<int>("deletions");
+    QTest::addColumn<bool>("askDeviceAfter");
+    QTest::addColumn<bool>("askGroupAfter");
+
+    const QString device = QStringLiteral("global/ask_to_delete_device");
+    const QString group = QStringLiteral("global/ask_to_delete_group");
+    QTest::newRow("device, confirm") << device << false << "确认" << 1 << true << true;
+    QTest::newRow("device, ticked, cancel") << device << true << "取消" << 0 << true << true;
+    QTest::newRow("device, ticked, confirm") << device << true << "确认" << 1 << false << true;
+    QTest::newRow("group, ticked, confirm") << group << true << "确认" << 1 << true << false;
+    QTest::newRow("no key, ticked, confirm") << QString() << true << "确认" << 1 << true << true;
+}
+
+void TestDialogs::deleteConfirmation()
+{
+    QFETCH(QString, key);
+    QFETCH(bool, tick);
+    QFETCH(QString, button);
+    QFETCH(int, deletions);
+
+    QVERIFY(askToDeleteDevice());
+    QVERIFY(askToDeleteGroup());
+    DeleteTipsWidget tips(QStringLiteral("确认删除该设备？"));
+    tips.setSettingKey(key);
+    tips.setName(QStringLiteral("Key light"));
+    tips.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&tips));
+    QSignalSpy deleted(&tips, &DeleteTipsWidget::deleteItem);
+
+    auto *box = tips.findChild<QCheckBox *>();
+    if (tick)
+        QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
+    QCOMPARE(box->isChecked(), tick);
+    QTest::mouseClick(buttonWithText(&tips, button), Qt::LeftButton);
+
+    QVERIFY(!tips.isVisible());
+    QCOMPARE(deleted.count(), deletions);
+    if (deletions)
+        QCOMPARE(deleted.first().first().toString(), QStringLiteral("Key light"));
+    QTEST(askToDeleteDevice(), "askDeviceAfter");
+    QTEST(askToDeleteGroup(), "askGroupAfter");
+    // It must outlive the program: the answer is in the user's settings file.
+    QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
+              QStringLiteral("com.brivon.beamcrafter"))
+        .sync();
+    const QByteArray stored = readFile(m_home->path() + QStringLiteral("/.config/brivon/com.brivon.beamcrafter.conf"));
+    QCOMPARE(stored.contains("ask_to_delete_device=false") || stored.contains("ask_to_delete_group=false"),
+             tick && deletions && !key.isEmpty());
+}
+
+void TestDialogs::texts_data()
+{
+    QTest::addColumn<QString>("dialog");
+    QTest::addColumn<QStringList>("expected");
+    QTest::newRow("about") << "about" << QStringList{"关于", "Version: 1.0.30"};
+    QTest::newRow("message box") << "message" << QStringList{"确认"};
+    QTest::newRow("delete confirmation") << "delete" << QStringList{"确认删除该群组？", "不再询问", "确认", "取消"};
+}
+
+void TestDialogs::texts()
+{
+    QFETCH(QString, dialog);
+    QFETCH(QStringList, expected);
+    std::unique_ptr<QWidget> widget;
+    if (dialog == QLatin1String("about"))
+        widget = std::make_unique<About>();
+    else if (dialog == QLatin1String("message"))
+        widget = std::make_unique<MessageBoxWidget>();
+    else
+        widget = std::make_unique<DeleteTipsWidget>(QStringLiteral("确认删除该群组？"));
+
+    QStringList texts{widget->windowTitle()};
+    for (QLabel *label : widget->findChildren<QLabel *>())
+        texts << label->text();
+    for (QAbstractButton *button : widget->findChildren<QAbstractButton *>())
+        texts << button->text();
+    for (const QString &text : expected)
+        QVERIFY2(texts.contains(text), qPrintable(text + QStringLiteral(" not in ") + texts.join(QLatin1Char('|'))));
+}
+
+void TestDialogs::messageBoxDragsByItsStrip_data()
+{
+    QTest::addColumn<Qt::MouseButton>("button");
+    QTest::addColumn<QPoint>("moved");
+    QTest::newRow("left") << Qt::LeftButton << QPoint(35, -20);
+    QTest::newRow("right") << Qt::RightButton << QPoint(0, 0);
+}
+
+void TestDialogs::messageBoxDragsByItsStrip()
+{
+    QFETCH(Qt::MouseButton, button);
+    QFETCH(QPoint, moved);
+
+    MessageBoxWidget box;
+    QVERIFY(!box.isModal());
+    box.move(300, 300);
+    box.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&box));
+    auto *strip = box.findChild<TipsBar *>();
+    const QPoint start = box.pos();
+
+    const QPointF grip(40, 10);
+    const QPointF global = strip->mapToGlobal(grip);
+    QMouseEvent press(QEvent::MouseButtonPress, grip, global, button, button, Qt::NoModifier);
+    QApplication::sendEvent(strip, &press);
+    // Two steps: the box follows the pointer rather than adding up the steps.
+    for (const QPointF step : {QPointF(10, 5), QPointF(35, -20)}) {
+        QMouseEvent move(QEvent::MouseMove, grip + step, global + step, Qt::NoButton, button, Qt::NoModifier);
+        QApplication::sendEvent(strip, &move);
+    }
+    QCOMPARE(box.pos(), start + moved);
+
+    QTest::mouseClick(buttonWithText(&box, QStringLiteral("确认")), Qt::LeftButton);
+    QVERIFY(!box.isVisible());
+}
+
+void TestDialogs::sliderSheetsPaintTheirGradients_data()
+{
+    QTest::addColumn<QString>("sheet");
+    QTest::addColumn<QColor>("left");
+    QTest::addColumn<QColor>("right");
+    const QColor orange(0xFF, 0x9D, 0x3F), blue(0xA7, 0xCA, 0xFF), grey(0x43, 0x43, 0x43);
+    QTest::newRow("brightness") << UiStyleSheets::sliderBrightness() << QColor(0x22, 0x22, 0x22) << QColor(Qt::white);
+    QTest::newRow("warm to cold") << UiStyleSheets::sliderTemperatureWarmToCold() << orange << blue;
+    QTest::newRow("cold to warm") << UiStyleSheets::sliderTemperatureColdToWarm() << blue << orange;
+    QTest::newRow("disabled") << UiStyleSheets::sliderDisabled() << grey << grey;
+}
+
+void TestDialogs::sliderSheetsPaintTheirGradients()
+{
+    QFETCH(QString, sheet);
+    QTest::failOnWarning(QRegularExpression(QStringLiteral("Could not parse")));
+    QSlider slider(Qt::Horizontal);
+    slider.setStyleSheet(sheet);
+    slider.setRange(0, 100);
+    slider.setValue(50);
+    slider.resize(300, 30);
+    const QImage image = slider.grab().toImage();
+    const int y = image.height() / 2;
+    const auto near = [](const QColor &a, const QColor &b) {
+        return qAbs(a.red() - b.red()) < 24 && qAbs(a.green() - b.green()) < 24 && qAbs(a.blue() - b.blue()) < 24;
+    };
+    QFETCH(QColor, left);
+    QFETCH(QColor, right);
+    QVERIFY2(near(image.pixelColor(4, y), left), qPrintable(image.pixelColor(4, y).name()));
+    QVERIFY2(near(image.pixelColor(image.width() - 5, y), right), qPrintable(image.pixelColor(image.width() - 5, y).name()));
+    // The 26 px round handle in the middle stands out above the 8 px groove.
+    QVERIFY(image.pixelColor(150, y - 10) != image.pixelColor(4, y - 10));
+}
+
+QTEST_MAIN(TestDialogs)
+#include "tst_dialogs.moc"
