@@ -369,7 +369,7 @@ QList<QByteArray> SimLight::knob(const QStringList &args, QString *error)
             }
             mode = v;
         }
-    } else if (what == QLatin1String("color") && !is55AA) {
+    } else if (what == QLatin1String("color") && isColorCapable()) {
         const int h = value.toInt(&ok);
         bool okSat = false;
         const int s = args.value(2).toInt(&okSat);
