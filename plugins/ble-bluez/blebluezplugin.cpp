@@ -68,6 +68,10 @@ void BleBluezPlugin::startScan()
         connect(m_agent, &QBluetoothDeviceDiscoveryAgent::deviceUpdated, this,
                 [this](const QBluetoothDeviceInfo &info, QBluetoothDeviceInfo::Fields) { onDeviceSeen(info); });
         connect(m_agent, &QBluetoothDeviceDiscoveryAgent::finished, this, [this] {
+            // BlueZ does not always signal a name learnt after the first sighting; the final list has it.
+            const QList<QBluetoothDeviceInfo> seen = m_agent->discoveredDevices();
+            for (const QBluetoothDeviceInfo &info : seen)
+                onDeviceSeen(info);
             qDebug().noquote() << "[BleBluezPlugin::startScan]: finished, lights:" << m_reportedThisScan.size();
             emit sigDeviceDiscoveredFinished();
         });

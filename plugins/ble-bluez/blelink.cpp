@@ -53,6 +53,12 @@ void BleLink::write(const QByteArray &data)
 
 void BleLink::close()
 {
+    m_reportLoss = false;
+    tearDown();
+}
+
+void BleLink::tearDown()
+{
     m_state = State::Dead;
     m_setUpTimer.stop();
     if (m_service) {
@@ -161,7 +167,10 @@ void BleLink::fail(const QString &why)
     if (m_state == State::Dead)
         return;
     qWarning().noquote() << "[BleLink::fail]: addr:" << m_addr << "reason:" << why;
-    close();
+    tearDown();
     // Queued so that the owner never deletes the link inside one of its own calls.
-    QMetaObject::invokeMethod(this, [this] { emit lost(m_addr); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, [this] {
+        if (m_reportLoss)
+            emit lost(m_addr);
+    }, Qt::QueuedConnection);
 }

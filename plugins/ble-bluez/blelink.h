@@ -32,7 +32,8 @@ public:
     bool start();
     bool isReady() const { return m_state == State::Ready; }
     void write(const QByteArray &data);
-    // Drop the connection without reporting it: the owner asked for it.
+    // Drop the connection without reporting it, not even a loss already on its way: the owner
+    // asked for it.
     void close();
 
 signals:
@@ -50,11 +51,13 @@ private:
     void onCharacteristicChanged(const QLowEnergyCharacteristic &characteristic, const QByteArray &value);
     void becomeReady();
     void fail(const QString &why);
+    void tearDown();
 
     const QString m_addr;
     const QBluetoothDeviceInfo m_info;
     const BleProfile m_profile;
     State m_state = State::Idle;
+    bool m_reportLoss = true;
     QLowEnergyController *m_controller = nullptr;
     QLowEnergyService *m_service = nullptr;
     QLowEnergyCharacteristic m_write;

@@ -1,3 +1,4 @@
+#include "blelink.h"
 #include "bleprofiles.h"
 #include "brivonqxbleinterface.h"
 #include "testhome.h"
@@ -41,6 +42,8 @@ private slots:
     void shippedTableIsComplete();
 
     void scanWithoutAdapterReportsTheAdapterError();
+    void linkWithoutAdapterFailsOnce_data();
+    void linkWithoutAdapterFailsOnce();
     void unknownAddressesAreHarmless_data();
     void unknownAddressesAreHarmless();
 
@@ -250,6 +253,44 @@ void TestBleBluez::scanWithoutAdapterReportsTheAdapterError()
     QCOMPARE(found.size(), 0);
     QCOMPARE(finished.size(), 0);
     QCOMPARE(threads, (QList<QThread *>{thread(), thread()}));
+}
+
+void TestBleBluez::linkWithoutAdapterFailsOnce_data()
+{
+    QTest::addColumn<bool>("closeFirst");
+    QTest::newRow("loss is reported") << false;
+    QTest::newRow("closed by the owner before the report") << true;
+}
+
+void TestBleBluez::linkWithoutAdapterFailsOnce()
+{
+    if (!QBluetoothLocalDevice::allDevices().isEmpty())
+        QSKIP("this machine has a Bluetooth adapter");
+    QFETCH(bool, closeFirst);
+
+    BleProfiles profiles;
+    QVERIFY(profiles.parse("{\"profiles\": [" + profileJson(2) + "]}"));
+    const QString addr = QStringLiteral("11:22:33:44:55:66");
+    QBluetoothDeviceInfo info(QBluetoothAddress(addr), QStringLiteral("BRV-T2"), 0);
+    info.setCoreConfigurations(QBluetoothDeviceInfo::LowEnergyCoreConfiguration);
+    BleLink link(addr, info, profiles.profiles().first());
+    QSignalSpy lost(&link, &BleLink::lost);
+    QSignalSpy ready(&link, &BleLink::ready);
+
+    QVERIFY(!link.start());
+    // The owner may delete the link on loss, so the report never comes from inside start().
+    QCOMPARE(lost.size(), 0);
+    link.write(QByteArray::fromHex("ffa2013232aa"));
+    if (closeFirst)
+        link.close();
+    QVERIFY(!link.start()); // a failed link stays dead; a new attempt is a new link
+    QTest::qWait(200);
+
+    QCOMPARE(lost.size(), closeFirst ? 0 : 1);
+    if (!closeFirst)
+        QCOMPARE(lost.first().first().toString(), addr);
+    QCOMPARE(ready.size(), 0);
+    QVERIFY(!link.isReady());
 }
 
 void TestBleBluez::unknownAddressesAreHarmless_data()
