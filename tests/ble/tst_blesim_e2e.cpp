@@ -8,11 +8,13 @@
 #include "testhome.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocalSocket>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -46,6 +48,7 @@ private slots:
     void droppedLinkAndReconnect();
     void unpluggedLightIsFoundAgainAndReconnects();
     void lightsFileAndControlErrors();
+    void controlToolTalksToTheSimulator();
 
 private:
     QString ctl(const QString &command);
@@ -64,7 +67,10 @@ private:
 void TestBleSimE2E::initTestCase()
 {
     m_home = std::make_unique<TestHome>();
-    m_control = QStringLiteral("brivon-ble-sim-test-%1").arg(QCoreApplication::applicationPid());
+    // A local socket path must stay under about 100 bytes: fall back to /tmp in a deep build tree.
+    m_control = QDir::tempPath() + QStringLiteral("/blesim-%1").arg(QCoreApplication::applicationPid());
+    if (m_control.size() > 100)
+        m_control = QStringLiteral("/tmp/brivon-blesim-test-%1").arg(QCoreApplication::applicationPid());
     qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
     qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
     qunsetenv("BRIVON_SIM_LIGHTS");
@@ -398,6 +404,25 @@ void TestBleSimE2E::lightsFileAndControlErrors()
     QCOMPARE(ctl(QStringLiteral("list")), QStringLiteral("ok []"));
     qunsetenv("BRIVON_SIM_LIGHTS");
     QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
+}
+
+void TestBleSimE2E::controlToolTalksToTheSimulator()
+{
+    const auto run = [this](const QStringList &args, QByteArray *out) {
+        QProcess tool;
+        tool.start(QStringLiteral(BRIVON_BIN_DIR "/brivon-blesim-ctl"), QStringList{QStringLiteral("--socket"), m_control} + args);
+        // The simulator answers from this process's event loop.
+        if (!waitUntil([&] { return tool.state() == QProcess::NotRunning; }, 10000))
+            return -1;
+        *out = tool.readAllStandardOutput();
+        return tool.exitCode();
+    };
+    QByteArray out;
+    QCOMPARE(run({QStringLiteral("state"), kV2}, &out), 0);
+    QVERIFY(out.startsWith("ok {"));
+    QCOMPARE(QJsonDocument::fromJson(out.mid(3)).object().value(QLatin1String("protocol")).toInt(), 2);
+    QCOMPARE(run({QStringLiteral("knob"), kV2, QStringLiteral("brightness"), QStringLiteral("999")}, &out), 1);
+    QVERIFY(out.startsWith("error"));
 }
 
 QTEST_GUILESS_MAIN(TestBleSimE2E)
