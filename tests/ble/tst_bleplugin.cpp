@@ -59,6 +59,7 @@ private slots:
     void missingFileIsLoggedAndInert();
     void bareNameNotFoundIsLogged();
     void wrongInterfaceIdIsRefused();
+    void defaultPluginBesideTheProgramWithoutBluetooth();
 
 private:
     std::unique_ptr<TestHome> m_home;
@@ -231,6 +232,34 @@ void TestBlePlugin::wrongInterfaceIdIsRefused()
     QMetaObject::invokeMethod(plugin, "sigDeviceDiscoveredFinished");
     QCOMPARE(finished.count(), 0);
     QCOMPARE(mgr.reconnectDevice(kAddr), false);
+}
+
+void TestBlePlugin::defaultPluginBesideTheProgramWithoutBluetooth()
+{
+    // The program's own folder holds the default QtBluetooth plug-in; this machine has no adapter.
+    const QString binDir = QStringLiteral(BRIVON_BIN_DIR);
+    if (!QFile::exists(binDir + QStringLiteral("/libBrivonQXBleDLL.so")))
+        QSKIP("the default plug-in is not built");
+    qunsetenv(BluetoothMgr::kPluginEnvVar);
+    const QStringList saved = QCoreApplication::libraryPaths();
+    QCoreApplication::setLibraryPaths({binDir});
+    LogCapture log;
+    BluetoothMgr mgr(m_store);
+    QCoreApplication::setLibraryPaths(saved);
+    QVERIFY2(mgr.isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
+
+    QSignalSpy errors(&mgr, &BaseDevice::sigDeviceDiscoveredErrorOccurred);
+    QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
+    mgr.startScan();
+    QVERIFY(QTest::qWaitFor([&] { return errors.count() + finished.count() > 0; }, 15000));
+    if (errors.count() > 0) {
+        const auto error = errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>();
+        QVERIFY(error == QBluetoothDeviceDiscoveryAgent::InvalidBluetoothAdapterError
+                || error == QBluetoothDeviceDiscoveryAgent::PoweredOffError);
+    }
+    mgr.stopScan();
+    mgr.connectToDevice(QStringLiteral("C0:FF:EE:00:00:01"));
+    QTest::qWait(100);
 }
 
 QTEST_GUILESS_MAIN(TestBlePlugin)
