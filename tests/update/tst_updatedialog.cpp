@@ -30,6 +30,7 @@ private slots:
     void installDownloadsAndStartsInstaller();
     void failedDownloadShowsTipAndRetries_data();
     void failedDownloadShowsTipAndRetries();
+    void cancelStopsTheDownload_data();
     void cancelStopsTheDownload();
     void noUrlDoesNothing();
 
@@ -208,8 +209,16 @@ void TestUpdateDialog::failedDownloadShowsTipAndRetries()
     QVERIFY(m_started.isEmpty());
 }
 
+void TestUpdateDialog::cancelStopsTheDownload_data()
+{
+    QTest::addColumn<bool>("escape");
+    QTest::newRow("cancel button") << false;
+    QTest::newRow("escape key") << true;
+}
+
 void TestUpdateDialog::cancelStopsTheDownload()
 {
+    QFETCH(bool, escape);
     m_server.setSlowPace(2048, 20);
     auto *progressBar = child<QProgressBar>("progressBar");
     m_dialog->onVersionMessage(offer(QStringLiteral("/slow/BeamcrafterSetup.run")));
@@ -217,7 +226,10 @@ void TestUpdateDialog::cancelStopsTheDownload()
     QVERIFY(waitUntil([&] { return progressBar->value() > 0; }, 10000));
     QVERIFY(progressBar->value() < 100);
 
-    QTest::mouseClick(child<QPushButton>("pushButton_cancel"), Qt::LeftButton);
+    if (escape)
+        QTest::keyClick(m_dialog.get(), Qt::Key_Escape);
+    else
+        QTest::mouseClick(child<QPushButton>("pushButton_cancel"), Qt::LeftButton);
     QVERIFY(!m_dialog->isVisible());
     QVERIFY(choicesShown());
     QTest::qWait(200);
