@@ -66,14 +66,14 @@ QByteArray FakeUpdateServer::upToDateReply()
 }
 
 QByteArray FakeUpdateServer::offerReply(const QString &version, const QString &versionInfo,
-                                        const QString &downloadUrl, qint64 size)
+                                        const QString &downloadUrl, qint64 size, const QString &md5)
 {
     const QJsonObject data{{QStringLiteral("needUpdate"), true},
                            {QStringLiteral("version"), version},
                            {QStringLiteral("versionInfo"), versionInfo},
                            {QStringLiteral("downloadUrl"), downloadUrl},
                            {QStringLiteral("size"), size},
-                           {QStringLiteral("md5"), QStringLiteral("0123456789abcdef0123456789abcdef")}};
+                           {QStringLiteral("md5"), md5}};
     const QJsonObject root{{QStringLiteral("code"), 200},
                            {QStringLiteral("succ"), true},
                            {QStringLiteral("message"), QStringLiteral("success")},

@@ -43,7 +43,7 @@ public:
     // The JSON the real server sends: "needUpdate" false, or an offer of version with downloadUrl.
     static QByteArray upToDateReply();
     static QByteArray offerReply(const QString &version, const QString &versionInfo,
-                                 const QString &downloadUrl, qint64 size);
+                                 const QString &downloadUrl, qint64 size, const QString &md5);
 
 private:
     void onNewConnection();

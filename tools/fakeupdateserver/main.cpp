@@ -3,6 +3,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
@@ -60,7 +61,8 @@ int main(int argc, char *argv[])
         const QString path = (parser.isSet(slowOption) ? QStringLiteral("/slow/") : QStringLiteral("/files/"))
                              + installerName;
         server.setCheckReply(FakeUpdateServer::offerReply(parser.value(versionOption), parser.value(notesOption),
-                                                          server.url(path), installer.size()));
+                                                          server.url(path), installer.size(),
+                                                          QString::fromLatin1(QCryptographicHash::hash(installer, QCryptographicHash::Md5).toHex())));
     }
 
     QTextStream(stdout) << "BRIVON_UPDATE_URL=" << server.baseUrl() << Qt::endl;
