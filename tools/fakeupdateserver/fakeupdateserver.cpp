@@ -1,0 +1,199 @@
+#include "fakeupdateserver.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPointer>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <memory>
+
+namespace {
+
+// Requests larger than this are not ours; the connection is dropped.
+constexpr int kMaxRequestBytes = 64 * 1024;
+
+QByteArray reasonPhrase(int status)
+{
+    switch (status) {
+    case 200: return "OK";
+    case 302: return "Found";
+    case 404: return "Not Found";
+    case 500: return "Internal Server Error";
+    default: return "Status";
+    }
+}
+
+} // namespace
+
+FakeUpdateServer::FakeUpdateServer(QObject *parent)
+    : QObject(parent)
+    , m_checkBody(upToDateReply())
+{
+    connect(&m_server, &QTcpServer::newConnection, this, &FakeUpdateServer::onNewConnection);
+}
+
+bool FakeUpdateServer::listen(quint16 port)
+{
+    return m_server.listen(QHostAddress::LocalHost, port);
+}
+
+QString FakeUpdateServer::baseUrl() const
+{
+    return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort());
+}
+
+void FakeUpdateServer::setCheckReply(const QByteArray &body, int status)
+{
+    m_checkBody = body;
+    m_checkStatus = status;
+}
+
+void FakeUpdateServer::setSlowPace(int bytes, int intervalMs)
+{
+    m_slowBytes = qMax(1, bytes);
+    m_slowIntervalMs = qMax(0, intervalMs);
+}
+
+QByteArray FakeUpdateServer::upToDateReply()
+{
+    const QJsonObject data{{QStringLiteral("needUpdate"), false}};
+    const QJsonObject root{{QStringLiteral("code"), 200},
+                           {QStringLiteral("succ"), true},
+                           {QStringLiteral("message"), QStringLiteral("success")},
+                           {QStringLiteral("data"), data}};
+    return QJsonDocument(root).toJson(QJsonDocument::Compact);
+}
+
+QByteArray FakeUpdateServer::offerReply(const QString &version, const QString &versionInfo,
+                                        const QString &downloadUrl, qint64 size, const QString &md5)
+{
+    const QJsonObject data{{QStringLiteral("needUpdate"), true},
+                           {QStringLiteral("version"), version},
+                           {QStringLiteral("versionInfo"), versionInfo},
+                           {QStringLiteral("downloadUrl"), downloadUrl},
+                           {QStringLiteral("size"), size},
+                           {QStringLiteral("md5"), md5}};
+    const QJsonObject root{{QStringLiteral("code"), 200},
+                           {QStringLiteral("succ"), true},
+                           {QStringLiteral("message"), QStringLiteral("success")},
+                           {QStringLiteral("data"), data}};
+    return QJsonDocument(root).toJson(QJsonDocument::Compact);
+}
+
+void FakeUpdateServer::onNewConnection()
+{
+    while (QTcpSocket *socket = m_server.nextPendingConnection()) {
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
+    }
+}
+
+void FakeUpdateServer::onReadyRead(QTcpSocket *socket)
+{
+    if (socket->property("answered").toBool()) {
+        socket->readAll();
+        return;
+    }
+    QByteArray request = socket->property("request").toByteArray() + socket->readAll();
+    if (request.size() > kMaxRequestBytes) {
+        socket->abort();
+        return;
+    }
+    const int headerEnd = request.indexOf("\r\n\r\n");
+    if (headerEnd < 0) {
+        socket->setProperty("request", request);
+        return;
+    }
+    socket->setProperty("answered", true);
+
+    const QList<QByteArray> requestLine = request.left(request.indexOf("\r\n")).split(' ');
+    if (requestLine.size() != 3 || requestLine.at(0) != "GET") {
+        send(socket, 404, "not found\n");
+        return;
+    }
+    const QString target = QString::fromLatin1(requestLine.at(1));
+    m_requests.append(target);
+    answer(socket, target);
+}
+
+void FakeUpdateServer::answer(QTcpSocket *socket, const QString &target)
+{
+    const QString path = QUrl(target).path();
+    const QStringList parts = path.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+
+    if (path.endsWith(QLatin1String("/beamcrafter/checkVersion"))) {
+        if (m_checkDrops)
+            socket->abort();
+        else
+            send(socket, m_checkStatus, m_checkBody, "Content-Type: application/json\r\n");
+        return;
+    }
+    if (path == QLatin1String("/drop")) {
+        socket->abort();
+        return;
+    }
+
+    const QString name = parts.isEmpty() ? QString() : parts.last();
+    const auto file = m_files.constFind(name);
+    const bool known = file != m_files.constEnd();
+    const QString kind = parts.isEmpty() ? QString() : parts.first();
+
+    if (kind == QLatin1String("files") && parts.size() == 2 && known) {
+        send(socket, 200, *file, "Content-Type: application/octet-stream\r\n");
+    } else if (kind == QLatin1String("redirect") && parts.size() == 3 && known) {
+        const int hops = parts.at(1).toInt();
+        // Relative locations, so that the client has to resolve them against the current URL.
+        const QString location = hops > 1 ? QStringLiteral("/redirect/%1/%2").arg(hops - 1).arg(name)
+                                          : QStringLiteral("/files/%1").arg(name);
+        send(socket, 302, "<html>moved</html>\n",
+             "Location: " + location.toUtf8() + "\r\nContent-Type: text/html\r\n");
+    } else if (kind == QLatin1String("slow") && parts.size() == 2 && known) {
+        trickle(socket, *file);
+    } else if (kind == QLatin1String("broken") && parts.size() == 2 && known) {
+        socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: "
+                      + QByteArray::number(file->size()) + "\r\nConnection: close\r\n\r\n");
+        socket->write(file->left(file->size() / 2));
+        socket->flush();
+        // Let the client see the first half before the connection goes.
+        QPointer<QTcpSocket> guarded(socket);
+        QTimer::singleShot(50, this, [guarded] {
+            if (guarded)
+                guarded->abort();
+        });
+    } else {
+        send(socket, 404, "not found\n");
+    }
+}
+
+void FakeUpdateServer::send(QTcpSocket *socket, int status, const QByteArray &body,
+                            const QByteArray &extraHeaders)
+{
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + reasonPhrase(status) + "\r\n";
+    head += extraHeaders;
+    head += "Content-Length: " + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n";
+    socket->write(head + body);
+    socket->disconnectFromHost();
+}
+
+void FakeUpdateServer::trickle(QTcpSocket *socket, const QByteArray &body)
+{
+    socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: "
+                  + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n");
+    auto *timer = new QTimer(socket);
+    auto sent = std::make_shared<qsizetype>(0);
+    connect(timer, &QTimer::timeout, socket, [this, socket, timer, body, sent] {
+        if (socket->state() != QAbstractSocket::ConnectedState) {
+            timer->stop();
+            return;
+        }
+        const QByteArray piece = body.mid(*sent, m_slowBytes);
+        *sent += piece.size();
+        socket->write(piece);
+        if (*sent >= body.size()) {
+            timer->stop();
+            socket->disconnectFromHost();
+        }
+    });
+    timer->start(m_slowIntervalMs);
+}

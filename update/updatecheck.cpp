@@ -1,0 +1,117 @@
+#include "updatecheck.h"
+
+#include "applanguage.h"
+#include "updateplatform.h"
+
+#include <QDebug>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QUrlQuery>
+
+#ifndef BRIVON_UPDATE_SERVER
+#define BRIVON_UPDATE_SERVER "http://update.brivon.com"
+#endif
+
+namespace {
+
+const QString kCheckPath = QStringLiteral("/beamcrafter/checkVersion");
+
+} // namespace
+
+UpdateCheck::UpdateCheck(QObject *parent)
+    : QObject(parent)
+{
+    qRegisterMetaType<VersionData>("VersionData");
+    connect(&m_manager, &QNetworkAccessManager::finished, this, &UpdateCheck::receiveMessage);
+}
+
+QString UpdateCheck::serverBaseUrl()
+{
+    const QString fromEnvironment = qEnvironmentVariable("BRIVON_UPDATE_URL").trimmed();
+    return fromEnvironment.isEmpty() ? QStringLiteral(BRIVON_UPDATE_SERVER) : fromEnvironment;
+}
+
+QUrl UpdateCheck::requestUrl(const QString &languageTag)
+{
+    QUrl url(serverBaseUrl());
+    // The base may carry a path prefix of its own; the check path goes below it.
+    QString path = url.path();
+    while (path.endsWith(QLatin1Char('/')))
+        path.chop(1);
+    url.setPath(path + kCheckPath);
+
+    QUrlQuery query;
+    query.addQueryItem(QStringLiteral("os"), updatePlatformName());
+    query.addQueryItem(QStringLiteral("ver"), QString::fromLatin1(kCurrentVersion));
+    query.addQueryItem(QStringLiteral("lang"), dashedLanguageName(languageTag));
+    url.setQuery(query);
+    return url;
+}
+
+void UpdateCheck::checkVersion()
+{
+    m_manager.get(QNetworkRequest(requestUrl(systemLanguage())));
+}
+
+void UpdateCheck::receiveMessage(QNetworkReply *reply)
+{
+    // Runs once per reply; every path below emits exactly one signal.
+    const auto finish = [reply] { reply->deleteLater(); };
+
+    if (reply->error() != QNetworkReply::NoError) {
+        qDebug() << __FILE__ << "UpdateCheck::receiveMessage" << "reply error:" << reply->errorString();
+        emit errorMessage(tr("更新检查请求未响应"));
+        finish();
+        return;
+    }
+
+    const QByteArray body = reply->readAll();
+    const QString text = QString::fromUtf8(body);
+    const QJsonDocument document = QJsonDocument::fromJson(body);
+    if (document.isNull()) {
+        qDebug() << "missing data 3:" << text;
+        emit errorMessage(tr("返回的更新数据为空"));
+        finish();
+        return;
+    }
+
+    const QJsonObject root = document.object();
+    const QString message = root.value(QLatin1String("message")).toString();
+    const QJsonValue succ = root.value(QLatin1String("succ"));
+    const QJsonValue code = root.value(QLatin1String("code"));
+    const QJsonValue data = root.value(QLatin1String("data"));
+    // A code sent as text or as a fraction is not the number 200.
+    const bool valid = succ.isBool() && succ.toBool() && code.isDouble() && code.toDouble() == 200
+                       && data.isObject() && !message.isEmpty();
+    if (!valid) {
+        qDebug() << "missing data 2:" << text;
+        emit errorMessage(tr("返回的更新数据不完整") + QStringLiteral("[2]"));
+        finish();
+        return;
+    }
+
+    const QJsonObject info = data.toObject();
+    if (!info.contains(QLatin1String("needUpdate"))) {
+        qDebug() << "missing data 1:" << text;
+        emit errorMessage(tr("返回的更新数据不完整") + QStringLiteral("[1]"));
+        finish();
+        return;
+    }
+
+    if (!info.value(QLatin1String("needUpdate")).toBool()) {
+        emit replyMessage(tr("已是最新版本，不需要更新"));
+        finish();
+        return;
+    }
+
+    VersionData version;
+    version.size = info.value(QLatin1String("size")).toInt();
+    version.version = info.value(QLatin1String("version")).toString();
+    version.versionInfo = info.value(QLatin1String("versionInfo")).toString();
+    version.downloadUrl = info.value(QLatin1String("downloadUrl")).toString();
+    version.md5 = info.value(QLatin1String("md5")).toString();
+    emit versionMessage(version);
+    finish();
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "updatecheck.h"
+
+#include <QDialog>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+namespace Ui {
+class UpdateDialog;
+}
+class DownloadFile;
+
+// Offers a newer release, downloads its installer with progress and starts it.
+class UpdateDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    // Starts the downloaded installer; true when it was started.
+    using InstallerLauncher = std::function<bool(const QString &path)>;
+
+    explicit UpdateDialog(QWidget *parent = nullptr);
+    ~UpdateDialog() override;
+
+    // Replaces the way the installer is started (a detached process by default).
+    void setInstallerLauncher(InstallerLauncher launcher);
+
+public slots:
+    void onVersionMessage(const VersionData &data);
+    void onSkipVersion();
+    void onPromptLater();
+    void onUpdate();
+    void onCancel();
+    void onDownloadFinished(const QString &path, bool isFinished);
+
+    // Closing the window (Esc, the title bar) while downloading cancels the download.
+    void reject() override;
+
+private:
+    void showTip();
+    void showChoices(bool visible);
+
+    std::unique_ptr<Ui::UpdateDialog> ui;
+    std::unique_ptr<DownloadFile> downloadFile;
+    QString downloadUrl;
+    InstallerLauncher launcher;
+};
