@@ -17,7 +17,7 @@ class DevDataMgr;
 class bluetoothProtocol;
 class bluetoothProtocol2;
 
-// Drives every Bluetooth light (Part 4.3): loads the BLE plug-in library, turns control operations
+// Drives every Bluetooth light: loads the BLE plug-in library, turns control operations
 // into frames for the light, and turns the lights' notifications into changes of their stored
 // records. The store is the only state; every operation works on a copy that goes back through it.
 class BluetoothMgr : public BaseDevice

@@ -12,7 +12,7 @@ public:
     static constexpr quint8 kStart = 0xFF;
     static constexpr quint8 kTrailer = 0xAA;
 
-    // Commands the program sends (Part 4.2).
+    // Commands the program sends.
     static constexpr quint8 kCmdSwitch = 0xA1;      // on 00, off 01, effect number, state request 30
     static constexpr quint8 kCmdBrightness = 0xA2;
     static constexpr quint8 kCmdTemperature = 0xA3;

@@ -1,6 +1,6 @@
 #pragma once
 
-// The two byte framings of the Bluetooth lights (Part 4.2) on one abstract base. The light manager
+// The two byte framings of the Bluetooth lights on one abstract base. The light manager
 // keeps one instance of each codec; they hold no state.
 
 #include <QByteArray>

@@ -1,6 +1,6 @@
 #pragma once
 
-// Simulated Bluetooth lights behind the BLE plug-in interface (Part 4.1), for development, demos
+// Simulated Bluetooth lights behind the BLE plug-in interface, for development, demos
 // and end-to-end tests on machines without the lights. See README.md for the lights file, the
 // timing and the control socket.
 

@@ -2,7 +2,7 @@
 
 // One virtual light as it behaves on the wire. It speaks its family's framing on its own (the
 // frames are built and split here, not with the program's codecs, so the end-to-end tests check
-// the program against an independent reading of Part 4.2).
+// the program against an independent reading of the wire format).
 
 #include <QByteArray>
 #include <QJsonObject>

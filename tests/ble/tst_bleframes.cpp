@@ -1,4 +1,4 @@
-// Frame vectors of both light framings (Part 4.2): what the program sends, what it accepts, and
+// Frame vectors of both light framings: what the program sends, what it accepts, and
 // that no input of any length reads beyond its bytes.
 #include "bluetoothprotocol.h"
 #include "bluetoothprotocol2.h"
@@ -67,8 +67,8 @@ void TestBleFrames::ffPack_data()
     QTest::addColumn<QByteArray>("payload");
     QTest::addColumn<QByteArray>("expected");
 
-    QTest::newRow("spec: brightness 50") << 0xA2 << 1 << hex("32") << hex("FF A2 01 32 32 AA");
-    QTest::newRow("spec: empty payload") << 0x10 << 0 << QByteArray() << hex("FF 10 00 00 AA");
+    QTest::newRow("documented: brightness 50") << 0xA2 << 1 << hex("32") << hex("FF A2 01 32 32 AA");
+    QTest::newRow("documented: empty payload") << 0x10 << 0 << QByteArray() << hex("FF 10 00 00 AA");
     QTest::newRow("sum of payload only") << 0xA3 << 2 << hex("19 64") << hex("FF A3 02 19 64 7D AA");
     QTest::newRow("sum wraps modulo 256") << 0xA4 << 3 << hex("FF FF 02") << hex("FF A4 03 FF FF 02 00 AA");
     QTest::newRow("longest payload") << 0x10 << 255 << QByteArray(255, '\x01')
@@ -124,9 +124,9 @@ void TestBleFrames::ffParse_data()
     QTest::addColumn<int>("cmd");
     QTest::addColumn<QByteArray>("payload");
 
-    QTest::newRow("spec: any command id") << hex("FF 10 09 01 02 03 04 05 06 07 08 09 2D AA") << true << 0x10
+    QTest::newRow("documented: any command id") << hex("FF 10 09 01 02 03 04 05 06 07 08 09 2D AA") << true << 0x10
                                           << hex("01 02 03 04 05 06 07 08 09");
-    QTest::newRow("spec: FE start dropped") << hex("FE 10 09 01 02 03 04 05 06 07 08 09 2D AA") << false << 0 << QByteArray();
+    QTest::newRow("documented: FE start dropped") << hex("FE 10 09 01 02 03 04 05 06 07 08 09 2D AA") << false << 0 << QByteArray();
     QTest::newRow("empty") << QByteArray() << false << 0 << QByteArray();
     QTest::newRow("two bytes") << hex("FF 10") << false << 0 << QByteArray();
     QTest::newRow("zero-length payload") << hex("FF 10 00 00 AA") << false << 0 << QByteArray();
@@ -191,7 +191,7 @@ void TestBleFrames::aaPack_data()
     QTest::addColumn<QByteArray>("payload");
     QTest::addColumn<QByteArray>("expected");
 
-    QTest::newRow("spec: mode request 06 01") << 0x06 << 1 << hex("01") << hex("55 AA 03 06 00 01 01 A0 D8");
+    QTest::newRow("documented: mode request 06 01") << 0x06 << 1 << hex("01") << hex("55 AA 03 06 00 01 01 A0 D8");
     QTest::newRow("empty payload") << 0x30 << 0 << QByteArray() << hex("55 AA 03 30 00 00 00 6F");
     QTest::newRow("payload longer than declared") << 0x06 << 1 << hex("01 02") << QByteArray();
     QTest::newRow("payload shorter than declared") << 0x01 << 5 << hex("01 32") << QByteArray();
@@ -219,7 +219,7 @@ void TestBleFrames::aaCatalogue_data()
     QTest::newRow("CCT mode 50% 5600 K") << c.cctModeFrame(50, 5600) << hex("55 AA 03 01 00 05 01 32 15 E0 00 B4 E5");
     QTest::newRow("CCT mode brightness 0 (off)") << c.cctModeFrame(0, 5600) << hex("55 AA 03 01 00 05 01 00 15 E0 00 BA 5D");
     QTest::newRow("CCT mode 1% 2900 K") << c.cctModeFrame(1, 2900) << hex("55 AA 03 01 00 05 01 01 0B 54 00 AC A7");
-    QTest::newRow("spec: effect C-3") << c.effectModeFrame(80, QStringLiteral("C-3"))
+    QTest::newRow("documented: effect C-3") << c.effectModeFrame(80, QStringLiteral("C-3"))
                                       << hex("55 AA 03 01 00 05 03 50 03 03 00 7A 69");
     QTest::newRow("effect A-12") << c.effectModeFrame(100, QStringLiteral("A-12"))
                                  << hex("55 AA 03 01 00 05 03 64 01 0C 00 D0 69");
@@ -258,14 +258,14 @@ void TestBleFrames::aaParse_data()
 
     QTest::newRow("mode report 06") << hex("55 AA 03 06 00 04 01 3C 13 88 5B 78") << true << 0x06 << hex("01 3C 13 88");
     QTest::newRow("CCT data 07") << hex("55 AA 03 07 00 03 46 19 64 C2 5D") << true << 0x07 << hex("46 19 64");
-    QTest::newRow("spec: wrong CRC still accepted") << hex("55 AA 03 06 00 04 01 3C 13 88 00 00") << true << 0x06
+    QTest::newRow("documented: wrong CRC still accepted") << hex("55 AA 03 06 00 04 01 3C 13 88 00 00") << true << 0x06
                                                    << hex("01 3C 13 88");
     QTest::newRow("frame type not examined") << hex("55 AA 7E 07 00 01 05 00 00") << true << 0x07 << hex("05");
     QTest::newRow("first magic wrong") << hex("54 AA 03 06 00 04 01 3C 13 88 5B 78") << false << 0 << QByteArray();
     QTest::newRow("second magic wrong") << hex("55 AB 03 06 00 04 01 3C 13 88 5B 78") << false << 0 << QByteArray();
     QTest::newRow("five bytes") << hex("55 AA 03 06 00") << false << 0 << QByteArray();
     QTest::newRow("empty") << QByteArray() << false << 0 << QByteArray();
-    QTest::newRow("spec: declared length exceeds bytes") << hex("55 AA 03 06 00 09 01 3C 13 88 5B 78") << false << 0
+    QTest::newRow("documented: declared length exceeds bytes") << hex("55 AA 03 06 00 09 01 3C 13 88 5B 78") << false << 0
                                                          << QByteArray();
     QTest::newRow("CRC missing") << hex("55 AA 03 06 00 04 01 3C 13 88") << false << 0 << QByteArray();
     QTest::newRow("zero-length payload") << hex("55 AA 03 30 00 00 00 6F") << false << 0 << QByteArray();

@@ -1,4 +1,4 @@
-// Loading the BLE plug-in library (Part 4.1): a plug-in built on its own with its own copy of the
+// Loading the BLE plug-in library: a plug-in built on its own with its own copy of the
 // interface's meta-object, the bare default name, the environment override, and both failures.
 #include "bluetoothmgr.h"
 #include "blelog.h"

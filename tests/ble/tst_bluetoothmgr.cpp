@@ -1,4 +1,4 @@
-// The BLE light manager (Part 4.3) driven through an in-process plug-in: connections, scanning,
+// The BLE light manager driven through an in-process plug-in: connections, scanning,
 // connection handling, every control operation with its preconditions, and the decoding of every
 // notification kind into the store.
 #include "bluetoothmgr.h"
