@@ -89,7 +89,7 @@ private slots:
     void discoveryIsLimitedAcrossRuns();
     void discoveryReplies_data();
     void discoveryReplies();
-    void pairingWaitsForTheLinkButton();
+    void wholeFlowFromDiscoveryToRefresh();
     void pairingWithoutClientKey();
     void unpairedBridgeOfAKnownLightIsFoundAndPaired();
     void lightListBecomesDiscoveredRecords_data();
@@ -257,16 +257,22 @@ void TestHueFlow::discoveryReplies()
     QCOMPARE(found.first().first().value<QList<Bridge>>().first().id, kBridgeId);
 }
 
-void TestHueFlow::pairingWaitsForTheLinkButton()
+void TestHueFlow::wholeFlowFromDiscoveryToRefresh()
 {
     QVERIFY(startFake());
-    HueBridge bridge;
+    auto store = std::make_shared<DevDataMgr>();
+    HueDeviceMgr mgr(store);
+    HueBridge &bridge = *mgr.hueBridge();
+    QSignalSpy found(&bridge, &HueBridge::discover);
     QSignalSpy registered(&bridge, &HueBridge::registerResult);
-    QSignalSpy lights(&bridge, &HueBridge::discoverLight);
-    Bridge target;
-    target.ip = m_address;
-    target.id = kBridgeId;
+    QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
 
+    // Discover: nothing is paired yet, so the scan only asks the discovery service.
+    mgr.startScan();
+    QVERIFY(waitUntil([&]() { return found.size() == 1; }, 15000));
+    const Bridge target = found.first().first().value<QList<Bridge>>().first();
+
+    // Pair: refused until the link button is pressed.
     bridge.pairBridge(target);
     QVERIFY(m_fake.waitForRequests(1, QStringLiteral("POST"), QStringLiteral("/api")));
     const QJsonObject request = m_fake.requests(QStringLiteral("POST"), QStringLiteral("/api")).first();
@@ -274,27 +280,46 @@ void TestHueFlow::pairingWaitsForTheLinkButton()
              QStringLiteral("{\n    \"devicetype\": \"appName#instanceName\",\n    \"generateclientkey\": true\n}\n"));
     QCOMPARE(request.value("headers").toObject().value("content-type").toString(), QStringLiteral("application/json"));
     QCOMPARE(request.value("tls").toBool(), false);
-
     QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
     bridge.pairBridge(target);
-    QVERIFY(waitUntil([&]() { return lights.size() == 1; }, 15000));
+
+    // List: the pairing is followed by the bridge's lights, offered as new records.
+    QVERIFY(waitUntil([&]() { return discovered.size() == 3; }, 15000));
     QCOMPARE(registered.size(), 1);
     QCOMPARE(registered.first().first().toBool(), true);
-
     const QString key = QStringLiteral("bridge/") + m_address + QLatin1Char('/') + kBridgeId;
     const QStringList stored = hueSettings().value(key).toString().split(QLatin1Char('/'));
     QCOMPARE(stored.size(), 2);
     QCOMPARE(stored.at(0).size(), 40);
     QCOMPARE(stored.at(1).size(), 32);
-    // The list that follows the pairing was fetched with the new key.
-    const QJsonObject listRequest = m_fake.requests(QStringLiteral("GET"), kLightPath).first();
-    QCOMPARE(listRequest.value("headers").toObject().value("hue-application-key").toString(), stored.at(0));
-    QCOMPARE(lights.first().at(1).value<QList<Light>>().size(), 3);
-
+    QCOMPARE(m_fake.requests(QStringLiteral("GET"), kLightPath).first().value("headers").toObject()
+                 .value("hue-application-key").toString(), stored.at(0));
     HueBridge nextRun;
-    const Bridge loaded = nextRun.pairedBridges().value({m_address, kBridgeId});
-    QCOMPARE(loaded.username, stored.at(0));
-    QCOMPARE(loaded.clientkey, stored.at(1));
+    QCOMPARE(nextRun.pairedBridges().value({m_address, kBridgeId}).clientkey, stored.at(1));
+
+    // Add, then set every property.
+    for (const QList<QVariant> &arguments : qAsConst(discovered))
+        store->addDev(arguments.first().value<DevData>());
+    QCOMPARE(store->devices().size(), 3);
+    mgr.powerOn(address(kAmbianceLight));
+    mgr.setBrightness(address(kColorLight), 42);
+    mgr.setTemperature(address(kAmbianceLight), 4000);
+    mgr.setColor(address(kColorLight), QColor(Qt::red));
+    mgr.powerOff(address(kDimmableLight));
+    QVERIFY(m_fake.waitForRequests(5, QStringLiteral("PUT"), QString()));
+
+    // Refresh: the store now holds what the bridge holds.
+    QSignalSpy updates(store.get(), &DevDataMgr::onUpdateDev);
+    mgr.refreshDevices();
+    QVERIFY(waitUntil([&]() {
+        return store->findDev(address(kColorLight))->brightness == 42
+            && store->findDev(address(kAmbianceLight))->temperature == 250
+            && !store->findDev(address(kDimmableLight))->switchState;
+    }, 15000));
+    const DevData *color = store->findDev(address(kColorLight));
+    QCOMPARE(color->temperature, 0); // colour mode: the bridge reports no mirek
+    QCOMPARE(color->switchState, true);
+    QVERIFY(store->findDev(address(kAmbianceLight))->switchState);
 }
 
 void TestHueFlow::pairingWithoutClientKey()
