@@ -1,0 +1,57 @@
+#pragma once
+
+#include "httpserver.h"
+
+#include <QDeadlineTimer>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
+#include <QSet>
+#include <QString>
+
+// What a Hue bridge answers: pairing on POST /api, CLIP v2 light resources, plus a discovery
+// endpoint and a few control endpoints under /control/ that stand in for the physical bridge.
+class FakeBridge
+{
+public:
+    static constexpr int kLinkButtonSecs = 30;
+    static constexpr int kMaxLights = 1000;
+
+    FakeBridge();
+
+    void setBridgeId(const QString &id) { m_bridgeId = id; }
+    void setAdvertisedAddress(const QString &address) { m_advertised = address; }
+    void setClientKeyEnabled(bool on) { m_clientKey = on; }
+    void addUser(const QString &username) { m_users.insert(username); }
+    void pressLinkButton() { m_linkButton = QDeadlineTimer(kLinkButtonSecs * 1000); }
+    // Replaces the lights; the file holds an array of light objects or a {"data": [...]} object.
+    bool loadLights(const QByteArray &json, QString *error);
+
+    HttpResponse handle(const HttpRequest &request);
+
+    static QJsonArray defaultLights();
+
+private:
+    struct CannedReply
+    {
+        QByteArray method; // empty: any
+        QByteArray path;
+        HttpResponse response;
+        int times = 1;     // negative: until reset
+    };
+
+    HttpResponse handleControl(const HttpRequest &request);
+    HttpResponse handlePairing(const HttpRequest &request);
+    HttpResponse handleDiscovery();
+    HttpResponse handleLights(const HttpRequest &request);
+    HttpResponse putLight(QJsonObject &light, const QByteArray &body);
+    int findLight(const QString &id) const;
+
+    QString m_bridgeId = QStringLiteral("ecb5fafffe1a2b3c");
+    QString m_advertised = QStringLiteral("127.0.0.1");
+    bool m_clientKey = true;
+    QSet<QString> m_users;
+    QDeadlineTimer m_linkButton{0};
+    QJsonArray m_lights;
+    QList<CannedReply> m_canned;
+};

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QObject>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QTcpServer>
+#include <functional>
+
+class QSslSocket;
+
+struct HttpRequest
+{
+    QByteArray method;
+    QByteArray path;    // without the query
+    QByteArray target;  // as sent
+    QHash<QByteArray, QByteArray> headers; // names in lower case
+    QByteArray body;
+    bool tls = false;
+};
+
+struct HttpResponse
+{
+    int status = 200;
+    QByteArray contentType = "application/json";
+    QByteArray body;
+    bool drop = false; // close the connection without answering
+};
+
+using HttpHandler = std::function<HttpResponse(const HttpRequest &)>;
+
+// A small HTTP/1.1 server. Each listener serves plain HTTP, HTTPS, or both on one port, telling
+// them apart by the first byte of a connection (a TLS handshake record starts with 0x16).
+class HttpListener : public QTcpServer
+{
+    Q_OBJECT
+
+public:
+    enum class Mode { Plain, Tls, Sniff };
+
+    static constexpr int kMaxHeaderBytes = 64 * 1024;
+    static constexpr int kMaxBodyBytes = 1024 * 1024;
+
+    HttpListener(Mode mode, HttpHandler handler, QObject *parent = nullptr);
+    void setTlsIdentity(const QSslCertificate &certificate, const QSslKey &key);
+
+protected:
+    void incomingConnection(qintptr socketDescriptor) override;
+
+private:
+    Mode m_mode;
+    HttpHandler m_handler;
+    QSslCertificate m_certificate;
+    QSslKey m_key;
+};
+
+// One client connection: reads requests one after the other and answers each in turn.
+class HttpConnection : public QObject
+{
+    Q_OBJECT
+
+public:
+    HttpConnection(QSslSocket *socket, HttpListener::Mode mode, HttpHandler handler, QObject *parent);
+
+private:
+    void onReadyRead();
+    void processBuffer();
+    void reply(const HttpResponse &response, bool keepAlive);
+    void fail(int status);
+
+    QSslSocket *m_socket;
+    HttpListener::Mode m_mode;
+    HttpHandler m_handler;
+    QByteArray m_buffer;
+    bool m_decided = false;
+    bool m_closing = false;
+};
