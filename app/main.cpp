@@ -1,5 +1,6 @@
 #include "applanguage.h"
 #include "crashdump.h"
+#include "pluginmsgmanager.h"
 #include "qtsingleapplication.h"
 #include "startupwindow.h"
 
@@ -25,6 +26,9 @@ int main(int argc, char *argv[])
     const int fontId = loadApplicationFont(QStringLiteral(":/resource/font/Roboto-Light-10.ttf"));
     loadTranslations();
 
+    // The device manager comes into being here, on first use.
+    auto *pluginMsgManager = new PluginMsgManager();
+
     int exitCode = 0;
     {
         StartupWindow window;
@@ -38,5 +42,6 @@ int main(int argc, char *argv[])
         if (fontId != -1)
             QFontDatabase::removeApplicationFont(fontId);
     }
+    delete pluginMsgManager;
     return exitCode;
 }

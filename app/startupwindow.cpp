@@ -1,8 +1,11 @@
 #include "startupwindow.h"
 
+#include "devicemgr.h"
+
 #include <QCoreApplication>
 #include <QDebug>
 #include <QLabel>
+#include <QTimer>
 #include <QVBoxLayout>
 
 StartupWindow::StartupWindow(QWidget *parent)
@@ -17,6 +20,10 @@ StartupWindow::StartupWindow(QWidget *parent)
     label->setAlignment(Qt::AlignCenter);
     label->setStyleSheet(QStringLiteral("color: #FFFFFF;"));
     layout->addWidget(label);
+
+    // Bring the stored lights up to date once the window is up, as the main window does.
+    if (DeviceMgrSingleton::instance()->deviceCount() > 0)
+        QTimer::singleShot(200, this, [] { DeviceMgrSingleton::instance()->refreshDevices(); });
 }
 
 void StartupWindow::onMessageReceived(const QString &message)

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "basedevice.h"
+#include "devdatamgr.h"
+#include "effectdata.h"
+#include "singleton.h"
+
+#include <QHash>
+
+#include <functional>
+#include <memory>
+
+// The entry point for everything that concerns lights: owns the store, the effect catalogue and
+// both transports, and routes every per-light request by the light's stored protocol.
+class DeviceMgr : public BaseDevice
+{
+    Q_OBJECT
+
+public:
+    static constexpr int kBleTransport = 1;
+    static constexpr int kHueTransport = 101;
+
+    using TransportFactory = std::function<std::shared_ptr<BaseDevice>(std::shared_ptr<DevDataMgr>)>;
+
+    explicit DeviceMgr(QObject *parent = nullptr);
+    // Builds the manager over other transports (tests drive the routing through this).
+    DeviceMgr(const TransportFactory &ble, const TransportFactory &hue, QObject *parent = nullptr);
+    ~DeviceMgr() override;
+
+    void refreshDevices() override;
+    void startScan() override;
+    void stopScan() override;
+    void connectToDevice(const QString &addr) override;
+    bool reconnectDevice(const QString &addr) override;
+    void removeDevice(const QString &addr) override;
+    void delDev(const QString &groupUuid, const QString &addr) override;
+    void powerOn(const QString &addr) override;
+    void powerOff(const QString &addr) override;
+    void setTemperature(const QString &addr, int value) override;
+    void setBrightness(const QString &addr, int value) override;
+    void setLightEffect(const QString &addr, const QString &effect) override;
+    void setColor(const QString &addr, const QColor &color) override;
+
+    using BaseDevice::setAdjusting;
+    void setAdjusting(const QString &addr, bool on);
+    void setBrightnessByRatio(const QString &addr, double ratio);
+
+    void addDev(const DevData &info);
+    void addDevToGroup(const QString &uuid, const DevData &info);
+    QString addGroup(const QString &name);
+    void delGroup(const QString &uuid);
+    void renameGroup(const QString &uuid, const QString &newName);
+    const DevDataMgr::DeviceTable &getDevices() const;
+    const DevDataMgr::GroupTable &getGroups() const;
+    QList<DevData> getGroupDevices(const QString &uuid) const;
+    int deviceCount() const;
+    std::shared_ptr<BaseDevice> getDeviceMgrByProtocol(int protocol) const;
+    const EffectData &getEffectData() const;
+    // The store itself, for views that follow its signals.
+    DevDataMgr *store() const { return m_devDataMgr.get(); }
+
+public slots:
+    void onDeviceDiscovered(DevData data);
+
+private:
+    std::shared_ptr<BaseDevice> route(const QString &addr) const;
+
+    QHash<int, std::shared_ptr<BaseDevice>> m_transports;
+    QHash<QString, DevData> m_discovered;
+    std::shared_ptr<DevDataMgr> m_devDataMgr;
+    EffectData m_effectData;
+};
+
+using DeviceMgrSingleton = Singleton<DeviceMgr, SingletonFactory<DeviceMgr>>;
