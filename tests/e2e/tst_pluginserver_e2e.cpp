@@ -1,0 +1,270 @@
+// A control-deck client driving the real program over its WebSocket server, with the simulated
+// Bluetooth lights answering on the other side.
+#include "processutil.h"
+#include "testhome.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QSettings>
+#include <QTcpServer>
+#include <QTest>
+#include <QWebSocket>
+
+#include <memory>
+
+namespace {
+
+const QString kRgb = QStringLiteral("AA:00:00:00:00:02");
+const QString kCob = QStringLiteral("AA:00:00:00:10:01");
+const QString kGroup = QStringLiteral("{5e0c1a52-1111-4c2e-9a10-0123456789ab}");
+
+QString envelope(int cmd, const QString &subCmd, const QJsonObject &param = {})
+{
+    return QString::fromUtf8(QJsonDocument(QJsonObject{{"cmd", cmd}, {"subCmd", subCmd}, {"param", param}})
+                                 .toJson(QJsonDocument::Compact));
+}
+
+// A client that keeps every message it receives, in order.
+struct Client
+{
+    QWebSocket socket;
+    QList<QJsonObject> received;
+
+    explicit Client(quint16 port)
+    {
+        QObject::connect(&socket, &QWebSocket::textMessageReceived, [this](const QString &text) {
+            received << QJsonDocument::fromJson(text.toUtf8()).object();
+        });
+        socket.open(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(port)));
+        waitUntil([this] { return socket.state() == QAbstractSocket::ConnectedState; }, 5000);
+    }
+
+    // The first message (oldest first) matching subCmd and, when given, the param's id and value.
+    bool waitFor(const QString &subCmd, const QString &id = {}, const QJsonValue &value = QJsonValue::Undefined,
+                 int timeoutMs = 5000)
+    {
+        return waitUntil([&] {
+            for (int i = 0; i < received.size(); ++i) {
+                const QJsonObject param = received.at(i).value(QLatin1String("param")).toObject();
+                if (received.at(i).value(QLatin1String("subCmd")).toString() != subCmd)
+                    continue;
+                if (!id.isEmpty() && param.value(QLatin1String("id")).toString() != id)
+                    continue;
+                if (!value.isUndefined() && param.value(QLatin1String("value")) != value)
+                    continue;
+                received.removeAt(i);
+                return true;
+            }
+            return false;
+        }, timeoutMs);
+    }
+};
+
+} // namespace
+
+class TestPluginServerE2E : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void listsStoredLightsAndGroups();
+    void controlCommandsReachTheLights();
+    void noticesFollowTheLights();
+    void groupCommandFansOut();
+    void repliesReachOnlyTheLatestClient();
+
+private:
+    QJsonObject simState(const QString &addr);
+    bool waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs = 5000);
+
+    std::unique_ptr<TestHome> m_home;
+    std::unique_ptr<QProcess> m_app;
+    std::unique_ptr<QTcpServer> m_squatter;
+    std::unique_ptr<Client> m_client;
+    QString m_control;
+    quint16 m_port = 0;
+};
+
+void TestPluginServerE2E::initTestCase()
+{
+    m_home = std::make_unique<TestHome>();
+    QVERIFY(writeFile(m_home->path() + QStringLiteral("/lights.json"), R"({
+        "timing": {"discoverFirstMs": 50, "discoverStepMs": 20, "scanMs": 800, "connectMs": 50, "replyMs": 10},
+        "lights": [
+            {"addr": "AA:00:00:00:00:02", "name": "RGB panel", "protocol": 2, "power": true,
+             "brightness": 80, "temperature": 5600, "mode": 2},
+            {"addr": "AA:00:00:00:10:01", "name": "COB", "protocol": 1001, "brightness": 60,
+             "temperature": 4300, "mode": 1}
+        ]})"));
+    QVERIFY(writeFile(m_home->configFile(), QStringLiteral(R"({
+        "devs": [{"addr": "%1", "name": "RGB panel", "protocol": 2},
+                 {"addr": "%2", "name": "COB", "protocol": 1001}],
+        "groups": [{"name": "Set", "uuid": "%3", "devs": ["%1", "%2"]}]})").arg(kRgb, kCob, kGroup).toUtf8()));
+
+    // Take the first free port from 8000 so the program has to move past it.
+    m_squatter = std::make_unique<QTcpServer>();
+    quint16 taken = 8000;
+    while (!m_squatter->listen(QHostAddress(QStringLiteral("127.0.0.1")), taken))
+        ++taken;
+
+    m_control = QStringLiteral("/tmp/brivon-e2e-sim-%1").arg(QCoreApplication::applicationPid());
+    QProcessEnvironment env = m_home->environment();
+    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_BIN_DIR "/libBrivonBleSim.so"));
+    env.insert(QStringLiteral("BRIVON_SIM_LIGHTS"), m_home->path() + QStringLiteral("/lights.json"));
+    env.insert(QStringLiteral("BRIVON_SIM_CONTROL"), m_control);
+    m_app = std::make_unique<QProcess>();
+    m_app->setProcessEnvironment(env);
+    m_app->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_app->start(beamcrafterPath(), {});
+    QVERIFY(m_app->waitForStarted(10000));
+
+    // The port it found is published in its settings.
+    const QString settingsFile = m_home->path() + QStringLiteral("/.config/brivon/com.brivon.beamcrafter.pluginserver.conf");
+    QVERIFY(waitUntil([&] { return QFile::exists(settingsFile); }, 15000));
+    QSettings settings(settingsFile, QSettings::IniFormat);
+    QCOMPARE(settings.value(QStringLiteral("server/address")).toString(), QStringLiteral("127.0.0.1"));
+    m_port = quint16(settings.value(QStringLiteral("server/port")).toInt());
+    QVERIFY2(m_port > taken, qPrintable(QString::number(m_port)));
+
+    // The stored lights are found and connected on start-up.
+    QVERIFY(waitForSim(kRgb, QStringLiteral("connected"), true, 15000));
+    QVERIFY(waitForSim(kCob, QStringLiteral("connected"), true, 15000));
+    m_client = std::make_unique<Client>(m_port);
+    QCOMPARE(m_client->socket.state(), QAbstractSocket::ConnectedState);
+    // Both lights have reported their state to the program.
+    QTest::qWait(500);
+}
+
+void TestPluginServerE2E::cleanupTestCase()
+{
+    m_client.reset();
+    if (m_app) {
+        m_app->kill();
+        m_app->waitForFinished(5000);
+    }
+    m_home.reset();
+}
+
+QJsonObject TestPluginServerE2E::simState(const QString &addr)
+{
+    QLocalSocket socket;
+    socket.connectToServer(m_control);
+    if (!socket.waitForConnected(1000))
+        return {};
+    socket.write("state " + addr.toUtf8() + '\n');
+    if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
+        return {};
+    const QByteArray line = socket.readLine().trimmed();
+    if (!line.startsWith("ok "))
+        return {};
+    return QJsonDocument::fromJson(line.mid(3)).object();
+}
+
+bool TestPluginServerE2E::waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs)
+{
+    QJsonValue last;
+    const bool ok = waitUntil([&] {
+        last = simState(addr).value(key);
+        return last == value;
+    }, timeoutMs);
+    if (!ok)
+        qWarning() << addr << key << "is" << last << "expected" << value;
+    return ok;
+}
+
+void TestPluginServerE2E::listsStoredLightsAndGroups()
+{
+    m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
+    QVERIFY(waitUntil([&] { return !m_client->received.isEmpty(); }, 5000));
+    const QJsonObject reply = m_client->received.takeLast();
+    QCOMPARE(reply.value(QLatin1String("cmd")).toInt(), 20000);
+    const QJsonObject param = reply.value(QLatin1String("param")).toObject();
+    QCOMPARE(param.value(QLatin1String("light")).toArray().size(), 2);
+    const QJsonArray groups = param.value(QLatin1String("group")).toArray();
+    QCOMPARE(groups.size(), 1);
+    QCOMPARE(groups.at(0).toObject().value(QLatin1String("id")).toString(), kGroup);
+    QCOMPARE(groups.at(0).toObject().value(QLatin1String("switch")).toBool(), true);
+    QVERIFY(!param.value(QLatin1String("effect")).toArray().isEmpty());
+}
+
+void TestPluginServerE2E::controlCommandsReachTheLights()
+{
+    auto control = [this](const QString &subCmd, const QString &id, const QJsonValue &value) {
+        m_client->socket.sendTextMessage(envelope(10000, subCmd, QJsonObject{{"id", id}, {"value", value}}));
+    };
+
+    control(QStringLiteral("brightness"), kRgb, 50);
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 50));
+    control(QStringLiteral("temperature"), kRgb, 3200);
+    QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 3200));
+    control(QStringLiteral("color"), kRgb, QStringLiteral("#00ff00"));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("hue"), 120));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("saturation"), 100));
+    control(QStringLiteral("effect"), kRgb, QStringLiteral("7"));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("effect"), QStringLiteral("7")));
+
+    control(QStringLiteral("brightness"), kCob, 40);
+    QVERIFY(waitForSim(kCob, QStringLiteral("brightness"), 40));
+    control(QStringLiteral("effect"), kCob, QStringLiteral("B-4"));
+    QVERIFY(waitForSim(kCob, QStringLiteral("effect"), QStringLiteral("B-4")));
+
+    // A brightness without a value, and an unknown id, reach nobody.
+    const int framesBefore = simState(kRgb).value(QLatin1String("framesReceived")).toInt();
+    m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}}));
+    control(QStringLiteral("brightness"), QStringLiteral("nobody"), 10);
+    QTest::qWait(300);
+    QCOMPARE(simState(kRgb).value(QLatin1String("framesReceived")).toInt(), framesBefore);
+}
+
+void TestPluginServerE2E::noticesFollowTheLights()
+{
+    m_client->received.clear();
+    // Switched off at the light: the program hears the report and tells the client.
+    QLocalSocket socket;
+    socket.connectToServer(m_control);
+    QVERIFY(socket.waitForConnected(1000));
+    socket.write("knob " + kRgb.toUtf8() + " power off\n");
+    QVERIFY(waitUntil([&] { return socket.canReadLine(); }, 2000));
+    QVERIFY(socket.readLine().startsWith("ok"));
+    QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, false));
+
+    // "switch" toggles: the light is off, so it goes on, and the notice says so.
+    m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
+    QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, true));
+    QVERIFY(m_client->waitFor(QStringLiteral("switch"), kGroup, true));
+}
+
+void TestPluginServerE2E::groupCommandFansOut()
+{
+    m_client->socket.sendTextMessage(
+        envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kGroup}, {"value", 30}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 30));
+    QVERIFY(waitForSim(kCob, QStringLiteral("brightness"), 30));
+
+    // Both lights are on: a group "switch" turns every one of them off.
+    m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kGroup}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), false));
+    QVERIFY(waitForSim(kCob, QStringLiteral("power"), false));
+}
+
+void TestPluginServerE2E::repliesReachOnlyTheLatestClient()
+{
+    Client newer(m_port);
+    QCOMPARE(newer.socket.state(), QAbstractSocket::ConnectedState);
+    QTest::qWait(100);
+    m_client->received.clear();
+
+    m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
+    QVERIFY(newer.waitFor(QStringLiteral("listdevice")));
+    QTest::qWait(200);
+    QVERIFY(m_client->received.isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestPluginServerE2E)
+#include "tst_pluginserver_e2e.moc"
