@@ -194,6 +194,7 @@ void SimBlePlugin::writeData(const QString &devAddr, const QByteArray &data)
     SimLight *light = find(devAddr);
     if (!light || !light->connected)
         return; // written into the void, as with a real link that is gone
+    emit frameWritten(devAddr, data);
     deliver(devAddr, light->receive(data), m_timing.replyMs);
 }
 

@@ -47,6 +47,11 @@ public:
     // One control command, as sent over the control socket; returns the reply line.
     QString command(const QString &line);
 
+signals:
+    // Every frame the program writes to a connected light, as it arrives (for benchmarks and tools
+    // in the same process, which reach this object through QPluginLoader).
+    void frameWritten(QString devAddr, QByteArray data);
+
 private:
     void loadLights();
     void startControlServer();
