@@ -1,5 +1,5 @@
 // Renders the custom widgets, the small dialogs and every icon into PNG files, so that a change
-// in their look can be checked by eye: ui_gallery <output folder>
+// in their look can be checked by eye: uigallery <output folder>
 #include "about.h"
 #include "applanguage.h"
 #include "customlistwidget.h"
