@@ -255,7 +255,9 @@ void ControlItemWidget::setupColorMenu()
     m_colorDialog->setStyleSheet(colorDialogSheet());
 
     connect(menu, &QMenu::aboutToShow, this, [this] {
-        m_colorDialog->setCurrentColor(QColor(m_currentColor));
+        // Before the light has reported a colour the dialog keeps its own rather than showing black.
+        if (QColor::isValidColorName(m_currentColor))
+            m_colorDialog->setCurrentColor(QColor(m_currentColor));
         m_colorDialog->show();
     });
     connect(m_colorDialog, &QDialog::accepted, menu, &QMenu::close);
@@ -272,7 +274,9 @@ void ControlItemWidget::setDevice(const QString &groupUuid, const QString &group
     m_protocol = dev.protocol;
     m_colorLightEnable = dev.colorLightEnable;
     m_lightEffectEnable = dev.lightEffectEnable;
-    m_nameLabel->setText(dev.name);
+    // A long name is cut with an ellipsis rather than mid-letter; the tool tip has it in full.
+    m_nameLabel->ensurePolished(); // the style sheet's font size, not the default one
+    m_nameLabel->setText(QFontMetrics(m_nameLabel->font()).elidedText(dev.name, Qt::ElideRight, m_nameLabel->width()));
     m_nameLabel->setToolTip(dev.name);
     applyParamRange(dev);
     slotUpdateLightState(dev);
@@ -359,6 +363,16 @@ void ControlItemWidget::applyParamRange(const DevData &dev)
         m_temperatureSlider->setRatio(m_temperatureRatio);
         m_temperatureSlider->setRange(dev.temperatureMin / m_temperatureRatio,
                                       dev.temperatureMax / m_temperatureRatio);
+    }
+    // A light that never reported its state keeps its handles at the start, not wherever the
+    // change of range clamped them.
+    if (m_lastBrightness < 0) {
+        const QSignalBlocker blocker(m_brightnessSlider);
+        m_brightnessSlider->setValue(m_brightnessSlider->minimum());
+    }
+    if (m_lastTemperature < 0) {
+        const QSignalBlocker blocker(m_temperatureSlider);
+        m_temperatureSlider->setValue(m_temperatureSlider->minimum());
     }
 }
 

@@ -27,6 +27,8 @@ void select(const QByteArray &lightsJson, bool withControlSocket)
     g_control = withControlSocket ? QStringLiteral("/tmp/brivon-ui2-%1").arg(QCoreApplication::applicationPid())
                                   : QString();
     qputenv("BRIVON_SIM_CONTROL", g_control.toUtf8());
+    // Scans look for Hue bridges too: keep them off the network.
+    qputenv("BRIVON_HUE_DISCOVERY_URL", "http://127.0.0.1:9/");
 }
 
 bool addAndConnectAll(int expected, int timeoutMs)
