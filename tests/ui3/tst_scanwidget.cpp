@@ -204,8 +204,10 @@ void TestScanWidget::everyWayOutStopsTheScan()
     QVERIFY(!m_scan->deviceWidget()->isDiscoverTipVisible());
     // Nothing was added on the way out, except by "连接".
     QCOMPARE(mgr->deviceCount(), way == QLatin1String("connect") ? 1 : 0);
-    for (const QString &addr : mgr->getDevices().keys())
+    for (const QString &addr : mgr->getDevices().keys()) {
+        mgr->removeDevice(addr); // the link goes too, so the light is found again next time
         mgr->delDev(defaultGroupUuid(), addr);
+    }
 }
 
 void TestScanWidget::connectingTwoLightsSwitchesOnce()
@@ -229,6 +231,11 @@ void TestScanWidget::connectingTwoLightsSwitchesOnce()
     QCOMPARE(fill->protocol, 2); // the record as discovery reported it
     QVERIFY(mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:03")));
     QVERIFY(!m_scan->isVisible());
+    // Both are linked at once, not only when a later scan sees them again.
+    QVERIFY(waitUntil([&]() {
+        return mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:02"))->linkState == 1
+            && mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:03"))->linkState == 1;
+    }, 3000));
 
     // Next time the stored lights are not offered again.
     m_scan->show();
