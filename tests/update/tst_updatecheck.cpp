@@ -20,236 +20,224 @@ class TestUpdateCheck : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void requestUrl_data();
-    void requestUrl();
-    void requestReachesServerWithSystemLanguage();
-    void replies_data();
-    void replies();
-    void offerCarriesTheRelease_data();
-    void offerCarriesTheRelease();
-    void overlappingChecksEachAnswerOnce();
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        // The language is probed once per process; this fixes it before anything asks.
+        qputenv("LC_ALL", "ja_JP.UTF-8");
+        QVERIFY(m_server.listen());
+        qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
+    }
+
+    void requestUrl_data()
+    {
+        QTest::addColumn<QString>("base");
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<QString>("expected");
+        const QString query = QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=");
+        QTest::newRow("en_US") << "http://h:1" << "en_US" << "http://h:1" + query + "en-US";
+        QTest::newRow("zh_CN") << "http://h:1" << "zh_CN" << "http://h:1" + query + "zh-CN";
+        QTest::newRow("de_DE") << "http://h:1" << "de_DE" << "http://h:1" + query + "de-DE";
+        QTest::newRow("ja_JP") << "http://h:1" << "ja_JP" << "http://h:1" + query + "ja-JP";
+        QTest::newRow("zh_HK") << "http://h:1" << "zh_HK" << "http://h:1" + query + "zh-HK";
+        QTest::newRow("unknown tag keeps underscore") << "http://h:1" << "fr_FR" << "http://h:1" + query + "en_US";
+        QTest::newRow("empty tag") << "http://h:1" << "" << "http://h:1" + query + "en_US";
+        QTest::newRow("base with trailing slash") << "http://h:1/" << "de_DE" << "http://h:1" + query + "de-DE";
+        QTest::newRow("base with path prefix") << "http://h:1/api/v2/" << "de_DE"
+                                               << "http://h:1/api/v2" + query + "de-DE";
+    }
+
+    void requestUrl()
+    {
+        QFETCH(QString, base);
+        QFETCH(QString, tag);
+        const QByteArray saved = qgetenv("BRIVON_UPDATE_URL");
+        qputenv("BRIVON_UPDATE_URL", base.toUtf8());
+        const QString url = UpdateCheck::requestUrl(tag).toString();
+        qputenv("BRIVON_UPDATE_URL", saved);
+        QTEST(url, "expected");
+    }
+
+    void requestReachesServerWithSystemLanguage()
+    {
+        m_server.setCheckReply(FakeUpdateServer::upToDateReply());
+        const int before = m_server.requests().size();
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        check.checkVersion();
+        QVERIFY(waitUntil([&] { return reply.size() == 1; }, 10000));
+        QCOMPARE(m_server.requests().size(), before + 1);
+        QCOMPARE(m_server.requests().last(), QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=ja-JP"));
+    }
+
+    void replies_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<bool>("drop");
+        QTest::addColumn<QString>("signal");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("log");
+
+        const QByteArray ok = R"("succ": true, "code": 200, "message": "ok")";
+        auto reply = [](const QByteArray &fields) { return "{" + fields + "}"; };
+
+        QTest::newRow("up to date") << reply(ok + R"(, "data": {"needUpdate": false})") << 200 << false
+                                    << "reply" << kUpToDate << "";
+        QTest::newRow("update offered") << reply(ok + R"(, "data": {"needUpdate": true, "version": "1.1.0"})")
+                                        << 200 << false << "version" << "" << "";
+        QTest::newRow("connection dropped") << QByteArray() << 200 << true << "error" << kNoResponse
+                                            << "reply error:";
+        QTest::newRow("http 500 with a valid body") << reply(ok + R"(, "data": {"needUpdate": false})") << 500
+                                                    << false << "error" << kNoResponse << "reply error:";
+        QTest::newRow("not json") << QByteArray("<html>maintenance</html>") << 200 << false << "error" << kEmpty
+                                  << "missing data 3:";
+        QTest::newRow("empty body") << QByteArray() << 200 << false << "error" << kEmpty << "missing data 3:";
+        QTest::newRow("top-level array") << QByteArray("[1, 2]") << 200 << false << "error" << kIncomplete + "[2]"
+                                         << "missing data 2:";
+        QTest::newRow("empty message")
+            << QByteArray(R"({"succ": true, "code": 200, "message": "", "data": {"needUpdate": false}})") << 200
+            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("message missing")
+            << QByteArray(R"({"succ": true, "code": 200, "data": {"needUpdate": false}})") << 200 << false << "error"
+            << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("message not text")
+            << QByteArray(R"({"succ": true, "code": 200, "message": 5, "data": {"needUpdate": false}})") << 200
+            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("code as text")
+            << QByteArray(R"({"succ": true, "code": "200", "message": "ok", "data": {"needUpdate": false}})") << 200
+            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("code 500")
+            << QByteArray(R"({"succ": true, "code": 500, "message": "ok", "data": {"needUpdate": false}})") << 200
+            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("code fractional")
+            << QByteArray(R"({"succ": true, "code": 200.5, "message": "ok", "data": {"needUpdate": false}})") << 200
+            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("succ false")
+            << QByteArray(R"({"succ": false, "code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200
+            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("succ as number")
+            << QByteArray(R"({"succ": 1, "code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200
+            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("succ missing")
+            << QByteArray(R"({"code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200 << false
+            << "error" << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("data missing") << reply(ok) << 200 << false << "error" << kIncomplete + "[2]"
+                                      << "missing data 2:";
+        QTest::newRow("data is an array") << reply(ok + R"(, "data": [])") << 200 << false << "error"
+                                          << kIncomplete + "[2]" << "missing data 2:";
+        QTest::newRow("data empty") << reply(ok + R"(, "data": {})") << 200 << false << "error"
+                                    << kIncomplete + "[1]" << "missing data 1:";
+        QTest::newRow("needUpdate missing") << reply(ok + R"(, "data": {"version": "1.1.0"})") << 200 << false
+                                            << "error" << kIncomplete + "[1]" << "missing data 1:";
+        QTest::newRow("needUpdate null") << reply(ok + R"(, "data": {"needUpdate": null})") << 200 << false
+                                         << "reply" << kUpToDate << "";
+    }
+
+    void replies()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(int, status);
+        QFETCH(bool, drop);
+        QFETCH(QString, signal);
+        QFETCH(QString, text);
+        QFETCH(QString, log);
+
+        m_server.setCheckReply(body, status);
+        m_server.setCheckDrops(drop);
+        if (!log.isEmpty())
+            QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QRegularExpression::escape(log)));
+
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        QSignalSpy version(&check, &UpdateCheck::versionMessage);
+        QSignalSpy error(&check, &UpdateCheck::errorMessage);
+        runCheck(check, reply, version, error);
+        m_server.setCheckDrops(false);
+        if (QTest::currentTestFailed())
+            return;
+
+        QSignalSpy *expected = signal == QLatin1String("reply") ? &reply
+                             : signal == QLatin1String("version") ? &version
+                                                                    : &error;
+        QCOMPARE(expected->size(), 1);
+        if (!text.isEmpty())
+            QCOMPARE(expected->first().first().toString(), text);
+    }
+
+    void offerCarriesTheRelease_data()
+    {
+        QTest::addColumn<QByteArray>("data");
+        QTest::addColumn<int>("size");
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QString>("versionInfo");
+        QTest::addColumn<QString>("downloadUrl");
+        QTest::addColumn<QString>("md5");
+
+        QTest::newRow("complete") << QByteArray(R"({"needUpdate": true, "version": "1.1.0", "versionInfo": "修复\nfixes",
+            "downloadUrl": "http://dl.example/setup.exe", "size": 52428800, "md5": "abc123"})")
+                                  << 52428800 << "1.1.0" << "修复\nfixes" << "http://dl.example/setup.exe" << "abc123";
+        QTest::newRow("no size") << QByteArray(R"({"needUpdate": true, "version": "1.1.0",
+            "downloadUrl": "http://dl.example/setup.exe"})")
+                                 << 0 << "1.1.0" << "" << "http://dl.example/setup.exe" << "";
+        QTest::newRow("size beyond 32 bits") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": 9999999999})")
+                                             << 0 << "2.0" << "" << "" << "";
+        QTest::newRow("wrong types") << QByteArray(R"({"needUpdate": true, "version": 2, "size": "12", "md5": []})")
+                                     << 0 << "" << "" << "" << "";
+    }
+
+    void offerCarriesTheRelease()
+    {
+        QFETCH(QByteArray, data);
+        m_server.setCheckReply(R"({"succ": true, "code": 200, "message": "ok", "data": )" + data + "}");
+
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        QSignalSpy version(&check, &UpdateCheck::versionMessage);
+        QSignalSpy error(&check, &UpdateCheck::errorMessage);
+        runCheck(check, reply, version, error);
+        if (QTest::currentTestFailed())
+            return;
+        QCOMPARE(version.size(), 1);
+
+        const VersionData offer = version.first().first().value<VersionData>();
+        QTEST(int(offer.size), "size");
+        QTEST(offer.version, "version");
+        QTEST(offer.versionInfo, "versionInfo");
+        QTEST(offer.downloadUrl, "downloadUrl");
+        QTEST(offer.md5, "md5");
+    }
+
+    void overlappingChecksEachAnswerOnce()
+    {
+        m_server.setCheckReply(FakeUpdateServer::upToDateReply());
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        QSignalSpy error(&check, &UpdateCheck::errorMessage);
+        check.checkVersion();
+        check.checkVersion();
+        check.checkVersion();
+        QVERIFY(waitUntil([&] { return reply.size() == 3; }, 10000));
+        QTest::qWait(100);
+        QCOMPARE(reply.size(), 3);
+        QCOMPARE(error.size(), 0);
+    }
 
 private:
     // Runs one check and returns the spies' counts; fails the test if not exactly one signal came.
-    void runCheck(UpdateCheck &check, QSignalSpy &reply, QSignalSpy &version, QSignalSpy &error);
+    void runCheck(UpdateCheck &check, QSignalSpy &reply, QSignalSpy &version, QSignalSpy &error)
+    {
+        check.checkVersion();
+        const auto total = [&] { return reply.size() + version.size() + error.size(); };
+        QVERIFY(waitUntil([&] { return total() > 0; }, 10000));
+        // A second signal for the same reply would arrive in the same turn of the loop or the next.
+        QTest::qWait(50);
+        QCOMPARE(total(), 1);
+    }
 
     TestHome m_home;
     FakeUpdateServer m_server;
 };
-
-void TestUpdateCheck::initTestCase()
-{
-    QVERIFY(m_home.isValid());
-    // The language is probed once per process; this fixes it before anything asks.
-    qputenv("LC_ALL", "ja_JP.UTF-8");
-    QVERIFY(m_server.listen());
-    qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
-}
-
-void TestUpdateCheck::requestUrl_data()
-{
-    QTest::addColumn<QString>("base");
-    QTest::addColumn<QString>("tag");
-    QTest::addColumn<QString>("expected");
-    const QString query = QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=");
-    QTest::newRow("en_US") << "http://h:1" << "en_US" << "http://h:1" + query + "en-US";
-    QTest::newRow("zh_CN") << "http://h:1" << "zh_CN" << "http://h:1" + query + "zh-CN";
-    QTest::newRow("de_DE") << "http://h:1" << "de_DE" << "http://h:1" + query + "de-DE";
-    QTest::newRow("ja_JP") << "http://h:1" << "ja_JP" << "http://h:1" + query + "ja-JP";
-    QTest::newRow("zh_HK") << "http://h:1" << "zh_HK" << "http://h:1" + query + "zh-HK";
-    QTest::newRow("unknown tag keeps underscore") << "http://h:1" << "fr_FR" << "http://h:1" + query + "en_US";
-    QTest::newRow("empty tag") << "http://h:1" << "" << "http://h:1" + query + "en_US";
-    QTest::newRow("base with trailing slash") << "http://h:1/" << "de_DE" << "http://h:1" + query + "de-DE";
-    QTest::newRow("base with path prefix") << "http://h:1/api/v2/" << "de_DE"
-                                           << "http://h:1/api/v2" + query + "de-DE";
-}
-
-void TestUpdateCheck::requestUrl()
-{
-    QFETCH(QString, base);
-    QFETCH(QString, tag);
-    const QByteArray saved = qgetenv("BRIVON_UPDATE_URL");
-    qputenv("BRIVON_UPDATE_URL", base.toUtf8());
-    const QString url = UpdateCheck::requestUrl(tag).toString();
-    qputenv("BRIVON_UPDATE_URL", saved);
-    QTEST(url, "expected");
-}
-
-void TestUpdateCheck::requestReachesServerWithSystemLanguage()
-{
-    m_server.setCheckReply(FakeUpdateServer::upToDateReply());
-    const int before = m_server.requests().size();
-    UpdateCheck check;
-    QSignalSpy reply(&check, &UpdateCheck::replyMessage);
-    check.checkVersion();
-    QVERIFY(waitUntil([&] { return reply.size() == 1; }, 10000));
-    QCOMPARE(m_server.requests().size(), before + 1);
-    QCOMPARE(m_server.requests().last(), QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=ja-JP"));
-}
-
-void TestUpdateCheck::replies_data()
-{
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<bool>("drop");
-    QTest::addColumn<QString>("signal");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("log");
-
-    const QByteArray ok = R"("succ": true, "code": 200, "message": "ok")";
-    auto reply = [](const QByteArray &fields) { return "{" + fields + "}"; };
-
-    QTest::newRow("up to date") << reply(ok + R"(, "data": {"needUpdate": false})") << 200 << false
-                                << "reply" << kUpToDate << "";
-    QTest::newRow("update offered") << reply(ok + R"(, "data": {"needUpdate": true, "version": "1.1.0"})")
-                                    << 200 << false << "version" << "" << "";
-    QTest::newRow("connection dropped") << QByteArray() << 200 << true << "error" << kNoResponse
-                                        << "reply error:";
-    QTest::newRow("http 500 with a valid body") << reply(ok + R"(, "data": {"needUpdate": false})") << 500
-                                                << false << "error" << kNoResponse << "reply error:";
-    QTest::newRow("not json") << QByteArray("<html>maintenance</html>") << 200 << false << "error" << kEmpty
-                              << "missing data 3:";
-    QTest::newRow("empty body") << QByteArray() << 200 << false << "error" << kEmpty << "missing data 3:";
-    QTest::newRow("top-level array") << QByteArray("[1, 2]") << 200 << false << "error" << kIncomplete + "[2]"
-                                     << "missing data 2:";
-    QTest::newRow("empty message")
-        << QByteArray(R"({"succ": true, "code": 200, "message": "", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("message missing")
-        << QByteArray(R"({"succ": true, "code": 200, "data": {"needUpdate": false}})") << 200 << false << "error"
-        << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("message not text")
-        << QByteArray(R"({"succ": true, "code": 200, "message": 5, "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("code as text")
-        << QByteArray(R"({"succ": true, "code": "200", "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("code 500")
-        << QByteArray(R"({"succ": true, "code": 500, "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("code fractional")
-        << QByteArray(R"({"succ": true, "code": 200.5, "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("succ false")
-        << QByteArray(R"({"succ": false, "code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("succ as number")
-        << QByteArray(R"({"succ": 1, "code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("succ missing")
-        << QByteArray(R"({"code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200 << false
-        << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("data missing") << reply(ok) << 200 << false << "error" << kIncomplete + "[2]"
-                                  << "missing data 2:";
-    QTest::newRow("data is an array") << reply(ok + R"(, "data": [])") << 200 << false << "error"
-                                      << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("data empty") << reply(ok + R"(, "data": {})") << 200 << false << "error"
-                                << kIncomplete + "[1]" << "missing data 1:";
-    QTest::newRow("needUpdate missing") << reply(ok + R"(, "data": {"version": "1.1.0"})") << 200 << false
-                                        << "error" << kIncomplete + "[1]" << "missing data 1:";
-    QTest::newRow("needUpdate null") << reply(ok + R"(, "data": {"needUpdate": null})") << 200 << false
-                                     << "reply" << kUpToDate << "";
-}
-
-void TestUpdateCheck::replies()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(int, status);
-    QFETCH(bool, drop);
-    QFETCH(QString, signal);
-    QFETCH(QString, text);
-    QFETCH(QString, log);
-
-    m_server.setCheckReply(body, status);
-    m_server.setCheckDrops(drop);
-    if (!log.isEmpty())
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QRegularExpression::escape(log)));
-
-    UpdateCheck check;
-    QSignalSpy reply(&check, &UpdateCheck::replyMessage);
-    QSignalSpy version(&check, &UpdateCheck::versionMessage);
-    QSignalSpy error(&check, &UpdateCheck::errorMessage);
-    runCheck(check, reply, version, error);
-    m_server.setCheckDrops(false);
-    if (QTest::currentTestFailed())
-        return;
-
-    QSignalSpy *expected = signal == QLatin1String("reply") ? &reply
-                         : signal == QLatin1String("version") ? &version
-                                                                : &error;
-    QCOMPARE(expected->size(), 1);
-    if (!text.isEmpty())
-        QCOMPARE(expected->first().first().toString(), text);
-}
-
-void TestUpdateCheck::offerCarriesTheRelease_data()
-{
-    QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<int>("size");
-    QTest::addColumn<QString>("version");
-    QTest::addColumn<QString>("versionInfo");
-    QTest::addColumn<QString>("downloadUrl");
-    QTest::addColumn<QString>("md5");
-
-    QTest::newRow("complete") << QByteArray(R"({"needUpdate": true, "version": "1.1.0", "versionInfo": "修复\nfixes",
-        "downloadUrl": "http://dl.example/setup.exe", "size": 52428800, "md5": "abc123"})")
-                              << 52428800 << "1.1.0" << "修复\nfixes" << "http://dl.example/setup.exe" << "abc123";
-    QTest::newRow("no size") << QByteArray(R"({"needUpdate": true, "version": "1.1.0",
-        "downloadUrl": "http://dl.example/setup.exe"})")
-                             << 0 << "1.1.0" << "" << "http://dl.example/setup.exe" << "";
-    QTest::newRow("size beyond 32 bits") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": 9999999999})")
-                                         << 0 << "2.0" << "" << "" << "";
-    QTest::newRow("wrong types") << QByteArray(R"({"needUpdate": true, "version": 2, "size": "12", "md5": []})")
-                                 << 0 << "" << "" << "" << "";
-}
-
-void TestUpdateCheck::offerCarriesTheRelease()
-{
-    QFETCH(QByteArray, data);
-    m_server.setCheckReply(R"({"succ": true, "code": 200, "message": "ok", "data": )" + data + "}");
-
-    UpdateCheck check;
-    QSignalSpy reply(&check, &UpdateCheck::replyMessage);
-    QSignalSpy version(&check, &UpdateCheck::versionMessage);
-    QSignalSpy error(&check, &UpdateCheck::errorMessage);
-    runCheck(check, reply, version, error);
-    if (QTest::currentTestFailed())
-        return;
-    QCOMPARE(version.size(), 1);
-
-    const VersionData offer = version.first().first().value<VersionData>();
-    QTEST(int(offer.size), "size");
-    QTEST(offer.version, "version");
-    QTEST(offer.versionInfo, "versionInfo");
-    QTEST(offer.downloadUrl, "downloadUrl");
-    QTEST(offer.md5, "md5");
-}
-
-void TestUpdateCheck::overlappingChecksEachAnswerOnce()
-{
-    m_server.setCheckReply(FakeUpdateServer::upToDateReply());
-    UpdateCheck check;
-    QSignalSpy reply(&check, &UpdateCheck::replyMessage);
-    QSignalSpy error(&check, &UpdateCheck::errorMessage);
-    check.checkVersion();
-    check.checkVersion();
-    check.checkVersion();
-    QVERIFY(waitUntil([&] { return reply.size() == 3; }, 10000));
-    QTest::qWait(100);
-    QCOMPARE(reply.size(), 3);
-    QCOMPARE(error.size(), 0);
-}
-
-void TestUpdateCheck::runCheck(UpdateCheck &check, QSignalSpy &reply, QSignalSpy &version, QSignalSpy &error)
-{
-    check.checkVersion();
-    const auto total = [&] { return reply.size() + version.size() + error.size(); };
-    QVERIFY(waitUntil([&] { return total() > 0; }, 10000));
-    // A second signal for the same reply would arrive in the same turn of the loop or the next.
-    QTest::qWait(50);
-    QCOMPARE(total(), 1);
-}
 
 QTEST_GUILESS_MAIN(TestUpdateCheck)
 #include "tst_updatecheck.moc"
