@@ -30,40 +30,49 @@ class TestBleFrames : public QObject
     Q_OBJECT
 
 private slots:
-    // ---- FF framing
-    void ffPack_data()
+    // ---- packing: both framings
+    void pack_data()
     {
+        QTest::addColumn<bool>("aa");
         QTest::addColumn<int>("cmd");
         QTest::addColumn<int>("length");
         QTest::addColumn<QByteArray>("payload");
         QTest::addColumn<QByteArray>("expected");
 
-        QTest::newRow("documented: brightness 50") << 0xA2 << 1 << hex("32") << hex("FF A2 01 32 32 AA");
-        QTest::newRow("documented: empty payload") << 0x10 << 0 << QByteArray() << hex("FF 10 00 00 AA");
-        QTest::newRow("sum of payload only") << 0xA3 << 2 << hex("19 64") << hex("FF A3 02 19 64 7D AA");
-        QTest::newRow("sum wraps modulo 256") << 0xA4 << 3 << hex("FF FF 02") << hex("FF A4 03 FF FF 02 00 AA");
-        QTest::newRow("longest payload") << 0x10 << 255 << QByteArray(255, '\x01')
+        QTest::newRow("documented: brightness 50") << false << 0xA2 << 1 << hex("32") << hex("FF A2 01 32 32 AA");
+        QTest::newRow("documented: empty payload") << false << 0x10 << 0 << QByteArray() << hex("FF 10 00 00 AA");
+        QTest::newRow("sum of payload only") << false << 0xA3 << 2 << hex("19 64") << hex("FF A3 02 19 64 7D AA");
+        QTest::newRow("sum wraps modulo 256") << false << 0xA4 << 3 << hex("FF FF 02") << hex("FF A4 03 FF FF 02 00 AA");
+        QTest::newRow("longest payload") << false << 0x10 << 255 << QByteArray(255, '\x01')
                                          << (hex("FF 10 FF") + QByteArray(255, '\x01') + hex("FF AA"));
-        QTest::newRow("payload longer than declared") << 0xA2 << 1 << hex("32 33") << QByteArray();
-        QTest::newRow("payload shorter than declared") << 0xA3 << 2 << hex("19") << QByteArray();
-        QTest::newRow("declared length but no payload") << 0xA2 << 1 << QByteArray() << QByteArray();
+        QTest::newRow("payload longer than declared") << false << 0xA2 << 1 << hex("32 33") << QByteArray();
+        QTest::newRow("payload shorter than declared") << false << 0xA3 << 2 << hex("19") << QByteArray();
+        QTest::newRow("declared length but no payload") << false << 0xA2 << 1 << QByteArray() << QByteArray();
+        QTest::newRow("AA documented: mode request 06 01") << true << 0x06 << 1 << hex("01") << hex("55 AA 03 06 00 01 01 A0 D8");
+        QTest::newRow("AA empty payload") << true << 0x30 << 0 << QByteArray() << hex("55 AA 03 30 00 00 00 6F");
+        QTest::newRow("AA payload longer than declared") << true << 0x06 << 1 << hex("01 02") << QByteArray();
+        QTest::newRow("AA payload shorter than declared") << true << 0x01 << 5 << hex("01 32") << QByteArray();
     }
 
-    void ffPack()
+    void pack()
     {
+        QFETCH(bool, aa);
         QFETCH(int, cmd);
         QFETCH(int, length);
         QFETCH(QByteArray, payload);
         QFETCH(QByteArray, expected);
-        bluetoothProtocol codec;
-        QCOMPARE(codec.pack(quint8(cmd), quint8(length), bytes(payload)).toHex(' '), expected.toHex(' '));
+        const QByteArray frame = aa ? bluetoothProtocol2().pack(quint8(cmd), quint8(length), bytes(payload))
+                                    : bluetoothProtocol().pack(quint8(cmd), quint8(length), bytes(payload));
+        QCOMPARE(frame.toHex(' '), expected.toHex(' '));
     }
 
-    void ffCatalogue_data()
+    // Every frame the program builds, in both framings.
+    void catalogue_data()
     {
         QTest::addColumn<QByteArray>("frame");
         QTest::addColumn<QByteArray>("expected");
         bluetoothProtocol c;
+        bluetoothProtocol2 c2;
 
         QTest::newRow("power on is A1 00") << c.powerFrame(true) << hex("FF A1 01 00 00 AA");
         QTest::newRow("power off is A1 01") << c.powerFrame(false) << hex("FF A1 01 01 01 AA");
@@ -79,15 +88,27 @@ private slots:
         QTest::newRow("colour hue 300 full saturation") << c.colorFrame(300, 255) << hex("FF A4 03 01 2C 64 91 AA");
         QTest::newRow("colour saturation truncated to percent") << c.colorFrame(0, 128) << hex("FF A4 03 00 00 32 32 AA");
         QTest::newRow("colour without hue sends hue 0") << c.colorFrame(-1, 0) << hex("FF A4 03 00 00 00 00 AA");
+        QTest::newRow("AA request mode 06") << c2.requestFrame(0x06) << hex("55 AA 03 06 00 01 01 A0 D8");
+        QTest::newRow("AA request CCT data 07") << c2.requestFrame(0x07) << hex("55 AA 03 07 00 01 01 A1 24");
+        QTest::newRow("AA request product info 21") << c2.requestFrame(0x21) << hex("55 AA 03 21 00 01 01 AA 6C");
+        QTest::newRow("AA CCT mode 50% 5600 K") << c2.cctModeFrame(50, 5600) << hex("55 AA 03 01 00 05 01 32 15 E0 00 B4 E5");
+        QTest::newRow("AA CCT mode brightness 0 (off)") << c2.cctModeFrame(0, 5600) << hex("55 AA 03 01 00 05 01 00 15 E0 00 BA 5D");
+        QTest::newRow("AA CCT mode 1% 2900 K") << c2.cctModeFrame(1, 2900) << hex("55 AA 03 01 00 05 01 01 0B 54 00 AC A7");
+        QTest::newRow("AA documented: effect C-3") << c2.effectModeFrame(80, QStringLiteral("C-3"))
+                                          << hex("55 AA 03 01 00 05 03 50 03 03 00 7A 69");
+        QTest::newRow("AA effect A-12") << c2.effectModeFrame(100, QStringLiteral("A-12"))
+                                     << hex("55 AA 03 01 00 05 03 64 01 0C 00 D0 69");
+        QTest::newRow("AA effect empty sends nothing") << c2.effectModeFrame(100, QString()) << QByteArray();
     }
 
-    void ffCatalogue()
+    void catalogue()
     {
         QFETCH(QByteArray, frame);
         QFETCH(QByteArray, expected);
         QCOMPARE(frame.toHex(' '), expected.toHex(' '));
     }
 
+    // ---- FF framing
     void ffParse_data()
     {
         QTest::addColumn<QByteArray>("frame");
@@ -152,71 +173,6 @@ private slots:
         QByteArray lowFirst;
         lowFirst.append(char(value & 0xFF)).append(char(value >> 8));
         QCOMPARE(lowFirst.toHex(' '), onTheWire.toHex(' '));
-    }
-
-    void aaPack_data()
-    {
-        QTest::addColumn<int>("cmd");
-        QTest::addColumn<int>("length");
-        QTest::addColumn<QByteArray>("payload");
-        QTest::addColumn<QByteArray>("expected");
-
-        QTest::newRow("documented: mode request 06 01") << 0x06 << 1 << hex("01") << hex("55 AA 03 06 00 01 01 A0 D8");
-        QTest::newRow("empty payload") << 0x30 << 0 << QByteArray() << hex("55 AA 03 30 00 00 00 6F");
-        QTest::newRow("payload longer than declared") << 0x06 << 1 << hex("01 02") << QByteArray();
-        QTest::newRow("payload shorter than declared") << 0x01 << 5 << hex("01 32") << QByteArray();
-    }
-
-    void aaPack()
-    {
-        QFETCH(int, cmd);
-        QFETCH(int, length);
-        QFETCH(QByteArray, payload);
-        QFETCH(QByteArray, expected);
-        bluetoothProtocol2 codec;
-        QCOMPARE(codec.pack(quint8(cmd), quint8(length), bytes(payload)).toHex(' '), expected.toHex(' '));
-    }
-
-    void aaCatalogue_data()
-    {
-        QTest::addColumn<QByteArray>("frame");
-        QTest::addColumn<QByteArray>("expected");
-        bluetoothProtocol2 c;
-
-        QTest::newRow("request mode 06") << c.requestFrame(0x06) << hex("55 AA 03 06 00 01 01 A0 D8");
-        QTest::newRow("request CCT data 07") << c.requestFrame(0x07) << hex("55 AA 03 07 00 01 01 A1 24");
-        QTest::newRow("request product info 21") << c.requestFrame(0x21) << hex("55 AA 03 21 00 01 01 AA 6C");
-        QTest::newRow("CCT mode 50% 5600 K") << c.cctModeFrame(50, 5600) << hex("55 AA 03 01 00 05 01 32 15 E0 00 B4 E5");
-        QTest::newRow("CCT mode brightness 0 (off)") << c.cctModeFrame(0, 5600) << hex("55 AA 03 01 00 05 01 00 15 E0 00 BA 5D");
-        QTest::newRow("CCT mode 1% 2900 K") << c.cctModeFrame(1, 2900) << hex("55 AA 03 01 00 05 01 01 0B 54 00 AC A7");
-        QTest::newRow("documented: effect C-3") << c.effectModeFrame(80, QStringLiteral("C-3"))
-                                          << hex("55 AA 03 01 00 05 03 50 03 03 00 7A 69");
-        QTest::newRow("effect A-12") << c.effectModeFrame(100, QStringLiteral("A-12"))
-                                     << hex("55 AA 03 01 00 05 03 64 01 0C 00 D0 69");
-        QTest::newRow("effect empty sends nothing") << c.effectModeFrame(100, QString()) << QByteArray();
-    }
-
-    void aaCatalogue()
-    {
-        QFETCH(QByteArray, frame);
-        QFETCH(QByteArray, expected);
-        QCOMPARE(frame.toHex(' '), expected.toHex(' '));
-    }
-
-    void aaCrcCoversTypeToPayloadOnly()
-    {
-        bluetoothProtocol2 codec;
-        const QByteArray frame = codec.cctModeFrame(42, 4300);
-        const QByteArray covered = frame.mid(2, frame.size() - 4);
-        const quint16 crc = bluetoothProtocol2::crc16Modbus(reinterpret_cast<const quint8 *>(covered.constData()),
-                                                            size_t(covered.size()));
-        QCOMPARE(quint8(frame.at(frame.size() - 2)), quint8(crc & 0xFF));
-        QCOMPARE(quint8(frame.at(frame.size() - 1)), quint8(crc >> 8));
-
-        // With the magic bytes included the CRC would differ: they are outside it.
-        const QByteArray withMagic = frame.left(frame.size() - 2);
-        QVERIFY(bluetoothProtocol2::crc16Modbus(reinterpret_cast<const quint8 *>(withMagic.constData()),
-                                                size_t(withMagic.size())) != crc);
     }
 
     void aaParse_data()

@@ -127,75 +127,63 @@ private slots:
         const bool colour = addr == kV2 || addr == kV7;
 
         m_mgr->setBrightness(addr, 77);
-        QVERIFY(waitSim(addr, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 77; }));
+        QVERIFY(waitSimHas(addr, {{"brightness", 77}}));
 
         m_mgr->setTemperature(addr, 3300);
-        QVERIFY(waitSim(addr, [](const QJsonObject &s) {
-            return s.value(QLatin1String("temperature")).toInt() == 3300 && s.value(QLatin1String("mode")).toInt() == 2;
-        }));
+        QVERIFY(waitSimHas(addr, {{"temperature", 3300}, {"mode", 2}}));
         QVERIFY(waitStored(addr, [](const DevData &d) { return d.temperature == 3300 && d.devCurModel == 1; }));
 
         m_mgr->setLightEffect(addr, QStringLiteral("9"));
-        QVERIFY(waitSim(addr, [](const QJsonObject &s) { return s.value(QLatin1String("mode")).toInt() == 9; }));
+        QVERIFY(waitSimHas(addr, {{"mode", 9}}));
         // The light's report confirms the effect.
         QVERIFY(waitStored(addr, [](const DevData &d) { return d.lightEffect == QLatin1String("9") && d.devCurModel == 2; }));
 
         m_mgr->setColor(addr, QColor::fromHsv(120, 255, 255));
         if (colour) {
-            QVERIFY(waitSim(addr, [](const QJsonObject &s) {
-                return s.value(QLatin1String("mode")).toInt() == 3 && s.value(QLatin1String("hue")).toInt() == 120
-                    && s.value(QLatin1String("saturation")).toInt() == 100;
-            }));
+            QVERIFY(waitSimHas(addr, {{"mode", 3}, {"hue", 120}, {"saturation", 100}}));
             QVERIFY(waitStored(addr, [](const DevData &d) {
                 return d.devCurModel == 3 && d.colorLight == QLatin1String("#00ff00") && d.auxValue1 == 120;
             }));
         } else {
             QTest::qWait(200);
-            QCOMPARE(simState(addr).value(QLatin1String("mode")).toInt(), 9);
+            QCOMPARE(simInt(addr, "mode"), 9);
         }
-        QCOMPARE(simState(addr).value(QLatin1String("unknownFrames")).toInt(), 0);
+        QCOMPARE(simInt(addr, "unknownFrames"), 0);
     }
 
     void aaLightControls()
     {
         m_mgr->setBrightness(kQ, 42);
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 42; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 42}}));
         m_mgr->setTemperature(kQ, 3100);
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) {
-            return s.value(QLatin1String("temperature")).toInt() == 3100 && s.value(QLatin1String("mode")).toInt() == 1;
-        }));
+        QVERIFY(waitSimHas(kQ, {{"temperature", 3100}, {"mode", 1}}));
         m_mgr->setLightEffect(kQ, QStringLiteral("C-3"));
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) {
-            return s.value(QLatin1String("mode")).toInt() == 3 && s.value(QLatin1String("effect")).toString() == QLatin1String("C-3")
-                && s.value(QLatin1String("brightness")).toInt() == 42;
-        }));
+        QVERIFY(waitSimHas(kQ, {{"mode", 3}, {"effect", "C-3"}, {"brightness", 42}}));
         // In effect mode, brightness goes with the effect frame.
         m_mgr->setBrightness(kQ, 55);
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) {
-            return s.value(QLatin1String("brightness")).toInt() == 55 && s.value(QLatin1String("mode")).toInt() == 3;
-        }));
-        const int before = simState(kQ).value(QLatin1String("framesReceived")).toInt();
+        QVERIFY(waitSimHas(kQ, {{"brightness", 55}, {"mode", 3}}));
+        const int before = simInt(kQ, "framesReceived");
         m_mgr->setColor(kQ, Qt::red); // a 55 AA light has no colour
         QTest::qWait(200);
-        QCOMPARE(simState(kQ).value(QLatin1String("framesReceived")).toInt(), before);
+        QCOMPARE(simInt(kQ, "framesReceived"), before);
         m_mgr->setTemperature(kQ, 5000);
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("mode")).toInt() == 1; }));
-        QCOMPARE(simState(kQ).value(QLatin1String("unknownFrames")).toInt(), 0);
+        QVERIFY(waitSimHas(kQ, {{"mode", 1}}));
+        QCOMPARE(simInt(kQ, "unknownFrames"), 0);
     }
 
     void powerCycle()
     {
         for (const QString &addr : {kV1, kV7}) {
             m_mgr->powerOff(addr);
-            QVERIFY(waitSim(addr, [](const QJsonObject &s) { return !s.value(QLatin1String("power")).toBool(); }));
+            QVERIFY(waitSimHas(addr, {{"power", false}}));
             QVERIFY(waitStored(addr, [](const DevData &d) { return !d.switchState; }));
             // Switched off, the light takes no brightness.
-            const int frames = simState(addr).value(QLatin1String("framesReceived")).toInt();
+            const int frames = simInt(addr, "framesReceived");
             m_mgr->setBrightness(addr, 12);
             QTest::qWait(150);
-            QCOMPARE(simState(addr).value(QLatin1String("framesReceived")).toInt(), frames);
+            QCOMPARE(simInt(addr, "framesReceived"), frames);
             m_mgr->powerOn(addr);
-            QVERIFY(waitSim(addr, [](const QJsonObject &s) { return s.value(QLatin1String("power")).toBool(); }));
+            QVERIFY(waitSimHas(addr, {{"power", true}}));
             QVERIFY(waitStored(addr, [](const DevData &d) { return d.switchState; }));
         }
 
@@ -204,10 +192,10 @@ private slots:
         q.oldBrightness = 64;
         m_store->updateDev(q);
         m_mgr->powerOff(kQ);
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 0; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
         QCOMPARE(stored(kQ).switchState, false);
         m_mgr->powerOn(kQ);
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 64; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 64}}));
         QCOMPARE(stored(kQ).switchState, true);
         QCOMPARE(stored(kQ).brightness, 64);
     }
@@ -246,24 +234,24 @@ private slots:
         q.oldBrightness = 47;
         m_store->updateDev(q);
         m_mgr->powerOff(kQ);
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 0; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
         QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 47; }));
-        QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 47; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 47}}));
     }
 
     void droppedLinkAndReconnect()
     {
         QCOMPARE(ctl(QStringLiteral("drop ") + kV7), QStringLiteral("ok"));
         QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState == 0; }));
-        const int frames = simState(kV7).value(QLatin1String("framesReceived")).toInt();
+        const int frames = simInt(kV7, "framesReceived");
         m_mgr->powerOff(kV7); // the power flag is still set: a frame goes out into the void
         QSignalSpy reconnects(m_mgr.get(), &BaseDevice::sigReconnectDevice);
         QVERIFY(m_mgr->reconnectDevice(kV7));
         QCOMPARE(reconnects.count(), 1);
         QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState != 0; }, 5000));
         // The state request after the connection is the first frame the light receives again.
-        QVERIFY(waitSim(kV7, [&](const QJsonObject &s) { return s.value(QLatin1String("framesReceived")).toInt() == frames + 1; }));
+        QVERIFY(waitSimHas(kV7, {{"framesReceived", frames + 1}}));
         QVERIFY(ctl(QStringLiteral("frames ") + kV7).endsWith(QLatin1String("\"ff a1 01 30 30 aa\"]")));
 
         // The 55 AA light goes offline and comes back only after it reports its mode.
@@ -385,6 +373,20 @@ private:
     {
         return waitUntil([&] { return pred(simState(addr)); }, timeoutMs);
     }
+
+    // Waits until the simulated light's state holds every field of `want`.
+    bool waitSimHas(const QString &addr, const QJsonObject &want)
+    {
+        return waitSim(addr, [&](const QJsonObject &state) {
+            for (auto it = want.begin(); it != want.end(); ++it) {
+                if (state.value(it.key()) != it.value())
+                    return false;
+            }
+            return true;
+        });
+    }
+
+    int simInt(const QString &addr, const char *key) { return simState(addr).value(QLatin1String(key)).toInt(); }
 
     QList<DevData> scan()
     {

@@ -168,8 +168,6 @@ private slots:
             QStringLiteral("removeDevice AA:BB")}));
         QCOMPARE(reconnects.count(), 2);
         QCOMPARE(reconnects.at(0).at(0).toString(), kAddr);
-        m_mgr->setAdjusting(true);
-        QVERIFY(m_mgr->isAdjusting());
     }
 
     void withoutPluginEverythingIsInert()
@@ -240,8 +238,7 @@ private slots:
         LogCapture log;
         DevData offline = light(2, false);
         m_store->addDev(offline);
-        DevData online = light(1, true);
-        online.addr = QStringLiteral("C0:FF:EE:00:00:02");
+        const DevData online = light(1, true, true, QStringLiteral("C0:FF:EE:00:00:02"));
         m_store->addDev(online);
 
         emit m_plugin->sigDeviceDiscovered(2, offline.addr, QStringLiteral("a"));
@@ -387,19 +384,6 @@ private slots:
         QCOMPARE(stored().brightness, 0x33);
     }
 
-    void vTypeShortOrBadFramesIgnored()
-    {
-        m_store->addDev(light(2, false, false));
-        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        message(hex("FE 10 09 32 15 E0 00 00 00 00 02 01 00 AA"));       // wrong start byte
-        message(hex("FF 10 08 32 15 E0 00 00 00 00 02 00 AA"));          // payload shorter than a report
-        message(hex("FF 10 09 32 15 E0 00"));                            // declared longer than present
-        message(hex("55 AA 03 06 00 04 01 3C 13 88 5B 78"));             // the other framing
-        message(QByteArray());
-        QCOMPARE(updates.count(), 0);
-        QCOMPARE(int(stored().linkState), 0);
-    }
-
     void adjustingFlagHoldsSomeProtocols_data()
     {
         QTest::addColumn<int>("protocol");
@@ -461,7 +445,7 @@ private slots:
         QCOMPARE(m_plugin->framesTo(kAddr), QStringList{QStringLiteral("55 aa 03 21 00 01 01 aa 6c")});
 
         // A mode the manager does not know still counts as the answer.
-        m_store->addDev([this] { DevData d = light(1001, false, true); d.addr = QStringLiteral("X"); return d; }());
+        m_store->addDev(light(1001, false, true, QStringLiteral("X")));
         message(hex("55 AA 03 06 00 04 02 3C 13 88 00 00"), QStringLiteral("X"));
         QCOMPARE(int(stored(QStringLiteral("X")).linkState), 1);
         QCOMPARE(stored(QStringLiteral("X")).brightness, 40);
@@ -606,26 +590,33 @@ private slots:
         QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::doDevModifyDataUpload], addr: ") + kAddr));
     }
 
-    void aaIgnoredIdsAndShortPayloads_data()
+    void ignoredFrames_data()
     {
+        QTest::addColumn<int>("protocol");
         QTest::addColumn<QByteArray>("frame");
-        QTest::newRow("id 33") << hex("55 AA 03 33 00 04 01 46 15 E0 00 00");
-        QTest::newRow("id 00") << hex("55 AA 03 00 00 04 01 46 15 E0 00 00");
-        QTest::newRow("id 02") << hex("55 AA 03 02 00 04 01 46 15 E0 00 00");
-        QTest::newRow("id 51") << hex("55 AA 03 51 00 04 01 46 15 E0 00 00");
-        QTest::newRow("06 three bytes") << hex("55 AA 03 06 00 03 01 46 15 00 00");
-        QTest::newRow("32 three bytes") << hex("55 AA 03 32 00 03 01 46 15 00 00");
-        QTest::newRow("07 two bytes") << hex("55 AA 03 07 00 02 46 15 00 00");
-        QTest::newRow("06 length beyond bytes") << hex("55 AA 03 06 00 09 01 46 15 E0 00 00");
-        QTest::newRow("06 length 256") << (hex("55 AA 03 06 01 00 01 46 15 E0") + QByteArray(260, '\0'));
-        QTest::newRow("21 short") << hex("55 AA 03 21 00 04 01 46 15 E0 00 00");
-        QTest::newRow("FF framing") << hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA");
+        QTest::newRow("id 33") << 1001 << hex("55 AA 03 33 00 04 01 46 15 E0 00 00");
+        QTest::newRow("id 00") << 1001 << hex("55 AA 03 00 00 04 01 46 15 E0 00 00");
+        QTest::newRow("id 02") << 1001 << hex("55 AA 03 02 00 04 01 46 15 E0 00 00");
+        QTest::newRow("id 51") << 1001 << hex("55 AA 03 51 00 04 01 46 15 E0 00 00");
+        QTest::newRow("06 three bytes") << 1001 << hex("55 AA 03 06 00 03 01 46 15 00 00");
+        QTest::newRow("32 three bytes") << 1001 << hex("55 AA 03 32 00 03 01 46 15 00 00");
+        QTest::newRow("07 two bytes") << 1001 << hex("55 AA 03 07 00 02 46 15 00 00");
+        QTest::newRow("06 length beyond bytes") << 1001 << hex("55 AA 03 06 00 09 01 46 15 E0 00 00");
+        QTest::newRow("06 length 256") << 1001 << (hex("55 AA 03 06 01 00 01 46 15 E0") + QByteArray(260, '\0'));
+        QTest::newRow("21 short") << 1001 << hex("55 AA 03 21 00 04 01 46 15 E0 00 00");
+        QTest::newRow("FF framing") << 1001 << hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA");
+        QTest::newRow("V: wrong start byte") << 2 << hex("FE 10 09 32 15 E0 00 00 00 00 02 01 00 AA");
+        QTest::newRow("V: payload shorter than a report") << 2 << hex("FF 10 08 32 15 E0 00 00 00 00 02 00 AA");
+        QTest::newRow("V: declared longer than present") << 2 << hex("FF 10 09 32 15 E0 00");
+        QTest::newRow("V: 55 AA framing") << 2 << hex("55 AA 03 06 00 04 01 3C 13 88 5B 78");
+        QTest::newRow("V: empty") << 2 << QByteArray();
     }
 
-    void aaIgnoredIdsAndShortPayloads()
+    void ignoredFrames()
     {
+        QFETCH(int, protocol);
         QFETCH(QByteArray, frame);
-        m_store->addDev(light(1001, false, false));
+        m_store->addDev(light(protocol, false, false));
         QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
         message(frame);
         QCOMPARE(updates.count(), 0);
@@ -725,14 +716,7 @@ private slots:
         dev.devCurModel = curModel;
         dev.lightEffect = effectBefore;
         m_store->addDev(dev);
-        switch (Op(op)) {
-        case PowerOn: m_mgr->powerOn(kAddr); break;
-        case PowerOff: m_mgr->powerOff(kAddr); break;
-        case Brightness: m_mgr->setBrightness(kAddr, arg.toInt()); break;
-        case Temperature: m_mgr->setTemperature(kAddr, arg.toInt()); break;
-        case Effect: m_mgr->setLightEffect(kAddr, arg); break;
-        case Color: m_mgr->setColor(kAddr, QColor(arg)); break;
-        }
+        apply(op, arg);
         QCOMPARE(m_plugin->framesTo(kAddr), frame.isEmpty() ? QStringList() : QStringList{frame});
 
         const DevData after = stored();
@@ -789,34 +773,20 @@ private slots:
         QFETCH(bool, power);
         m_store->addDev(light(protocol, online, power));
         QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        switch (Op(op)) {
-        case PowerOn: m_mgr->powerOn(kAddr); break;
-        case PowerOff: m_mgr->powerOff(kAddr); break;
-        case Brightness: m_mgr->setBrightness(kAddr, 5); break;
-        case Temperature: m_mgr->setTemperature(kAddr, 5000); break;
-        case Effect: m_mgr->setLightEffect(kAddr, QStringLiteral("A-1")); break;
-        case Color: m_mgr->setColor(kAddr, Qt::red); break;
-        }
+        const QStringList args{QString(), QString(), QStringLiteral("5"), QStringLiteral("5000"), QStringLiteral("A-1"),
+                               QStringLiteral("#ff0000")};
+        apply(op, args.at(op));
         QVERIFY(m_plugin->writes.isEmpty());
         QCOMPARE(updates.count(), 0);
+        const DevData after = stored();
+        QCOMPARE((QVariantList{after.switchState, after.brightness, after.temperature, after.lightEffect,
+                               after.colorLight, after.devCurModel}),
+                 (QVariantList{power, 40, 4000, QString(), QStringLiteral("#FFFFFF"), 1}));
 
         // An unknown address is ignored by every operation.
-        m_mgr->powerOn(QStringLiteral("nobody"));
-        m_mgr->powerOff(QStringLiteral("nobody"));
-        m_mgr->setBrightness(QStringLiteral("nobody"), 1);
-        m_mgr->setTemperature(QStringLiteral("nobody"), 1);
-        m_mgr->setLightEffect(QStringLiteral("nobody"), QStringLiteral("4"));
-        m_mgr->setColor(QStringLiteral("nobody"), Qt::red);
+        for (int other = PowerOn; other <= Color; ++other)
+            apply(other, args.at(other), QStringLiteral("nobody"));
         QVERIFY(m_plugin->writes.isEmpty());
-    }
-
-    void setBrightnessWhileOffChangesNothing()
-    {
-        m_store->addDev(light(2, true, false));
-        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        m_mgr->setBrightness(kAddr, 99);
-        QCOMPARE(stored().brightness, 40);
-        QCOMPARE(updates.count(), 0);
     }
 
     void powerOn55AAUsesOldBrightness_data()
@@ -863,7 +833,9 @@ private slots:
         QCOMPARE(log.matching(QStringLiteral("lightEffect is empty")).size(), 3);
 
         // setLightEffect with an empty text stores it and the effect mode, and sends nothing.
-        m_store->addDev([this] { DevData d = light(2, true, true); d.addr = QStringLiteral("V"); d.lightEffect = QStringLiteral("5"); return d; }());
+        DevData v = light(2, true, true, QStringLiteral("V"));
+        v.lightEffect = QStringLiteral("5");
+        m_store->addDev(v);
         m_mgr->setLightEffect(QStringLiteral("V"), QString());
         QCOMPARE(stored(QStringLiteral("V")).lightEffect, QString());
         QCOMPARE(stored(QStringLiteral("V")).devCurModel, 2);
@@ -899,10 +871,10 @@ private slots:
     }
 
 private:
-    DevData light(int protocol, bool online = true, bool power = true) const
+    DevData light(int protocol, bool online = true, bool power = true, const QString &addr = kAddr) const
     {
         DevData dev;
-        dev.addr = kAddr;
+        dev.addr = addr;
         dev.name = QStringLiteral("Key light");
         dev.protocol = protocol;
         dev.linkState = online ? 1 : 0;
@@ -912,6 +884,18 @@ private:
         dev.temperature = 4000;
         dev.devCurModel = 1;
         return dev;
+    }
+
+    void apply(int op, const QString &arg, const QString &addr = kAddr)
+    {
+        switch (Op(op)) {
+        case PowerOn: m_mgr->powerOn(addr); break;
+        case PowerOff: m_mgr->powerOff(addr); break;
+        case Brightness: m_mgr->setBrightness(addr, arg.toInt()); break;
+        case Temperature: m_mgr->setTemperature(addr, arg.toInt()); break;
+        case Effect: m_mgr->setLightEffect(addr, arg); break;
+        case Color: m_mgr->setColor(addr, QColor(arg)); break;
+        }
     }
 
     DevData stored(const QString &addr = kAddr) const
