@@ -1,9 +1,9 @@
 // Loading the BLE plug-in library: a plug-in built on its own with its own copy of the
 // interface's meta-object, the bare default name, the environment override, and both failures.
 #include "bluetoothmgr.h"
-#include "blelog.h"
 #include "brivonqxbleinterface.h"
 #include "devdatamgr.h"
+#include "logcapture.h"
 #include "testhome.h"
 
 #include <QCoreApplication>
@@ -19,24 +19,6 @@
 namespace {
 
 const QString kAddr = QStringLiteral("C0:FF:EE:00:00:01");
-
-class EnvGuard
-{
-public:
-    explicit EnvGuard(const char *name) : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name)) {}
-    ~EnvGuard()
-    {
-        if (m_had)
-            qputenv(m_name, m_old);
-        else
-            qunsetenv(m_name);
-    }
-
-private:
-    const char *m_name;
-    bool m_had;
-    QByteArray m_old;
-};
 
 QStringList calls(QObject *plugin)
 {
@@ -54,12 +36,11 @@ private slots:
     {
         m_home = std::make_unique<TestHome>();
         m_store = std::make_shared<DevDataMgr>();
-        m_env = std::make_unique<EnvGuard>(BluetoothMgr::kPluginEnvVar);
+        qunsetenv(BluetoothMgr::kPluginEnvVar); // each case sets the override it needs
     }
 
     void cleanup()
     {
-        m_env.reset();
         m_store.reset();
         m_home.reset();
     }
@@ -137,22 +118,18 @@ private slots:
     void bareNameIsSearchedInLibraryPaths()
     {
         // Stand in for the program's folder: a library path holding lib<bare name>.so.
-        qunsetenv(BluetoothMgr::kPluginEnvVar);
         QTemporaryDir dir;
         QVERIFY(dir.isValid());
         const QString target = dir.filePath(QStringLiteral("libBrivonQXBleDLL.so"));
         QVERIFY(QFile::copy(QStringLiteral(BRIVON_TEST_PLUGIN), target));
-        const QStringList saved = QCoreApplication::libraryPaths();
-        QCoreApplication::addLibraryPath(dir.path());
         LogCapture log;
-        BluetoothMgr mgr(m_store);
-        QCoreApplication::setLibraryPaths(saved);
-        QVERIFY2(mgr.isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
+        const auto mgr = managerSearching(dir.path());
+        QVERIFY2(mgr->isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
         QPluginLoader loader(target);
         QObject *plugin = loader.instance();
         QVERIFY(plugin);
         plugin->setProperty("calls", QStringList());
-        mgr.startScan();
+        mgr->startScan();
         QCOMPARE(calls(plugin), QStringList{QStringLiteral("startScan")});
     }
 
@@ -186,14 +163,9 @@ private slots:
 
     void bareNameNotFoundIsLogged()
     {
-        qunsetenv(BluetoothMgr::kPluginEnvVar);
-        const QStringList saved = QCoreApplication::libraryPaths();
         QTemporaryDir empty;
-        QCoreApplication::setLibraryPaths({empty.path()});
         LogCapture log;
-        BluetoothMgr mgr(m_store);
-        QCoreApplication::setLibraryPaths(saved);
-        QVERIFY(!mgr.isPluginLoaded());
+        QVERIFY(!managerSearching(empty.path())->isPluginLoaded());
         const QStringList lines = log.matching(QStringLiteral("Failed to load BLE plugin:"));
         QCOMPARE(lines.size(), 1);
         QVERIFY(lines.first().size() > QStringLiteral("Failed to load BLE plugin: ").size());
@@ -223,32 +195,37 @@ private slots:
         const QString binDir = QStringLiteral(BRIVON_BIN_DIR);
         if (!QFile::exists(binDir + QStringLiteral("/libBrivonQXBleDLL.so")))
             QSKIP("the default plug-in is not built");
-        qunsetenv(BluetoothMgr::kPluginEnvVar);
-        const QStringList saved = QCoreApplication::libraryPaths();
-        QCoreApplication::setLibraryPaths({binDir});
         LogCapture log;
-        BluetoothMgr mgr(m_store);
-        QCoreApplication::setLibraryPaths(saved);
-        QVERIFY2(mgr.isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
+        const auto mgr = managerSearching(binDir);
+        QVERIFY2(mgr->isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
 
-        QSignalSpy errors(&mgr, &BaseDevice::sigDeviceDiscoveredErrorOccurred);
-        QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
-        mgr.startScan();
+        QSignalSpy errors(mgr.get(), &BaseDevice::sigDeviceDiscoveredErrorOccurred);
+        QSignalSpy finished(mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
+        mgr->startScan();
         QVERIFY(QTest::qWaitFor([&] { return errors.count() + finished.count() > 0; }, 15000));
         if (errors.count() > 0) {
             const auto error = errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>();
             QVERIFY(error == QBluetoothDeviceDiscoveryAgent::InvalidBluetoothAdapterError
                     || error == QBluetoothDeviceDiscoveryAgent::PoweredOffError);
         }
-        mgr.stopScan();
-        mgr.connectToDevice(QStringLiteral("C0:FF:EE:00:00:01"));
+        mgr->stopScan();
+        mgr->connectToDevice(kAddr);
         QTest::qWait(100);
     }
 
 private:
+    // A manager that looks for the plug-in's bare name in `folder` only.
+    std::unique_ptr<BluetoothMgr> managerSearching(const QString &folder)
+    {
+        const QStringList saved = QCoreApplication::libraryPaths();
+        QCoreApplication::setLibraryPaths({folder});
+        auto mgr = std::make_unique<BluetoothMgr>(m_store);
+        QCoreApplication::setLibraryPaths(saved);
+        return mgr;
+    }
+
     std::unique_ptr<TestHome> m_home;
     std::shared_ptr<DevDataMgr> m_store;
-    std::unique_ptr<EnvGuard> m_env;
 };
 
 QTEST_GUILESS_MAIN(TestBlePlugin)

@@ -3,9 +3,9 @@
 // notification kind into the store.
 #include "bluetoothmgr.h"
 #include "bluetoothprotocol2.h"
-#include "blelog.h"
 #include "brivonqxbleinterface.h"
 #include "devdatamgr.h"
+#include "logcapture.h"
 #include "testhome.h"
 
 #include <QMetaMethod>
@@ -793,7 +793,6 @@ private slots:
     {
         QTest::addColumn<int>("oldBrightness");
         QTest::addColumn<int>("sent");
-        QTest::newRow("old 60") << 60 << 60;
         QTest::newRow("old 0 raised to 1") << 0 << 1;
         QTest::newRow("never known raised to 1") << -1 << 1;
     }

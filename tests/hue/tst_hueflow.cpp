@@ -4,6 +4,7 @@
 #include "fakebridgeprocess.h"
 #include "huebridge.h"
 #include "huedevicemgr.h"
+#include "logcapture.h"
 #include "processutil.h"
 #include "testhome.h"
 
@@ -24,25 +25,6 @@ const QString kColorLight = QStringLiteral("3f4ac1e2-6b0d-4f57-9a3e-1c2d3e4f5a01
 const QString kAmbianceLight = QStringLiteral("7b2e9d40-1c5a-4e83-b6f2-2d3e4f5a6b02");
 const QString kDimmableLight = QStringLiteral("c91d0f6a-8e2b-47d1-a5c3-3e4f5a6b7c03");
 const QString kLightPath = QStringLiteral("/clip/v2/resource/light");
-
-QStringList g_messages;
-QtMessageHandler g_previousHandler = nullptr;
-
-void captureMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    g_messages.append(message);
-    if (g_previousHandler)
-        g_previousHandler(type, context, message);
-}
-
-bool networkErrorLogged()
-{
-    for (const QString &message : qAsConst(g_messages)) {
-        if (message.startsWith(QLatin1String("Network error:")))
-            return true;
-    }
-    return false;
-}
 
 QSettings hueSettings()
 {
@@ -86,19 +68,19 @@ private slots:
         m_home = std::make_unique<TestHome>();
         QVERIFY(m_home->isValid());
         QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path()));
-        g_previousHandler = qInstallMessageHandler(captureMessage);
+        m_log = std::make_unique<LogCapture>(true);
     }
 
     void cleanupTestCase()
     {
-        qInstallMessageHandler(g_previousHandler);
+        m_log.reset();
     }
 
     void init()
     {
         QSettings settings = hueSettings();
         settings.clear();
-        g_messages.clear();
+        m_log->clear();
         // A fresh loopback address per case, so no case meets a socket left over from another.
         m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost++);
         qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("https://%1/discovery").arg(m_address).toUtf8());
@@ -197,7 +179,7 @@ private slots:
             return;
         }
         if (networkError)
-            QVERIFY(waitUntil(networkErrorLogged, 15000));
+            QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 15000));
         // The bridge's own discovery reply comes next; by the time it is reported the bad one was read.
         setDiscoveryStamp(QDateTime::currentDateTime().addSecs(-61));
         bridge.discoverBridges();
@@ -525,10 +507,10 @@ private slots:
 
         m_fake.kill();
         mgr.powerOn(address(kColorLight));
-        QVERIFY(waitUntil(networkErrorLogged, 30000));
-        g_messages.clear();
+        QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 30000));
+        m_log->clear();
         mgr.refreshDevices();
-        QVERIFY(waitUntil(networkErrorLogged, 30000));
+        QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 30000));
         QCOMPARE(powered.size(), 0);
         QCOMPARE(updates.size(), 1);
 
@@ -574,7 +556,7 @@ private slots:
         bridge.getAllLights();
         QVERIFY(m_fake.waitForRequests(1, QStringLiteral("GET"), kLightPath));
         if (networkError)
-            QVERIFY(waitUntil(networkErrorLogged, 30000));
+            QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 30000));
 
         // The real list comes next; only it is reported. (A dropped connection is retried by the
         // network stack, so that reply stays until the reset.)
@@ -586,6 +568,15 @@ private slots:
     }
 
 private:
+    bool networkErrorLogged() const
+    {
+        for (const QString &line : m_log->matching(QStringLiteral("Network error:"))) {
+            if (line.startsWith(QLatin1String("Network error:")))
+                return true;
+        }
+        return false;
+    }
+
     bool startFake(const QStringList &extra = {})
     {
         return m_fake.start(m_home->path(), QStringList{QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"),
@@ -604,6 +595,7 @@ private:
     QString address(const QString &light) const { return m_address + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + light; }
 
     std::unique_ptr<TestHome> m_home;
+    std::unique_ptr<LogCapture> m_log;
     FakeBridgeProcess m_fake;
     QString m_address;
     int m_nextHost = 160;

@@ -93,43 +93,26 @@ private slots:
         QTest::newRow("not json") << QByteArray("<html>maintenance</html>") << 200 << false << "error" << kEmpty
                                   << "missing data 3:";
         QTest::newRow("empty body") << QByteArray() << 200 << false << "error" << kEmpty << "missing data 3:";
-        QTest::newRow("top-level array") << QByteArray("[1, 2]") << 200 << false << "error" << kIncomplete + "[2]"
-                                         << "missing data 2:";
-        QTest::newRow("empty message")
-            << QByteArray(R"({"succ": true, "code": 200, "message": "", "data": {"needUpdate": false}})") << 200
-            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("message missing")
-            << QByteArray(R"({"succ": true, "code": 200, "data": {"needUpdate": false}})") << 200 << false << "error"
-            << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("message not text")
-            << QByteArray(R"({"succ": true, "code": 200, "message": 5, "data": {"needUpdate": false}})") << 200
-            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("code as text")
-            << QByteArray(R"({"succ": true, "code": "200", "message": "ok", "data": {"needUpdate": false}})") << 200
-            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("code 500")
-            << QByteArray(R"({"succ": true, "code": 500, "message": "ok", "data": {"needUpdate": false}})") << 200
-            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("code fractional")
-            << QByteArray(R"({"succ": true, "code": 200.5, "message": "ok", "data": {"needUpdate": false}})") << 200
-            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("succ false")
-            << QByteArray(R"({"succ": false, "code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200
-            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("succ as number")
-            << QByteArray(R"({"succ": 1, "code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200
-            << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("succ missing")
-            << QByteArray(R"({"code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200 << false
-            << "error" << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("data missing") << reply(ok) << 200 << false << "error" << kIncomplete + "[2]"
-                                      << "missing data 2:";
-        QTest::newRow("data is an array") << reply(ok + R"(, "data": [])") << 200 << false << "error"
-                                          << kIncomplete + "[2]" << "missing data 2:";
-        QTest::newRow("data empty") << reply(ok + R"(, "data": {})") << 200 << false << "error"
-                                    << kIncomplete + "[1]" << "missing data 1:";
-        QTest::newRow("needUpdate missing") << reply(ok + R"(, "data": {"version": "1.1.0"})") << 200 << false
-                                            << "error" << kIncomplete + "[1]" << "missing data 1:";
+        // Replies the check refuses as incomplete, with the level of the missing part.
+        const auto incomplete = [](const char *name, const QByteArray &body, int level) {
+            QTest::newRow(name) << body << 200 << false << "error" << kIncomplete + QStringLiteral("[%1]").arg(level)
+                                << QStringLiteral("missing data %1:").arg(level);
+        };
+        const QByteArray data = R"(, "data": {"needUpdate": false})";
+        incomplete("top-level array", "[1, 2]", 2);
+        incomplete("empty message", reply(R"("succ": true, "code": 200, "message": "")" + data), 2);
+        incomplete("message missing", reply(R"("succ": true, "code": 200)" + data), 2);
+        incomplete("message not text", reply(R"("succ": true, "code": 200, "message": 5)" + data), 2);
+        incomplete("code as text", reply(R"("succ": true, "code": "200", "message": "ok")" + data), 2);
+        incomplete("code 500", reply(R"("succ": true, "code": 500, "message": "ok")" + data), 2);
+        incomplete("code fractional", reply(R"("succ": true, "code": 200.5, "message": "ok")" + data), 2);
+        incomplete("succ false", reply(R"("succ": false, "code": 200, "message": "ok")" + data), 2);
+        incomplete("succ as number", reply(R"("succ": 1, "code": 200, "message": "ok")" + data), 2);
+        incomplete("succ missing", reply(R"("code": 200, "message": "ok")" + data), 2);
+        incomplete("data missing", reply(ok), 2);
+        incomplete("data is an array", reply(ok + R"(, "data": [])"), 2);
+        incomplete("data empty", reply(ok + R"(, "data": {})"), 1);
+        incomplete("needUpdate missing", reply(ok + R"(, "data": {"version": "1.1.0"})"), 1);
         QTest::newRow("needUpdate null") << reply(ok + R"(, "data": {"needUpdate": null})") << 200 << false
                                          << "reply" << kUpToDate << "";
     }
