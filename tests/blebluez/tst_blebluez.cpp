@@ -63,23 +63,7 @@ private slots:
         QTest::newRow("huge name with prefix") << "BRV-RGB" + QString(100000, QLatin1Char('x')) << 2;
     }
 
-    void nameMatching()
-    {
-        QFETCH(QString, name);
-        QFETCH(int, expected);
-        BleProfiles profiles;
-        QVERIFY(profiles.parse(R"({"profiles": [
-            {"protocolType": 1, "namePrefixes": ["BRV-CL"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
-            {"protocolType": 7, "namePrefixes": ["BRV-RGBW"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
-            {"protocolType": 2, "namePrefixes": ["BRV-RGB"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
-            {"protocolType": 1001, "namePrefixes": ["BRV-PRO"], "namePattern": "BP[0-9]{3}-[0-9A-F]{4}",
-             "service": "7b3a0001-4c1d-4f6e-9a52-b1e0c0d5a1f0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"}
-        ]})"));
-        QCOMPARE(profiles.profiles().size(), 4);
-        const BleProfile *profile = profiles.match(name);
-        QCOMPARE(profile ? profile->protocolType : -1, expected);
-    }
-
+    void nameMatching();
     void uuidText_data()
     {
         QTest::addColumn<QString>("text");
@@ -293,6 +277,23 @@ private:
     QPluginLoader m_loader;
     BrivonQXBleInterface *m_ble = nullptr;
 };
+
+void TestBleBluez::nameMatching()
+{
+    QFETCH(QString, name);
+    QFETCH(int, expected);
+    BleProfiles profiles;
+    QVERIFY(profiles.parse(R"({"profiles": [
+        {"protocolType": 1, "namePrefixes": ["BRV-CL"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
+        {"protocolType": 7, "namePrefixes": ["BRV-RGBW"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
+        {"protocolType": 2, "namePrefixes": ["BRV-RGB"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
+        {"protocolType": 1001, "namePrefixes": ["BRV-PRO"], "namePattern": "BP[0-9]{3}-[0-9A-F]{4}",
+         "service": "7b3a0001-4c1d-4f6e-9a52-b1e0c0d5a1f0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"}
+    ]})"));
+    QCOMPARE(profiles.profiles().size(), 4);
+    const BleProfile *profile = profiles.match(name);
+    QCOMPARE(profile ? profile->protocolType : -1, expected);
+}
 
 QTEST_GUILESS_MAIN(TestBleBluez)
 #include "tst_blebluez.moc"

@@ -59,57 +59,7 @@ private slots:
         QCOMPARE(HueBridge::kelvinToMirek(kelvin), mirek);
     }
 
-    void parseLight_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<bool>("on");
-        QTest::addColumn<int>("brightness");
-        QTest::addColumn<int>("mirek");
-        QTest::addColumn<int>("temperatureMin");
-        QTest::addColumn<int>("temperatureMax");
-        QTest::addColumn<QString>("id");
-        QTest::addColumn<QString>("name");
-
-        QTest::newRow("colour bulb")
-            << QByteArray(R"({"errors":[],"data":[{"id":"l1","metadata":{"name":"Desk"},"on":{"on":true},
-                "dimming":{"brightness":79.37},"color_temperature":{"mirek":366,"mirek_valid":true,
-                "mirek_schema":{"mirek_minimum":153,"mirek_maximum":500}},"type":"light"}]})")
-            << 1 << true << 79 << 366 << 2000 << 6500 << "l1" << "Desk";
-        QTest::newRow("ambiance bounds round down to hundreds")
-            << QByteArray(R"({"data":[{"id":"l2","color_temperature":{"mirek":233,"mirek_valid":true,
-                "mirek_schema":{"mirek_minimum":153,"mirek_maximum":454}}}]})")
-            << 1 << false << 0 << 233 << 2200 << 6500 << "l2" << "";
-        QTest::newRow("xy mode keeps bounds, no mirek")
-            << QByteArray(R"({"data":[{"id":"l3","color_temperature":{"mirek":null,"mirek_valid":false,
-                "mirek_schema":{"mirek_minimum":153,"mirek_maximum":500}}}]})")
-            << 1 << false << 0 << 0 << 2000 << 6500 << "l3" << "";
-        QTest::newRow("brightness truncates")
-            << QByteArray(R"({"data":[{"id":"l4","dimming":{"brightness":99.6}}]})")
-            << 1 << false << 99 << 0 << 0 << 0 << "l4" << "";
-        QTest::newRow("no colour temperature")
-            << QByteArray(R"({"data":[{"id":"l5","on":{"on":true},"dimming":{"brightness":100.0}}]})")
-            << 1 << true << 100 << 0 << 0 << 0 << "l5" << "";
-        QTest::newRow("fractional mirek and schema fall back")
-            << QByteArray(R"({"data":[{"id":"l6","color_temperature":{"mirek":366.5,"mirek_valid":true,
-                "mirek_schema":{"mirek_minimum":"x","mirek_maximum":1.5}}}]})")
-            << 1 << false << 0 << 153 << 2000 << 6500 << "l6" << "";
-        QTest::newRow("zero mirek bounds do not divide")
-            << QByteArray(R"({"data":[{"id":"l7","color_temperature":{"mirek_schema":{"mirek_minimum":0,"mirek_maximum":0}}}]})")
-            << 1 << false << 0 << 0 << 0 << 0 << "l7" << "";
-        QTest::newRow("huge brightness is bounded")
-            << QByteArray(R"({"data":[{"id":"l8","dimming":{"brightness":1e300}}]})")
-            << 1 << false << 2147483647 << 0 << 0 << 0 << "l8" << "";
-        QTest::newRow("empty objects skipped")
-            << QByteArray(R"({"data":[{},7,"x",{"id":"l9"}]})") << 1 << false << 0 << 0 << 0 << 0 << "l9" << "";
-        QTest::newRow("empty list") << QByteArray(R"({"errors":[],"data":[]})") << 0 << false << 0 << 0 << 0 << 0 << "" << "";
-        QTest::newRow("null data") << QByteArray(R"({"data":null})") << 0 << false << 0 << 0 << 0 << 0 << "" << "";
-        QTest::newRow("array root") << QByteArray(R"([{"id":"l1"}])") << 0 << false << 0 << 0 << 0 << 0 << "" << "";
-        QTest::newRow("truncated") << QByteArray(R"({"data":[{"id":"l1","on":{"on":tr)") << 0 << false << 0 << 0 << 0 << 0 << "" << "";
-        QTest::newRow("html") << QByteArray("<html><body>429 Too Many Requests</body></html>") << 0 << false << 0 << 0 << 0
-                              << 0 << "" << "";
-    }
-
+    void parseLight_data();
     void parseLight()
     {
         QFETCH(QByteArray, body);
@@ -128,23 +78,7 @@ private slots:
         QTEST(light.name, "name");
     }
 
-    void setStateResponse_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<bool>("accepted");
-        QTest::addColumn<QString>("rid");
-
-        QTest::newRow("accepted") << QByteArray(R"({"data":[{"rid":"r1","rtype":"light"}],"errors":[]})") << true << "r1";
-        QTest::newRow("errors and data") << QByteArray(R"({"data":[{"rid":"r1"}],"errors":[{"description":"x"}]})") << true
-                                         << "r1";
-        QTest::newRow("last rid wins") << QByteArray(R"({"data":[{"rid":"a"},{},{"rid":"b"}]})") << true << "b";
-        QTest::newRow("null data") << QByteArray(R"({"data":null})") << true << "";
-        QTest::newRow("errors only") << QByteArray(R"({"errors":[{"description":"unauthorized user"}]})") << false << "";
-        QTest::newRow("array") << QByteArray(R"([{"data":[]}])") << false << "";
-        QTest::newRow("empty") << QByteArray() << false << "";
-        QTest::newRow("html") << QByteArray("<html>busy</html>") << false << "";
-    }
-
+    void setStateResponse_data();
     void setStateResponse()
     {
         QFETCH(QByteArray, body);
@@ -267,6 +201,74 @@ private slots:
 private:
     std::unique_ptr<TestHome> m_home;
 };
+
+void TestHueBridge::parseLight_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<bool>("on");
+    QTest::addColumn<int>("brightness");
+    QTest::addColumn<int>("mirek");
+    QTest::addColumn<int>("temperatureMin");
+    QTest::addColumn<int>("temperatureMax");
+    QTest::addColumn<QString>("id");
+    QTest::addColumn<QString>("name");
+
+    QTest::newRow("colour bulb")
+        << QByteArray(R"({"errors":[],"data":[{"id":"l1","metadata":{"name":"Desk"},"on":{"on":true},
+            "dimming":{"brightness":79.37},"color_temperature":{"mirek":366,"mirek_valid":true,
+            "mirek_schema":{"mirek_minimum":153,"mirek_maximum":500}},"type":"light"}]})")
+        << 1 << true << 79 << 366 << 2000 << 6500 << "l1" << "Desk";
+    QTest::newRow("ambiance bounds round down to hundreds")
+        << QByteArray(R"({"data":[{"id":"l2","color_temperature":{"mirek":233,"mirek_valid":true,
+            "mirek_schema":{"mirek_minimum":153,"mirek_maximum":454}}}]})")
+        << 1 << false << 0 << 233 << 2200 << 6500 << "l2" << "";
+    QTest::newRow("xy mode keeps bounds, no mirek")
+        << QByteArray(R"({"data":[{"id":"l3","color_temperature":{"mirek":null,"mirek_valid":false,
+            "mirek_schema":{"mirek_minimum":153,"mirek_maximum":500}}}]})")
+        << 1 << false << 0 << 0 << 2000 << 6500 << "l3" << "";
+    QTest::newRow("brightness truncates")
+        << QByteArray(R"({"data":[{"id":"l4","dimming":{"brightness":99.6}}]})")
+        << 1 << false << 99 << 0 << 0 << 0 << "l4" << "";
+    QTest::newRow("no colour temperature")
+        << QByteArray(R"({"data":[{"id":"l5","on":{"on":true},"dimming":{"brightness":100.0}}]})")
+        << 1 << true << 100 << 0 << 0 << 0 << "l5" << "";
+    QTest::newRow("fractional mirek and schema fall back")
+        << QByteArray(R"({"data":[{"id":"l6","color_temperature":{"mirek":366.5,"mirek_valid":true,
+            "mirek_schema":{"mirek_minimum":"x","mirek_maximum":1.5}}}]})")
+        << 1 << false << 0 << 153 << 2000 << 6500 << "l6" << "";
+    QTest::newRow("zero mirek bounds do not divide")
+        << QByteArray(R"({"data":[{"id":"l7","color_temperature":{"mirek_schema":{"mirek_minimum":0,"mirek_maximum":0}}}]})")
+        << 1 << false << 0 << 0 << 0 << 0 << "l7" << "";
+    QTest::newRow("huge brightness is bounded")
+        << QByteArray(R"({"data":[{"id":"l8","dimming":{"brightness":1e300}}]})")
+        << 1 << false << 2147483647 << 0 << 0 << 0 << "l8" << "";
+    QTest::newRow("empty objects skipped")
+        << QByteArray(R"({"data":[{},7,"x",{"id":"l9"}]})") << 1 << false << 0 << 0 << 0 << 0 << "l9" << "";
+    QTest::newRow("empty list") << QByteArray(R"({"errors":[],"data":[]})") << 0 << false << 0 << 0 << 0 << 0 << "" << "";
+    QTest::newRow("null data") << QByteArray(R"({"data":null})") << 0 << false << 0 << 0 << 0 << 0 << "" << "";
+    QTest::newRow("array root") << QByteArray(R"([{"id":"l1"}])") << 0 << false << 0 << 0 << 0 << 0 << "" << "";
+    QTest::newRow("truncated") << QByteArray(R"({"data":[{"id":"l1","on":{"on":tr)") << 0 << false << 0 << 0 << 0 << 0 << "" << "";
+    QTest::newRow("html") << QByteArray("<html><body>429 Too Many Requests</body></html>") << 0 << false << 0 << 0 << 0
+                          << 0 << "" << "";
+}
+
+void TestHueBridge::setStateResponse_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<bool>("accepted");
+    QTest::addColumn<QString>("rid");
+
+    QTest::newRow("accepted") << QByteArray(R"({"data":[{"rid":"r1","rtype":"light"}],"errors":[]})") << true << "r1";
+    QTest::newRow("errors and data") << QByteArray(R"({"data":[{"rid":"r1"}],"errors":[{"description":"x"}]})") << true
+                                     << "r1";
+    QTest::newRow("last rid wins") << QByteArray(R"({"data":[{"rid":"a"},{},{"rid":"b"}]})") << true << "b";
+    QTest::newRow("null data") << QByteArray(R"({"data":null})") << true << "";
+    QTest::newRow("errors only") << QByteArray(R"({"errors":[{"description":"unauthorized user"}]})") << false << "";
+    QTest::newRow("array") << QByteArray(R"([{"data":[]}])") << false << "";
+    QTest::newRow("empty") << QByteArray() << false << "";
+    QTest::newRow("html") << QByteArray("<html>busy</html>") << false << "";
+}
 
 QTEST_MAIN(TestHueBridge)
 #include "tst_huebridge.moc"

@@ -122,33 +122,7 @@ private slots:
         QVERIFY(hueSettings().value(QStringLiteral("discover/datatime")).toDateTime() > rewound.addSecs(30));
     }
 
-    void discoveryReplies_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("contentType");
-        QTest::addColumn<QString>("body");
-        QTest::addColumn<QStringList>("expected"); // "ip|id|port"
-        QTest::addColumn<bool>("networkError");
-
-        const QString json = QStringLiteral("application/json");
-        QTest::newRow("text port") << 200 << json << R"([{"id":"b2","internalipaddress":"10.0.0.2","port":"443"}])"
-                                   << QStringList{"10.0.0.2|b2|443"} << false;
-        QTest::newRow("only bridge already paired")
-            << 200 << json << R"([{"id":"paired1","internalipaddress":"10.0.0.9","port":443}])" << QStringList() << false;
-        QTest::newRow("paired bridge left out")
-            << 200 << json
-            << R"([{"id":"paired1","internalipaddress":"10.0.0.9","port":443},{"id":"b3","internalipaddress":"10.0.0.3"}])"
-            << QStringList{"10.0.0.3|b3|"} << false;
-        QTest::newRow("incomplete elements")
-            << 200 << json
-            << R"([{"id":"x"},{"internalipaddress":"1.2.3.4"},{},5,{"id":"ok","internalipaddress":"1.1.1.1"}])"
-            << QStringList{"1.1.1.1|ok|"} << false;
-        QTest::newRow("truncated") << 200 << json << R"([{"id":"b","internalipaddress":"1.1)" << QStringList() << false;
-        QTest::newRow("html 429") << 429 << QStringLiteral("text/html")
-                                  << "<html><head><title>429 Too Many Requests</title></head></html>" << QStringList()
-                                  << true;
-    }
-
+    void discoveryReplies_data();
     void discoveryReplies()
     {
         QFETCH(int, status);
@@ -394,29 +368,7 @@ private slots:
         QCOMPARE(store->findDev(QStringLiteral("AA:BB:CC:DD:EE:FF"))->brightness, 1);
     }
 
-    void requestsCarryBodyAndKey_data()
-    {
-        QTest::addColumn<QString>("operation");
-        QTest::addColumn<int>("value");
-        QTest::addColumn<QColor>("color");
-        QTest::addColumn<QByteArray>("body"); // exact, or empty for the colour rows
-        QTest::addColumn<double>("x");
-        QTest::addColumn<double>("y");
-
-        QTest::newRow("power on") << "powerOn" << 0 << QColor() << indented(R"({"on":{"on":true}})") << 0.0 << 0.0;
-        QTest::newRow("power off") << "powerOff" << 0 << QColor() << indented(R"({"on":{"on":false}})") << 0.0 << 0.0;
-        QTest::newRow("brightness") << "brightness" << 42 << QColor() << indented(R"({"dimming":{"brightness":42}})") << 0.0
-                                    << 0.0;
-        QTest::newRow("2700 K") << "temperature" << 2700 << QColor() << indented(R"({"color_temperature":{"mirek":370}})")
-                                << 0.0 << 0.0;
-        QTest::newRow("6500 K") << "temperature" << 6500 << QColor() << indented(R"({"color_temperature":{"mirek":153}})")
-                                << 0.0 << 0.0;
-        QTest::newRow("-1 K") << "temperature" << -1 << QColor() << indented(R"({"color_temperature":{"mirek":153}})")
-                              << 0.0 << 0.0;
-        QTest::newRow("white") << "color" << 0 << QColor(Qt::white) << QByteArray() << 0.3227 << 0.3290;
-        QTest::newRow("black") << "color" << 0 << QColor(Qt::black) << QByteArray() << 0.0 << 0.0;
-    }
-
+    void requestsCarryBodyAndKey_data();
     void requestsCarryBodyAndKey()
     {
         QFETCH(QString, operation);
@@ -520,24 +472,7 @@ private slots:
         QVERIFY(waitUntil([&]() { return updates.size() == 2; }, 30000));
     }
 
-    void badLightReplies_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("contentType");
-        QTest::addColumn<QString>("body");
-        QTest::addColumn<bool>("drop");
-        QTest::addColumn<bool>("networkError");
-
-        const QString json = QStringLiteral("application/json");
-        QTest::newRow("truncated") << 200 << json << R"({"errors":[],"data":[{"id":"3f4ac1e2","on":{"on":tr)" << false
-                                   << false;
-        QTest::newRow("html 429") << 429 << QStringLiteral("text/html")
-                                  << "<html><head><title>429 Too Many Requests</title></head></html>" << false << true;
-        QTest::newRow("unauthorized") << 403 << json << R"({"errors":[{"description":"unauthorized user"}],"data":[]})"
-                                      << false << true;
-        QTest::newRow("connection dropped") << 200 << json << "" << true << true;
-    }
-
+    void badLightReplies_data();
     void badLightReplies()
     {
         QFETCH(int, status);
@@ -600,6 +535,74 @@ private:
     QString m_address;
     int m_nextHost = 160;
 };
+
+void TestHueFlow::discoveryReplies_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("contentType");
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QStringList>("expected"); // "ip|id|port"
+    QTest::addColumn<bool>("networkError");
+
+    const QString json = QStringLiteral("application/json");
+    QTest::newRow("text port") << 200 << json << R"([{"id":"b2","internalipaddress":"10.0.0.2","port":"443"}])"
+                               << QStringList{"10.0.0.2|b2|443"} << false;
+    QTest::newRow("only bridge already paired")
+        << 200 << json << R"([{"id":"paired1","internalipaddress":"10.0.0.9","port":443}])" << QStringList() << false;
+    QTest::newRow("paired bridge left out")
+        << 200 << json
+        << R"([{"id":"paired1","internalipaddress":"10.0.0.9","port":443},{"id":"b3","internalipaddress":"10.0.0.3"}])"
+        << QStringList{"10.0.0.3|b3|"} << false;
+    QTest::newRow("incomplete elements")
+        << 200 << json
+        << R"([{"id":"x"},{"internalipaddress":"1.2.3.4"},{},5,{"id":"ok","internalipaddress":"1.1.1.1"}])"
+        << QStringList{"1.1.1.1|ok|"} << false;
+    QTest::newRow("truncated") << 200 << json << R"([{"id":"b","internalipaddress":"1.1)" << QStringList() << false;
+    QTest::newRow("html 429") << 429 << QStringLiteral("text/html")
+                              << "<html><head><title>429 Too Many Requests</title></head></html>" << QStringList()
+                              << true;
+}
+
+void TestHueFlow::requestsCarryBodyAndKey_data()
+{
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<int>("value");
+    QTest::addColumn<QColor>("color");
+    QTest::addColumn<QByteArray>("body"); // exact, or empty for the colour rows
+    QTest::addColumn<double>("x");
+    QTest::addColumn<double>("y");
+
+    QTest::newRow("power on") << "powerOn" << 0 << QColor() << indented(R"({"on":{"on":true}})") << 0.0 << 0.0;
+    QTest::newRow("power off") << "powerOff" << 0 << QColor() << indented(R"({"on":{"on":false}})") << 0.0 << 0.0;
+    QTest::newRow("brightness") << "brightness" << 42 << QColor() << indented(R"({"dimming":{"brightness":42}})") << 0.0
+                                << 0.0;
+    QTest::newRow("2700 K") << "temperature" << 2700 << QColor() << indented(R"({"color_temperature":{"mirek":370}})")
+                            << 0.0 << 0.0;
+    QTest::newRow("6500 K") << "temperature" << 6500 << QColor() << indented(R"({"color_temperature":{"mirek":153}})")
+                            << 0.0 << 0.0;
+    QTest::newRow("-1 K") << "temperature" << -1 << QColor() << indented(R"({"color_temperature":{"mirek":153}})")
+                          << 0.0 << 0.0;
+    QTest::newRow("white") << "color" << 0 << QColor(Qt::white) << QByteArray() << 0.3227 << 0.3290;
+    QTest::newRow("black") << "color" << 0 << QColor(Qt::black) << QByteArray() << 0.0 << 0.0;
+}
+
+void TestHueFlow::badLightReplies_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("contentType");
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<bool>("drop");
+    QTest::addColumn<bool>("networkError");
+
+    const QString json = QStringLiteral("application/json");
+    QTest::newRow("truncated") << 200 << json << R"({"errors":[],"data":[{"id":"3f4ac1e2","on":{"on":tr)" << false
+                               << false;
+    QTest::newRow("html 429") << 429 << QStringLiteral("text/html")
+                              << "<html><head><title>429 Too Many Requests</title></head></html>" << false << true;
+    QTest::newRow("unauthorized") << 403 << json << R"({"errors":[{"description":"unauthorized user"}],"data":[]})"
+                                  << false << true;
+    QTest::newRow("connection dropped") << 200 << json << "" << true << true;
+}
 
 QTEST_MAIN(TestHueFlow)
 #include "tst_hueflow.moc"

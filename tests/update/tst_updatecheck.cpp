@@ -29,24 +29,7 @@ private slots:
         qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
     }
 
-    void requestUrl_data()
-    {
-        QTest::addColumn<QString>("base");
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<QString>("expected");
-        const QString query = QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=");
-        QTest::newRow("en_US") << "http://h:1" << "en_US" << "http://h:1" + query + "en-US";
-        QTest::newRow("zh_CN") << "http://h:1" << "zh_CN" << "http://h:1" + query + "zh-CN";
-        QTest::newRow("de_DE") << "http://h:1" << "de_DE" << "http://h:1" + query + "de-DE";
-        QTest::newRow("ja_JP") << "http://h:1" << "ja_JP" << "http://h:1" + query + "ja-JP";
-        QTest::newRow("zh_HK") << "http://h:1" << "zh_HK" << "http://h:1" + query + "zh-HK";
-        QTest::newRow("unknown tag keeps underscore") << "http://h:1" << "fr_FR" << "http://h:1" + query + "en_US";
-        QTest::newRow("empty tag") << "http://h:1" << "" << "http://h:1" + query + "en_US";
-        QTest::newRow("base with trailing slash") << "http://h:1/" << "de_DE" << "http://h:1" + query + "de-DE";
-        QTest::newRow("base with path prefix") << "http://h:1/api/v2/" << "de_DE"
-                                               << "http://h:1/api/v2" + query + "de-DE";
-    }
-
+    void requestUrl_data();
     void requestUrl()
     {
         QFETCH(QString, base);
@@ -70,53 +53,7 @@ private slots:
         QCOMPARE(m_server.requests().last(), QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=ja-JP"));
     }
 
-    void replies_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<bool>("drop");
-        QTest::addColumn<QString>("signal");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("log");
-
-        const QByteArray ok = R"("succ": true, "code": 200, "message": "ok")";
-        auto reply = [](const QByteArray &fields) { return "{" + fields + "}"; };
-
-        QTest::newRow("up to date") << reply(ok + R"(, "data": {"needUpdate": false})") << 200 << false
-                                    << "reply" << kUpToDate << "";
-        QTest::newRow("update offered") << reply(ok + R"(, "data": {"needUpdate": true, "version": "1.1.0"})")
-                                        << 200 << false << "version" << "" << "";
-        QTest::newRow("connection dropped") << QByteArray() << 200 << true << "error" << kNoResponse
-                                            << "reply error:";
-        QTest::newRow("http 500 with a valid body") << reply(ok + R"(, "data": {"needUpdate": false})") << 500
-                                                    << false << "error" << kNoResponse << "reply error:";
-        QTest::newRow("not json") << QByteArray("<html>maintenance</html>") << 200 << false << "error" << kEmpty
-                                  << "missing data 3:";
-        QTest::newRow("empty body") << QByteArray() << 200 << false << "error" << kEmpty << "missing data 3:";
-        // Replies the check refuses as incomplete, with the level of the missing part.
-        const auto incomplete = [](const char *name, const QByteArray &body, int level) {
-            QTest::newRow(name) << body << 200 << false << "error" << kIncomplete + QStringLiteral("[%1]").arg(level)
-                                << QStringLiteral("missing data %1:").arg(level);
-        };
-        const QByteArray data = R"(, "data": {"needUpdate": false})";
-        incomplete("top-level array", "[1, 2]", 2);
-        incomplete("empty message", reply(R"("succ": true, "code": 200, "message": "")" + data), 2);
-        incomplete("message missing", reply(R"("succ": true, "code": 200)" + data), 2);
-        incomplete("message not text", reply(R"("succ": true, "code": 200, "message": 5)" + data), 2);
-        incomplete("code as text", reply(R"("succ": true, "code": "200", "message": "ok")" + data), 2);
-        incomplete("code 500", reply(R"("succ": true, "code": 500, "message": "ok")" + data), 2);
-        incomplete("code fractional", reply(R"("succ": true, "code": 200.5, "message": "ok")" + data), 2);
-        incomplete("succ false", reply(R"("succ": false, "code": 200, "message": "ok")" + data), 2);
-        incomplete("succ as number", reply(R"("succ": 1, "code": 200, "message": "ok")" + data), 2);
-        incomplete("succ missing", reply(R"("code": 200, "message": "ok")" + data), 2);
-        incomplete("data missing", reply(ok), 2);
-        incomplete("data is an array", reply(ok + R"(, "data": [])"), 2);
-        incomplete("data empty", reply(ok + R"(, "data": {})"), 1);
-        incomplete("needUpdate missing", reply(ok + R"(, "data": {"version": "1.1.0"})"), 1);
-        QTest::newRow("needUpdate null") << reply(ok + R"(, "data": {"needUpdate": null})") << 200 << false
-                                         << "reply" << kUpToDate << "";
-    }
-
+    void replies_data();
     void replies()
     {
         QFETCH(QByteArray, body);
@@ -148,49 +85,8 @@ private slots:
             QCOMPARE(expected->first().first().toString(), text);
     }
 
-    void offerCarriesTheRelease_data()
-    {
-        QTest::addColumn<QByteArray>("data");
-        QTest::addColumn<int>("size");
-        QTest::addColumn<QString>("version");
-        QTest::addColumn<QString>("versionInfo");
-        QTest::addColumn<QString>("downloadUrl");
-        QTest::addColumn<QString>("md5");
-
-        QTest::newRow("complete") << QByteArray(R"({"needUpdate": true, "version": "1.1.0", "versionInfo": "修复\nfixes",
-            "downloadUrl": "http://dl.example/setup.exe", "size": 52428800, "md5": "abc123"})")
-                                  << 52428800 << "1.1.0" << "修复\nfixes" << "http://dl.example/setup.exe" << "abc123";
-        QTest::newRow("no size") << QByteArray(R"({"needUpdate": true, "version": "1.1.0",
-            "downloadUrl": "http://dl.example/setup.exe"})")
-                                 << 0 << "1.1.0" << "" << "http://dl.example/setup.exe" << "";
-        QTest::newRow("size beyond 32 bits") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": 9999999999})")
-                                             << 0 << "2.0" << "" << "" << "";
-        QTest::newRow("wrong types") << QByteArray(R"({"needUpdate": true, "version": 2, "size": "12", "md5": []})")
-                                     << 0 << "" << "" << "" << "";
-    }
-
-    void offerCarriesTheRelease()
-    {
-        QFETCH(QByteArray, data);
-        m_server.setCheckReply(R"({"succ": true, "code": 200, "message": "ok", "data": )" + data + "}");
-
-        UpdateCheck check;
-        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
-        QSignalSpy version(&check, &UpdateCheck::versionMessage);
-        QSignalSpy error(&check, &UpdateCheck::errorMessage);
-        runCheck(check, reply, version, error);
-        if (QTest::currentTestFailed())
-            return;
-        QCOMPARE(version.size(), 1);
-
-        const VersionData offer = version.first().first().value<VersionData>();
-        QTEST(int(offer.size), "size");
-        QTEST(offer.version, "version");
-        QTEST(offer.versionInfo, "versionInfo");
-        QTEST(offer.downloadUrl, "downloadUrl");
-        QTEST(offer.md5, "md5");
-    }
-
+    void offerCarriesTheRelease_data();
+    void offerCarriesTheRelease();
     void overlappingChecksEachAnswerOnce()
     {
         m_server.setCheckReply(FakeUpdateServer::upToDateReply());
@@ -221,6 +117,114 @@ private:
     TestHome m_home;
     FakeUpdateServer m_server;
 };
+
+void TestUpdateCheck::requestUrl_data()
+{
+    QTest::addColumn<QString>("base");
+    QTest::addColumn<QString>("tag");
+    QTest::addColumn<QString>("expected");
+    const QString query = QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=");
+    QTest::newRow("en_US") << "http://h:1" << "en_US" << "http://h:1" + query + "en-US";
+    QTest::newRow("zh_CN") << "http://h:1" << "zh_CN" << "http://h:1" + query + "zh-CN";
+    QTest::newRow("de_DE") << "http://h:1" << "de_DE" << "http://h:1" + query + "de-DE";
+    QTest::newRow("ja_JP") << "http://h:1" << "ja_JP" << "http://h:1" + query + "ja-JP";
+    QTest::newRow("zh_HK") << "http://h:1" << "zh_HK" << "http://h:1" + query + "zh-HK";
+    QTest::newRow("unknown tag keeps underscore") << "http://h:1" << "fr_FR" << "http://h:1" + query + "en_US";
+    QTest::newRow("empty tag") << "http://h:1" << "" << "http://h:1" + query + "en_US";
+    QTest::newRow("base with trailing slash") << "http://h:1/" << "de_DE" << "http://h:1" + query + "de-DE";
+    QTest::newRow("base with path prefix") << "http://h:1/api/v2/" << "de_DE"
+                                           << "http://h:1/api/v2" + query + "de-DE";
+}
+
+void TestUpdateCheck::replies_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<bool>("drop");
+    QTest::addColumn<QString>("signal");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("log");
+
+    const QByteArray ok = R"("succ": true, "code": 200, "message": "ok")";
+    auto reply = [](const QByteArray &fields) { return "{" + fields + "}"; };
+
+    QTest::newRow("up to date") << reply(ok + R"(, "data": {"needUpdate": false})") << 200 << false
+                                << "reply" << kUpToDate << "";
+    QTest::newRow("update offered") << reply(ok + R"(, "data": {"needUpdate": true, "version": "1.1.0"})")
+                                    << 200 << false << "version" << "" << "";
+    QTest::newRow("connection dropped") << QByteArray() << 200 << true << "error" << kNoResponse
+                                        << "reply error:";
+    QTest::newRow("http 500 with a valid body") << reply(ok + R"(, "data": {"needUpdate": false})") << 500
+                                                << false << "error" << kNoResponse << "reply error:";
+    QTest::newRow("not json") << QByteArray("<html>maintenance</html>") << 200 << false << "error" << kEmpty
+                              << "missing data 3:";
+    QTest::newRow("empty body") << QByteArray() << 200 << false << "error" << kEmpty << "missing data 3:";
+    // Replies the check refuses as incomplete, with the level of the missing part.
+    const auto incomplete = [](const char *name, const QByteArray &body, int level) {
+        QTest::newRow(name) << body << 200 << false << "error" << kIncomplete + QStringLiteral("[%1]").arg(level)
+                            << QStringLiteral("missing data %1:").arg(level);
+    };
+    const QByteArray data = R"(, "data": {"needUpdate": false})";
+    incomplete("top-level array", "[1, 2]", 2);
+    incomplete("empty message", reply(R"("succ": true, "code": 200, "message": "")" + data), 2);
+    incomplete("message missing", reply(R"("succ": true, "code": 200)" + data), 2);
+    incomplete("message not text", reply(R"("succ": true, "code": 200, "message": 5)" + data), 2);
+    incomplete("code as text", reply(R"("succ": true, "code": "200", "message": "ok")" + data), 2);
+    incomplete("code 500", reply(R"("succ": true, "code": 500, "message": "ok")" + data), 2);
+    incomplete("code fractional", reply(R"("succ": true, "code": 200.5, "message": "ok")" + data), 2);
+    incomplete("succ false", reply(R"("succ": false, "code": 200, "message": "ok")" + data), 2);
+    incomplete("succ as number", reply(R"("succ": 1, "code": 200, "message": "ok")" + data), 2);
+    incomplete("succ missing", reply(R"("code": 200, "message": "ok")" + data), 2);
+    incomplete("data missing", reply(ok), 2);
+    incomplete("data is an array", reply(ok + R"(, "data": [])"), 2);
+    incomplete("data empty", reply(ok + R"(, "data": {})"), 1);
+    incomplete("needUpdate missing", reply(ok + R"(, "data": {"version": "1.1.0"})"), 1);
+    QTest::newRow("needUpdate null") << reply(ok + R"(, "data": {"needUpdate": null})") << 200 << false
+                                     << "reply" << kUpToDate << "";
+}
+
+void TestUpdateCheck::offerCarriesTheRelease_data()
+{
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("versionInfo");
+    QTest::addColumn<QString>("downloadUrl");
+    QTest::addColumn<QString>("md5");
+
+    QTest::newRow("complete") << QByteArray(R"({"needUpdate": true, "version": "1.1.0", "versionInfo": "修复\nfixes",
+        "downloadUrl": "http://dl.example/setup.exe", "size": 52428800, "md5": "abc123"})")
+                              << 52428800 << "1.1.0" << "修复\nfixes" << "http://dl.example/setup.exe" << "abc123";
+    QTest::newRow("no size") << QByteArray(R"({"needUpdate": true, "version": "1.1.0",
+        "downloadUrl": "http://dl.example/setup.exe"})")
+                             << 0 << "1.1.0" << "" << "http://dl.example/setup.exe" << "";
+    QTest::newRow("size beyond 32 bits") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": 9999999999})")
+                                         << 0 << "2.0" << "" << "" << "";
+    QTest::newRow("wrong types") << QByteArray(R"({"needUpdate": true, "version": 2, "size": "12", "md5": []})")
+                                 << 0 << "" << "" << "" << "";
+}
+
+void TestUpdateCheck::offerCarriesTheRelease()
+{
+    QFETCH(QByteArray, data);
+    m_server.setCheckReply(R"({"succ": true, "code": 200, "message": "ok", "data": )" + data + "}");
+
+    UpdateCheck check;
+    QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+    QSignalSpy version(&check, &UpdateCheck::versionMessage);
+    QSignalSpy error(&check, &UpdateCheck::errorMessage);
+    runCheck(check, reply, version, error);
+    if (QTest::currentTestFailed())
+        return;
+    QCOMPARE(version.size(), 1);
+
+    const VersionData offer = version.first().first().value<VersionData>();
+    QTEST(int(offer.size), "size");
+    QTEST(offer.version, "version");
+    QTEST(offer.versionInfo, "versionInfo");
+    QTEST(offer.downloadUrl, "downloadUrl");
+    QTEST(offer.md5, "md5");
+}
 
 QTEST_GUILESS_MAIN(TestUpdateCheck)
 #include "tst_updatecheck.moc"
