@@ -69,7 +69,6 @@ private slots:
         const qint64 firstSeen = clock.elapsed();
         QVERIFY2(firstSeen >= 200, "a light is seen only after a realistic delay");
         QVERIFY(waitUntil([&] { return finished.count() > 0; }, 10000));
-        QVERIFY(clock.elapsed() > firstSeen);
 
         QMap<int, DevData> byProtocol;
         for (const QList<QVariant> &args : qAsConst(discovered)) {

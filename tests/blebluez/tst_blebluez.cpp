@@ -278,6 +278,7 @@ private:
     BrivonQXBleInterface *m_ble = nullptr;
 };
 
+// Defined outside the class: moc cannot skip bodies that hold raw string literals.
 void TestBleBluez::nameMatching()
 {
     QFETCH(QString, name);

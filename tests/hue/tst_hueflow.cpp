@@ -536,6 +536,7 @@ private:
     int m_nextHost = 160;
 };
 
+// Defined outside the class: moc cannot skip bodies that hold raw string literals.
 void TestHueFlow::discoveryReplies_data()
 {
     QTest::addColumn<int>("status");

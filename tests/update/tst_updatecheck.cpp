@@ -118,6 +118,7 @@ private:
     FakeUpdateServer m_server;
 };
 
+// Defined outside the class: moc cannot skip bodies that hold raw string literals.
 void TestUpdateCheck::requestUrl_data()
 {
     QTest::addColumn<QString>("base");
