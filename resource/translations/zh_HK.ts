@@ -5,75 +5,75 @@
     <name>About</name>
     <message>
         <source>关于</source>
-        <translation type="unfinished"></translation>
+        <translation>關於</translation>
     </message>
     <message>
         <source>Version: %1</source>
-        <translation type="unfinished"></translation>
+        <translation>版本：%1</translation>
     </message>
     <message>
         <source>版权所有 © Brivon，保留所有权利。</source>
-        <translation type="unfinished"></translation>
+        <translation>版權所有 © Brivon，保留所有權利。</translation>
     </message>
 </context>
 <context>
     <name>AddDeviceWidget</name>
     <message>
         <source>连接</source>
-        <translation type="unfinished"></translation>
+        <translation>連接</translation>
     </message>
     <message>
         <source>取消</source>
-        <translation type="unfinished"></translation>
+        <translation>取消</translation>
     </message>
     <message>
         <source>添加设备</source>
-        <translation type="unfinished"></translation>
+        <translation>新增裝置</translation>
     </message>
 </context>
 <context>
     <name>ControlItemWidget</name>
     <message>
         <source>彩光</source>
-        <translation type="unfinished"></translation>
+        <translation>彩光</translation>
     </message>
     <message>
         <source>光效</source>
-        <translation type="unfinished"></translation>
+        <translation>光效</translation>
     </message>
     <message>
         <source>已连接</source>
-        <translation type="unfinished"></translation>
+        <translation>已連接</translation>
     </message>
     <message>
         <source>未连接</source>
-        <translation type="unfinished"></translation>
+        <translation>未連接</translation>
     </message>
     <message>
         <source>删除</source>
-        <translation type="unfinished"></translation>
+        <translation>刪除</translation>
     </message>
 </context>
 <context>
     <name>ControlWidget</name>
     <message>
         <source>设备列表</source>
-        <translation type="unfinished">裝置列表</translation>
+        <translation>裝置列表</translation>
     </message>
 </context>
 <context>
     <name>DeleteTipsWidget</name>
     <message>
         <source>不再询问</source>
-        <translation type="unfinished"></translation>
+        <translation>不再詢問</translation>
     </message>
     <message>
         <source>确认</source>
-        <translation type="unfinished"></translation>
+        <translation>確認</translation>
     </message>
     <message>
         <source>取消</source>
-        <translation type="unfinished"></translation>
+        <translation>取消</translation>
     </message>
 </context>
 <context>
@@ -87,194 +87,194 @@
     <name>DeviceNameWidget</name>
     <message>
         <source>添加</source>
-        <translation type="unfinished"></translation>
+        <translation>新增</translation>
     </message>
     <message>
         <source>取消</source>
-        <translation type="unfinished"></translation>
+        <translation>取消</translation>
     </message>
     <message>
         <source>添加设备</source>
-        <translation type="unfinished"></translation>
+        <translation>新增裝置</translation>
     </message>
 </context>
 <context>
     <name>DeviceWidget</name>
     <message>
         <source>选择要操作的设备</source>
-        <translation type="unfinished"></translation>
+        <translation>選擇要操作的裝置</translation>
     </message>
     <message>
         <source>搜索设备......</source>
-        <translation type="unfinished"></translation>
+        <translation>正在搜尋裝置......</translation>
     </message>
 </context>
 <context>
     <name>HueBridgeDialog</name>
     <message>
         <source>Philips Hue桥接配对</source>
-        <translation type="unfinished"></translation>
+        <translation>Philips Hue 橋接器配對</translation>
     </message>
     <message>
         <source>桥接器列表：</source>
-        <translation type="unfinished"></translation>
+        <translation>橋接器列表：</translation>
     </message>
     <message>
         <source>请选择一个桥接</source>
-        <translation type="unfinished"></translation>
+        <translation>請選擇一個橋接器</translation>
     </message>
     <message>
         <source>已选择一个桥接</source>
-        <translation type="unfinished"></translation>
+        <translation>已選擇一個橋接器</translation>
     </message>
     <message>
         <source>现在开始配对？</source>
-        <translation type="unfinished"></translation>
+        <translation>現在開始配對？</translation>
     </message>
     <message>
         <source>配对</source>
-        <translation type="unfinished"></translation>
+        <translation>配對</translation>
     </message>
     <message>
         <source>正在配对...</source>
-        <translation type="unfinished"></translation>
+        <translation>正在配對...</translation>
     </message>
     <message>
         <source>现在请按桥器接上的链接按钮</source>
-        <translation type="unfinished"></translation>
+        <translation>現在請按下橋接器上的連結按鈕</translation>
     </message>
     <message>
         <source>配对成功</source>
-        <translation type="unfinished"></translation>
+        <translation>配對成功</translation>
     </message>
     <message>
         <source>可从左侧列表选择新的桥接器进行配对</source>
-        <translation type="unfinished"></translation>
+        <translation>可從左邊列表選擇其他橋接器進行配對</translation>
     </message>
     <message>
         <source>配对失败</source>
-        <translation type="unfinished"></translation>
+        <translation>配對失敗</translation>
     </message>
     <message>
         <source>重试</source>
-        <translation type="unfinished"></translation>
+        <translation>重試</translation>
     </message>
 </context>
 <context>
     <name>LightEffectSetDialog</name>
     <message>
         <source>光效</source>
-        <translation type="unfinished"></translation>
+        <translation>光效</translation>
     </message>
 </context>
 <context>
     <name>MessageBoxWidget</name>
     <message>
         <source>确认</source>
-        <translation type="unfinished"></translation>
+        <translation>確認</translation>
     </message>
 </context>
 <context>
     <name>MiddleWidget</name>
     <message>
         <source>添加设备</source>
-        <translation type="unfinished"></translation>
+        <translation>新增裝置</translation>
     </message>
     <message>
         <source>选择要操作的设备</source>
-        <translation type="unfinished"></translation>
+        <translation>選擇要操作的裝置</translation>
     </message>
     <message>
         <source>单击下方按钮以添加设备</source>
-        <translation type="unfinished"></translation>
+        <translation>按下方按鈕新增裝置</translation>
     </message>
 </context>
 <context>
     <name>QColorDialog</name>
     <message>
         <source>&amp;Pick Screen Color</source>
-        <translation type="unfinished"></translation>
+        <translation>擷取螢幕顏色(&amp;P)</translation>
     </message>
 </context>
 <context>
     <name>ScanWidget</name>
     <message>
         <source>连接</source>
-        <translation type="unfinished"></translation>
+        <translation>連接</translation>
     </message>
     <message>
         <source>取消</source>
-        <translation type="unfinished"></translation>
+        <translation>取消</translation>
     </message>
     <message>
         <source>配对 Philips Hue 桥接器</source>
-        <translation type="unfinished"></translation>
+        <translation>配對 Philips Hue 橋接器</translation>
     </message>
     <message>
         <source>添加设备</source>
-        <translation type="unfinished"></translation>
+        <translation>新增裝置</translation>
     </message>
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
-        <translation type="unfinished"></translation>
+        <translation>搜尋區域網絡中的 Philips Hue 橋接器並配對</translation>
     </message>
 </context>
 <context>
     <name>UpdateCheck</name>
     <message>
         <source>更新检查请求未响应</source>
-        <translation type="unfinished"></translation>
+        <translation>更新檢查請求沒有回應</translation>
     </message>
     <message>
         <source>返回的更新数据为空</source>
-        <translation type="unfinished"></translation>
+        <translation>傳回的更新資料是空的</translation>
     </message>
     <message>
         <source>返回的更新数据不完整</source>
-        <translation type="unfinished"></translation>
+        <translation>傳回的更新資料不完整</translation>
     </message>
     <message>
         <source>已是最新版本，不需要更新</source>
-        <translation type="unfinished"></translation>
+        <translation>已是最新版本，無須更新</translation>
     </message>
 </context>
 <context>
     <name>UpdateDialog</name>
     <message>
         <source>软件更新</source>
-        <translation type="unfinished"></translation>
+        <translation>軟件更新</translation>
     </message>
     <message>
         <source>跳过此版本</source>
-        <translation type="unfinished"></translation>
+        <translation>略過此版本</translation>
     </message>
     <message>
         <source>稍后提示</source>
-        <translation type="unfinished"></translation>
+        <translation>稍後提醒</translation>
     </message>
     <message>
         <source>安装更新</source>
-        <translation type="unfinished"></translation>
+        <translation>安裝更新</translation>
     </message>
     <message>
         <source>取消</source>
-        <translation type="unfinished"></translation>
+        <translation>取消</translation>
     </message>
     <message>
         <source>Brivon Lumen</source>
-        <translation type="unfinished">Brivon Lumen</translation>
+        <translation>Brivon Lumen</translation>
     </message>
     <message>
         <source>现在可用 -- 您的当前版本是 </source>
-        <translation type="unfinished"></translation>
+        <translation>現已推出 -- 您目前的版本是 </translation>
     </message>
     <message>
         <source> . 是否要立即安装？</source>
-        <translation type="unfinished"></translation>
+        <translation> . 是否要立即安裝？</translation>
     </message>
     <message>
         <source>下载失败,可能是新版本地址异常!</source>
-        <translation type="unfinished"></translation>
+        <translation>下載失敗，新版本的下載地址可能有誤！</translation>
     </message>
 </context>
 </TS>
