@@ -65,7 +65,7 @@
     <name>DeleteTipsWidget</name>
     <message>
         <source>不再询问</source>
-        <translation>Don't ask again</translation>
+        <translation>Don&apos;t ask again</translation>
     </message>
     <message>
         <source>确认</source>
@@ -194,6 +194,13 @@
     <message>
         <source>&amp;Pick Screen Color</source>
         <translation>&amp;Pick Screen Color</translation>
+    </message>
+</context>
+<context>
+    <name>QObject</name>
+    <message>
+        <source>Brivon Lumen</source>
+        <translation>Brivon Lumen</translation>
     </message>
 </context>
 <context>

@@ -197,6 +197,13 @@
     </message>
 </context>
 <context>
+    <name>QObject</name>
+    <message>
+        <source>Brivon Lumen</source>
+        <translation>Brivon Lumen</translation>
+    </message>
+</context>
+<context>
     <name>ScanWidget</name>
     <message>
         <source>连接</source>
