@@ -58,7 +58,7 @@
     <name>ControlWidget</name>
     <message>
         <source>设备列表</source>
-        <translation>Geräte</translation>
+        <translation>Geräteliste</translation>
     </message>
 </context>
 <context>
@@ -80,7 +80,7 @@
     <name>DevDataMgr</name>
     <message>
         <source>设备列表</source>
-        <translation>Geräte</translation>
+        <translation>Geräteliste</translation>
     </message>
 </context>
 <context>
@@ -211,7 +211,7 @@
     </message>
     <message>
         <source>取消</source>
-        <translation>Abbrechen</translation>
+        <translation>Abbruch</translation>
     </message>
     <message>
         <source>配对 Philips Hue 桥接器</source>

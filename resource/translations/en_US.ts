@@ -47,7 +47,7 @@
     </message>
     <message>
         <source>未连接</source>
-        <translation>Disconnected</translation>
+        <translation>Offline</translation>
     </message>
     <message>
         <source>删除</source>
@@ -58,7 +58,7 @@
     <name>ControlWidget</name>
     <message>
         <source>设备列表</source>
-        <translation>Devices</translation>
+        <translation>Device List</translation>
     </message>
 </context>
 <context>
@@ -80,7 +80,7 @@
     <name>DevDataMgr</name>
     <message>
         <source>设备列表</source>
-        <translation>Devices</translation>
+        <translation>Device List</translation>
     </message>
 </context>
 <context>

@@ -39,7 +39,7 @@
     </message>
     <message>
         <source>光效</source>
-        <translation>エフェクト</translation>
+        <translation>効果</translation>
     </message>
     <message>
         <source>已连接</source>
@@ -149,7 +149,7 @@
     </message>
     <message>
         <source>可从左侧列表选择新的桥接器进行配对</source>
-        <translation>左の一覧から別のブリッジを選んでペアリングできます</translation>
+        <translation>左の一覧から別のブリッジを選べます</translation>
     </message>
     <message>
         <source>配对失败</source>
@@ -164,7 +164,7 @@
     <name>LightEffectSetDialog</name>
     <message>
         <source>光效</source>
-        <translation>ライトエフェクト</translation>
+        <translation>照明効果</translation>
     </message>
 </context>
 <context>
