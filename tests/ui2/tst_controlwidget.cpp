@@ -1,0 +1,241 @@
+// The control panel follows the real store: sections come and go with their first and last card,
+// groups are renamed and deleted, and a card's own delete forgets a light or only takes it out of
+// its group.
+#include "controlitemwidget.h"
+#include "controlwidget.h"
+#include "devicemgr.h"
+#include "processutil.h"
+#include "simlights.h"
+#include "testhome.h"
+
+#include <QApplication>
+#include <QGroupBox>
+#include <QLabel>
+#include <QMenu>
+#include <QPointer>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+
+#include <memory>
+
+namespace {
+
+DevData light(const QString &addr, const QString &name)
+{
+    DevData dev;
+    dev.addr = addr;
+    dev.name = name;
+    dev.protocol = 2;
+    return dev;
+}
+
+const DevData kKey = light(QStringLiteral("AA:00:00:00:01:01"), QStringLiteral("Key"));
+const DevData kFill = light(QStringLiteral("AA:00:00:00:01:02"), QStringLiteral("Fill"));
+const DevData kBack = light(QStringLiteral("AA:00:00:00:01:03"), QStringLiteral("Back"));
+
+QStringList titles(const ControlWidget &panel)
+{
+    QStringList result;
+    const QList<QGroupBox *> sections = panel.sections();
+    for (const QGroupBox *box : sections)
+        result << box->title();
+    return result;
+}
+
+QStringList cardAddrs(const QGroupBox *section)
+{
+    QStringList result;
+    const QList<ControlItemWidget *> cards = ControlWidget::cards(section);
+    for (const ControlItemWidget *card : cards)
+        result << card->addr();
+    return result;
+}
+
+} // namespace
+
+class TestControlWidget : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+
+    void builtFromTheStore();
+    void sectionsComeAndGoWithTheirCards();
+    void renamingAGroupChangesOnlyItsTitle();
+    void deletingAGroupLeavesOtherSections();
+    void cardDeleteFromItsMenu_data();
+    void cardDeleteFromItsMenu();
+
+private:
+    DeviceMgr *mgr() const { return DeviceMgrSingleton::instance(); }
+
+    std::unique_ptr<TestHome> m_home;
+};
+
+void TestControlWidget::initTestCase()
+{
+    m_home = std::make_unique<TestHome>();
+    SimLights::select(QByteArrayLiteral("[]"), false);
+    QCOMPARE(mgr()->deviceCount(), 0);
+}
+
+void TestControlWidget::cleanup()
+{
+    const QStringList groups = mgr()->getGroups().keys();
+    for (const QString &uuid : groups)
+        mgr()->delGroup(uuid);
+    const QStringList addrs = mgr()->getDevices().keys();
+    for (const QString &addr : addrs)
+        mgr()->delDev(defaultGroupUuid(), addr);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+void TestControlWidget::builtFromTheStore()
+{
+    mgr()->addDev(kKey);
+    mgr()->addDev(kFill);
+    mgr()->addDev(kBack);
+    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+    mgr()->addDevToGroup(stage, kBack);
+    mgr()->addDevToGroup(stage, kKey);
+    mgr()->addGroup(QStringLiteral("Empty"));
+
+    ControlWidget panel;
+    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage")}));
+    QCOMPARE(panel.sections().at(0)->property("uuid").toString(), defaultGroupUuid());
+    QCOMPARE(cardAddrs(panel.sections().at(0)).size(), 3);
+    // A group keeps its own order.
+    QCOMPARE(cardAddrs(panel.section(stage)), (QStringList{kBack.addr, kKey.addr}));
+    ControlItemWidget *card = ControlWidget::card(panel.section(stage), kKey.addr);
+    QCOMPARE(card->groupUuid(), stage);
+    QCOMPARE(card->groupName(), QStringLiteral("Stage"));
+    QCOMPARE(card->name(), QStringLiteral("Key"));
+    QCOMPARE(card->nameLabel()->toolTip(), QStringLiteral("Key"));
+}
+
+void TestControlWidget::sectionsComeAndGoWithTheirCards()
+{
+    ControlWidget panel;
+    QSignalSpy cleared(&panel, &ControlWidget::clearDeviceSig);
+    QVERIFY(panel.sections().isEmpty());
+
+    mgr()->addDev(kKey);
+    QCOMPARE(titles(panel), QStringList{QStringLiteral("设备列表")});
+    mgr()->addDev(kFill);
+    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kKey.addr, kFill.addr}));
+
+    // A new group shows nothing until its first light.
+    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+    QCOMPARE(panel.sections().size(), 1);
+    mgr()->addDevToGroup(stage, kFill);
+    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage")}));
+    mgr()->addDevToGroup(stage, kFill);
+    QCOMPARE(cardAddrs(panel.section(stage)), QStringList{kFill.addr});
+
+    // The group's last light takes its section along, and nothing tells the window to go empty.
+    mgr()->delDev(stage, kFill.addr);
+    QCOMPARE(titles(panel), QStringList{QStringLiteral("设备列表")});
+    QCOMPARE(cleared.count(), 0);
+    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kKey.addr, kFill.addr}));
+
+    mgr()->delDev(defaultGroupUuid(), kKey.addr);
+    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), QStringList{kFill.addr});
+    QCOMPARE(cleared.count(), 0);
+    mgr()->delDev(defaultGroupUuid(), kFill.addr);
+    QVERIFY(panel.sections().isEmpty());
+    QCOMPARE(cleared.count(), 1);
+
+    // Nothing left to remove: the window is still told that no light is there.
+    panel.onDelDev(defaultGroupUuid(), QStringLiteral("设备列表"), kFill.addr);
+    QCOMPARE(cleared.count(), 2);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(panel.findChildren<ControlItemWidget *>().isEmpty());
+    QVERIFY(panel.findChildren<QGroupBox *>().isEmpty());
+}
+
+void TestControlWidget::renamingAGroupChangesOnlyItsTitle()
+{
+    mgr()->addDev(kKey);
+    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+    mgr()->addDevToGroup(stage, kKey);
+    ControlWidget panel;
+    mgr()->renameGroup(stage, QStringLiteral("Studio"));
+    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Studio")}));
+    ControlItemWidget *card = ControlWidget::card(panel.section(stage), kKey.addr);
+    QVERIFY(card);
+    QCOMPARE(card->groupName(), QStringLiteral("Stage"));
+    QCOMPARE(card->groupUuid(), stage);
+}
+
+void TestControlWidget::deletingAGroupLeavesOtherSections()
+{
+    mgr()->addDev(kKey);
+    mgr()->addDev(kFill);
+    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+    const QString studio = mgr()->addGroup(QStringLiteral("Studio"));
+    mgr()->addDevToGroup(stage, kKey);
+    mgr()->addDevToGroup(stage, kFill);
+    mgr()->addDevToGroup(studio, kKey);
+    ControlWidget panel;
+    QCOMPARE(panel.sections().size(), 3);
+    QPointer<ControlItemWidget> gone = ControlWidget::card(panel.section(stage), kKey.addr);
+
+    mgr()->delGroup(stage);
+    QVERIFY(!panel.section(stage));
+    QCOMPARE(panel.sections().size(), 2);
+    QCOMPARE(cardAddrs(panel.section(studio)), QStringList{kKey.addr});
+    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())).size(), 2);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(gone.isNull());
+}
+
+void TestControlWidget::cardDeleteFromItsMenu_data()
+{
+    QTest::addColumn<bool>("fromAllDevices");
+    QTest::newRow("from the list of all devices: forgotten") << true;
+    QTest::newRow("from a group: only leaves the group") << false;
+}
+
+void TestControlWidget::cardDeleteFromItsMenu()
+{
+    QFETCH(bool, fromAllDevices);
+    mgr()->addDev(kKey);
+    mgr()->addDev(kFill);
+    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+    mgr()->addDevToGroup(stage, kKey);
+    ControlWidget panel;
+    panel.resize(610, 800);
+    panel.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&panel));
+    QSignalSpy cleared(&panel, &ControlWidget::clearDeviceSig);
+
+    const QString uuid = fromAllDevices ? defaultGroupUuid() : stage;
+    ControlItemWidget *card = ControlWidget::card(panel.section(uuid), kKey.addr);
+    QVERIFY(card);
+    bool chosen = false;
+    QTimer::singleShot(100, this, [&] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        if (!menu || menu->actions().size() != 1 || menu->actions().at(0)->text() != QStringLiteral("删除"))
+            return;
+        menu->setActiveAction(menu->actions().at(0));
+        QTest::keyClick(menu, Qt::Key_Return);
+        chosen = true;
+    });
+    emit card->customContextMenuRequested(QPoint(20, 20));
+    QVERIFY(chosen);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+
+    // The group's only light is gone from it either way, and with it the group's section.
+    QVERIFY(!panel.section(stage));
+    QVERIFY(mgr()->getGroups().value(stage).devs.isEmpty());
+    QCOMPARE(mgr()->store()->findDev(kKey.addr) == nullptr, fromAllDevices);
+    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())),
+             fromAllDevices ? QStringList{kFill.addr} : (QStringList{kFill.addr, kKey.addr}));
+    QCOMPARE(cleared.count(), 0);
+}
+
+QTEST_MAIN(TestControlWidget)
+#include "tst_controlwidget.moc"

@@ -1,0 +1,298 @@
+// The Hue pairing dialog against tools/fakehuebridge on loopback, reached the way the program
+// reaches it: through the Hue manager of the real DeviceMgr. The retry interval is shortened, so
+// the twelve requests and the give-up tick take seconds instead of a minute.
+#include "devicemgr.h"
+#include "fakebridgeprocess.h"
+#include "huebridgedialog.h"
+#include "huedevicemgr.h"
+#include "pairlabel.h"
+#include "processutil.h"
+#include "scanwidget.h"
+#include "testhome.h"
+
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include <QSettings>
+#include <QStackedWidget>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+const QString kBridgeId = QStringLiteral("ecb5fafffe2d4e5f");
+const QString kLight = QStringLiteral("7b2e9d40-1c5a-4e83-b6f2-2d3e4f5a6b02"); // the fake's ambiance lamp
+const int kInterval = 300;
+const int kPairInterval = 500; // room for the link button press between two requests
+
+QSettings hueSettings()
+{
+    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
+                     QStringLiteral("com.brivon.beamcrafter.philipshue"));
+}
+
+void allowDiscovery()
+{
+    QSettings settings = hueSettings();
+    settings.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime().addSecs(-61));
+}
+
+QStringList stepStyles(const HueBridgeDialog &dialog)
+{
+    QStringList styles;
+    for (int i = 0; i < 4; ++i)
+        styles << dialog.findChild<QLabel *>(QStringLiteral("label%1").arg(i))->styleSheet();
+    return styles;
+}
+
+QStringList marked(int count)
+{
+    QStringList styles;
+    for (int i = 0; i < 4; ++i)
+        styles << (i < count ? QStringLiteral("background-color: green;")
+                             : QStringLiteral("background-color: rgba(50, 50, 50, 255);"));
+    return styles;
+}
+
+} // namespace
+
+class TestHueBridgeDialog : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void eachBridgeListedOnce();
+    void pairingAfterTheButtonIsPressed_data();
+    void pairingAfterTheButtonIsPressed();
+    void givingUpAfterTwelveRequests();
+    void rePairingTheBridgeOfAKnownLight();
+    void scanWindowOpensThePairingDialog();
+
+private:
+    int pairingRequests() const { return m_fake.requests(QStringLiteral("POST"), QStringLiteral("/api")).size(); }
+    QListWidget *list(HueBridgeDialog &dialog) const { return dialog.findChild<QListWidget *>(QStringLiteral("listWidget")); }
+    // Discovery through the real client; true once the dialog lists the fake bridge.
+    bool discover(HueBridgeDialog &dialog);
+    QString bridgeKey() const { return QStringLiteral("bridge/") + m_address + QLatin1Char('/') + kBridgeId; }
+
+    std::unique_ptr<TestHome> m_home;
+    FakeBridgeProcess m_fake;
+    QString m_address;
+    int m_nextHost = 200;
+};
+
+void TestHueBridgeDialog::initTestCase()
+{
+    m_home = std::make_unique<TestHome>();
+    QVERIFY(m_home->isValid());
+    QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path()));
+    // No Bluetooth lights: the simulator with an empty lights file.
+    const QString lights = m_home->path() + QStringLiteral("/lights.json");
+    QVERIFY(writeFile(lights, "[]"));
+    qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
+    qputenv("BRIVON_SIM_LIGHTS", lights.toUtf8());
+    qputenv("BRIVON_SIM_CONTROL", "");
+    QVERIFY(std::dynamic_pointer_cast<HueDeviceMgr>(DeviceMgrSingleton::instance()->getDeviceMgrByProtocol(2001)));
+}
+
+void TestHueBridgeDialog::init()
+{
+    // A bridge on a fresh address per case: the client keeps what it paired for the process's life.
+    m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost++);
+    qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("https://%1/discovery").arg(m_address).toUtf8());
+    allowDiscovery();
+    QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), kBridgeId}));
+}
+
+void TestHueBridgeDialog::cleanup()
+{
+    m_fake.kill();
+}
+
+bool TestHueBridgeDialog::discover(HueBridgeDialog &dialog)
+{
+    dialog.discoverBridges();
+    return waitUntil([&]() {
+        const QList<QListWidgetItem *> found = list(dialog)->findItems(kBridgeId, Qt::MatchExactly);
+        return found.size() == 1 && found.first()->data(Qt::UserRole).value<Bridge>().ip == m_address;
+    }, 15000);
+}
+
+void TestHueBridgeDialog::eachBridgeListedOnce()
+{
+    HueBridgeDialog dialog;
+    QVERIFY(!dialog.isVisible());
+    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::SelectPage));
+    QCOMPARE(stepStyles(dialog), marked(1));
+    QVERIFY(discover(dialog));
+    QVERIFY(dialog.isVisible());
+
+    // Reported again by the service, and once more together with another bridge.
+    allowDiscovery();
+    dialog.discoverBridges();
+    QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), QStringLiteral("/discovery")));
+    QTest::qWait(300);
+    Bridge other;
+    other.id = QStringLiteral("001788fffe000002");
+    other.ip = QStringLiteral("192.0.2.7");
+    const Bridge fake = list(dialog)->item(0)->data(Qt::UserRole).value<Bridge>();
+    dialog.onDiscoverBridge({fake, other, other});
+    QCOMPARE(list(dialog)->count(), 2);
+    QCOMPARE(list(dialog)->item(0)->text(), kBridgeId);
+    QCOMPARE(list(dialog)->item(1)->text(), other.id);
+
+    list(dialog)->item(1)->setSelected(true);
+    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::SelectedPage));
+    QCOMPARE(stepStyles(dialog), marked(2));
+    list(dialog)->clearSelection();
+    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::SelectPage));
+}
+
+void TestHueBridgeDialog::pairingAfterTheButtonIsPressed_data()
+{
+    QTest::addColumn<int>("pressAfter"); // requests refused before the link button is pressed
+    QTest::newRow("before the first request") << 0;
+    QTest::newRow("after the first request") << 1;
+    QTest::newRow("after the tenth request") << 10;
+    QTest::newRow("after the eleventh request") << 11;
+}
+
+void TestHueBridgeDialog::pairingAfterTheButtonIsPressed()
+{
+    QFETCH(int, pressAfter);
+    HueBridgeDialog dialog;
+    dialog.setRetryInterval(kPairInterval);
+    QVERIFY(discover(dialog));
+    list(dialog)->item(0)->setSelected(true);
+    if (pressAfter == 0)
+        QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
+    QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_pair")), Qt::LeftButton);
+    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
+    QCOMPARE(stepStyles(dialog), marked(3));
+    auto *blink = dialog.findChild<PairLabel *>(QStringLiteral("label_pair_gif"));
+    QVERIFY(blink->isBlinking());
+    QCOMPARE(pairingRequests(), 0); // the first request leaves one interval after the press
+
+    if (pressAfter > 0) {
+        QVERIFY(m_fake.waitForRequests(pressAfter, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
+        QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
+        QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
+    }
+    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 20000));
+    QCOMPARE(pairingRequests(), pressAfter + 1);
+    QCOMPARE(stepStyles(dialog), marked(4));
+    QVERIFY(!blink->isBlinking());
+    QCOMPARE(dialog.remainingAttempts(), 0);
+    QVERIFY(hueSettings().contains(bridgeKey()));
+    // The paired bridge leaves the list and is not offered again.
+    QCOMPARE(list(dialog)->count(), 0);
+    allowDiscovery();
+    dialog.discoverBridges();
+    QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), QStringLiteral("/discovery")));
+    QTest::qWait(3 * kPairInterval);
+    QCOMPARE(list(dialog)->count(), 0);
+    QCOMPARE(pairingRequests(), pressAfter + 1); // the retries stopped
+}
+
+void TestHueBridgeDialog::givingUpAfterTwelveRequests()
+{
+    HueBridgeDialog dialog;
+    QCOMPARE(dialog.retryInterval(), 5000); // so the twelfth request leaves at 60 s, failure at 65 s
+    dialog.setRetryInterval(kInterval);
+    QVERIFY(discover(dialog));
+    list(dialog)->item(0)->setSelected(true);
+    QElapsedTimer clock;
+    dialog.onPairBridge();
+    clock.start();
+
+    QVERIFY(m_fake.waitForRequests(12, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
+    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
+    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::FailedPage; }, 5000));
+    QVERIFY2(clock.elapsed() >= 13 * kInterval - 100, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(pairingRequests(), 12);
+    QCOMPARE(stepStyles(dialog), marked(4));
+    QVERIFY(!dialog.findChild<PairLabel *>(QStringLiteral("label_pair_gif"))->isBlinking());
+    QCOMPARE(list(dialog)->count(), 1); // still there to try again
+    QVERIFY(!hueSettings().contains(bridgeKey()));
+
+    // "重试" starts over with a fresh count; this time the button is pressed in time.
+    QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
+    QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_retry")), Qt::LeftButton);
+    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
+    QCOMPARE(dialog.remainingAttempts(), 12);
+    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 10000));
+    QVERIFY(hueSettings().contains(bridgeKey()));
+}
+
+void TestHueBridgeDialog::rePairingTheBridgeOfAKnownLight()
+{
+    DeviceMgr *mgr = DeviceMgrSingleton::instance();
+    HueBridgeDialog dialog;
+    dialog.setRetryInterval(kInterval);
+    Bridge listed;
+    listed.id = QStringLiteral("001788fffe000003");
+    listed.ip = QStringLiteral("192.0.2.8");
+    dialog.onDiscoverBridge({listed});
+    QVERIFY(!dialog.isRepairMode());
+
+    // A stored lamp whose bridge is not paired: reconnecting it finds the bridge and offers it.
+    DevData lamp;
+    lamp.addr = m_address + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + kLight;
+    lamp.name = QStringLiteral("Desk lamp");
+    lamp.protocol = 2001;
+    mgr->addDev(lamp);
+    QVERIFY(mgr->reconnectDevice(lamp.addr));
+    QVERIFY(waitUntil([&]() { return dialog.isRepairMode(); }, 15000));
+    QCOMPARE(list(dialog)->count(), 1);
+    QCOMPARE(list(dialog)->item(0)->text(), kBridgeId);
+    QCOMPARE(list(dialog)->item(0)->data(Qt::UserRole + 1).toString(), kLight);
+
+    QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
+    list(dialog)->item(0)->setSelected(true);
+    dialog.onPairBridge();
+    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 10000));
+    QCOMPARE(list(dialog)->count(), 0);
+    // The pairing is followed by that one lamp's state, not by the bridge's whole light list.
+    const QString lampPath = QStringLiteral("/clip/v2/resource/light/") + kLight;
+    QVERIFY(m_fake.waitForRequests(1, QStringLiteral("GET"), lampPath));
+    QVERIFY(waitUntil([&]() { return mgr->store()->findDev(lamp.addr)->linkState == 1; }, 10000));
+    QCOMPARE(mgr->store()->findDev(lamp.addr)->temperature, 233); // mirek, as the bridge reports it
+    QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/clip/v2/resource/light")).size(), 0);
+    mgr->delDev(defaultGroupUuid(), lamp.addr);
+}
+
+void TestHueBridgeDialog::scanWindowOpensThePairingDialog()
+{
+    // The scan's own discovery is refused by the rate limit; the button must ask by itself.
+    {
+        QSettings settings = hueSettings();
+        settings.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime());
+    }
+    ScanWidget scan;
+    scan.move(100, 80);
+    scan.show();
+    HueBridgeDialog *dialog = scan.hueBridgeDialog();
+    QCOMPARE(dialog->parentWidget(), &scan);
+    QVERIFY(!dialog->isVisible());
+    QCOMPARE(scan.hueButton()->text(), ScanWidget::tr("配对 Philips Hue 桥接器"));
+
+    allowDiscovery();
+    QTest::mouseClick(scan.hueButton(), Qt::LeftButton);
+    QVERIFY(dialog->isVisible());
+    QCOMPARE(dialog->x(), scan.x() + scan.width());
+    QVERIFY(waitUntil([&]() { return list(*dialog)->count() == 1; }, 15000));
+    QCOMPARE(list(*dialog)->item(0)->text(), kBridgeId);
+
+    scan.close();
+    QVERIFY(!dialog->isVisible());
+}
+
+QTEST_MAIN(TestHueBridgeDialog)
+#include "tst_huebridgedialog.moc"
