@@ -1,8 +1,8 @@
 #include "applanguage.h"
 #include "crashdump.h"
+#include "modifywindow.h"
 #include "pluginmsgmanager.h"
 #include "qtsingleapplication.h"
-#include "startupwindow.h"
 
 #include <QFontDatabase>
 #include <QIcon>
@@ -31,10 +31,10 @@ int main(int argc, char *argv[])
 
     int exitCode = 0;
     {
-        StartupWindow window;
+        ModifyWindow window;
         app.setActivationWindow(&window, false);
         QObject::connect(&app, &QtSingleApplication::messageReceived, &window,
-                         &StartupWindow::onMessageReceived);
+                         &ModifyWindow::onMessageReceived);
         window.setObjectName(QStringLiteral("mainWindow"));
         app.setStyleSheet(QStringLiteral("#mainWindow {    border-radius: 11px;    background-color: #282828;}"));
         window.show();

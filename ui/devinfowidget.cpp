@@ -4,6 +4,7 @@
 #include "deletesettings.h"
 #include "deletetipswidget.h"
 #include "deviceitem.h"
+#include "devicenamewidget.h"
 #include "devicemgr.h"
 #include "svgicon.h"
 
@@ -22,6 +23,7 @@ DevInfoWidget::DevInfoWidget(QWidget *parent)
     , m_listDevice(new QListWidget(this))
     , m_addButton(new QPushButton(svgIcon(QStringLiteral(":/resource/svg/btn_add.svg")), tr("添加设备"), this))
     , m_deleteTips(new DeleteTipsWidget(tr("确认删除该设备？"), this))
+    , m_deviceNameWidget(new DeviceNameWidget(this))
 {
     setObjectName(QStringLiteral("devInfoWidget"));
     setAttribute(Qt::WA_StyledBackground);
@@ -53,7 +55,12 @@ DevInfoWidget::DevInfoWidget(QWidget *parent)
         " border-radius: 6px; padding: 0 16px; }"
         "#addDeviceButton:hover { background-color: #0A84FF; color: white; }"
         "#addDeviceButton:disabled { color: #6E6E6E; }"));
-    connect(m_addButton, &QPushButton::clicked, this, [this] { emit addDeviceRequested(m_groupUuid); });
+    connect(m_addButton, &QPushButton::clicked, this, &DevInfoWidget::chooseMembers);
+
+    m_deviceNameWidget->hide();
+    connect(m_deviceNameWidget, &DeviceNameWidget::handleAddDevice, this, &DevInfoWidget::handleAddDevice);
+    // A member unticked in the box leaves the group.
+    connect(m_deviceNameWidget, &DeviceNameWidget::handleDelDevice, this, &DevInfoWidget::handleDelDevice);
 
     m_deleteTips->setSettingKey(QStringLiteral("global/ask_to_delete_device"));
     m_deleteTips->hide();
@@ -98,20 +105,6 @@ QStringList DevInfoWidget::listedAddresses() const
     return addrs;
 }
 
-QList<DevData> DevInfoWidget::candidateDevices() const
-{
-    const QStringList members = listedAddresses();
-    QList<DevData> candidates;
-    for (const DevData &dev : DeviceMgrSingleton::instance()->getDevices()) {
-        if (!members.contains(dev.addr))
-            candidates.append(dev);
-    }
-    std::sort(candidates.begin(), candidates.end(), [](const DevData &a, const DevData &b) {
-        return a.name.localeAwareCompare(b.name) < 0;
-    });
-    return candidates;
-}
-
 void DevInfoWidget::requestDelete(const QString &addr)
 {
     if (!itemFor(addr))
@@ -141,6 +134,9 @@ void DevInfoWidget::showContextMenu(QPoint pos)
 
 void DevInfoWidget::handleSelectGroup(QString uuid)
 {
+    // A choice of members open for another group must not land in this one.
+    if (uuid != m_groupUuid)
+        m_deviceNameWidget->hide();
     m_groupUuid = uuid;
     m_listDevice->clear();
     QList<DevData> devices = DeviceMgrSingleton::instance()->getGroupDevices(uuid);
@@ -236,6 +232,22 @@ void DevInfoWidget::onDeviceUpdated(QString uuid, QString groupName, DevData dat
         const DevData *stored = DeviceMgrSingleton::instance()->store()->findDev(data.addr);
         row->setData(stored ? *stored : data);
     }
+}
+
+void DevInfoWidget::chooseMembers()
+{
+    if (m_groupUuid == defaultGroupUuid())
+        return;
+    DeviceMgr *mgr = DeviceMgrSingleton::instance();
+    QList<DevData> all = mgr->getDevices().values();
+    std::sort(all.begin(), all.end(), [](const DevData &a, const DevData &b) {
+        return a.name.localeAwareCompare(b.name) < 0;
+    });
+    m_deviceNameWidget->setDevices(all);
+    QList<DevData> members = mgr->getGroupDevices(m_groupUuid);
+    m_deviceNameWidget->onSyncSelectDevice(members);
+    m_deviceNameWidget->show();
+    m_deviceNameWidget->raise();
 }
 
 void DevInfoWidget::updateTitle()

@@ -8,6 +8,7 @@
 
 class DeleteTipsWidget;
 class DeviceItem;
+class DeviceNameWidget;
 class QLabel;
 class QListWidget;
 class QListWidgetItem;
@@ -29,14 +30,10 @@ public:
     DeviceItem *deviceItem(const QString &addr) const;
     // Addresses listed, top to bottom.
     QStringList listedAddresses() const;
-    // Stored lights that are not yet members of the group shown: what "添加设备" offers.
-    QList<DevData> candidateDevices() const;
+    // The box of "添加设备", in which the members of a user group are ticked.
+    DeviceNameWidget *deviceNameWidget() const { return m_deviceNameWidget; }
     // Asks to delete a light from the list shown: confirmed first unless the user said not to ask.
     void requestDelete(const QString &addr);
-
-signals:
-    // "添加设备" pressed on a user group; the receiver offers candidateDevices().
-    void addDeviceRequested(QString uuid);
 
 public slots:
     void showContextMenu(QPoint pos);
@@ -52,10 +49,12 @@ private:
     QListWidgetItem *itemFor(const QString &addr) const;
     void onDeviceUpdated(QString uuid, QString groupName, DevData data);
     void updateTitle();
+    void chooseMembers();
 
     QString m_groupUuid;
     QLabel *m_title = nullptr;
     QListWidget *m_listDevice = nullptr;
     QPushButton *m_addButton = nullptr;
     DeleteTipsWidget *m_deleteTips = nullptr;
+    DeviceNameWidget *m_deviceNameWidget = nullptr;
 };

@@ -4,6 +4,7 @@
 #include "deletesettings.h"
 #include "deletetipswidget.h"
 #include "deviceitem.h"
+#include "devicenamewidget.h"
 #include "devicemgr.h"
 #include "devinfowidget.h"
 #include "devnamegroupwidget.h"
@@ -54,6 +55,12 @@ QStringList storedMembers(const QString &uuid)
     for (const DevData &dev : mgr()->getGroupDevices(uuid))
         addrs << dev.addr;
     return addrs;
+}
+
+QStringList sorted(QStringList list)
+{
+    list.sort();
+    return list;
 }
 
 QListWidgetItem *itemNamed(QListWidget *list, const QString &name)
@@ -301,22 +308,43 @@ void TestGroupSettings::addLightsToAGroup()
     const QString uuid = createGroup();
     QCOMPARE(info()->currentGroup(), uuid);
     QVERIFY(info()->addButton()->isVisible());
-    QCOMPARE(info()->candidateDevices().size(), 3);
 
-    const DevData *v60 = mgr()->store()->findDev(kV60);
-    const DevData *q300 = mgr()->store()->findDev(kQ300);
-    QList<DevData> chosen{*v60, *q300, *v60};
-    info()->handleAddDevice(chosen);
-    QCOMPARE(storedMembers(uuid), (QStringList{kV60, kQ300}));
-    QCOMPARE(info()->listedAddresses(), (QStringList{kV60, kQ300}));
+    // "添加设备" offers every stored light, members ticked; ticking two adds both.
+    DeviceNameWidget *box = info()->deviceNameWidget();
+    info()->addButton()->click();
+    QVERIFY(box->isVisible());
+    QListWidget *offered = box->listWidget();
+    QCOMPARE(offered->count(), 3);
+    for (int row = 0; row < offered->count(); ++row) {
+        QListWidgetItem *item = offered->item(row);
+        QCOMPARE(item->checkState(), Qt::Unchecked);
+        if (item->data(Qt::UserRole).toString() != kV80)
+            item->setCheckState(Qt::Checked);
+    }
+    box->handleOkBtn();
+    QCOMPARE(sorted(storedMembers(uuid)), sorted({kV60, kQ300}));
+    QCOMPARE(sorted(info()->listedAddresses()), sorted({kV60, kQ300}));
     QCOMPARE(info()->deviceItem(kQ300)->name(), QStringLiteral("Brivon Q300 COB"));
-    QCOMPARE(info()->candidateDevices().size(), 1);
-    QCOMPARE(info()->candidateDevices().first().addr, kV80);
     shot(m_window.get(), QStringLiteral("groupsettings-group"));
 
+    // Opened again, the members are ticked; unticking one takes it out of the group.
+    info()->addButton()->click();
+    for (int row = 0; row < offered->count(); ++row) {
+        QListWidgetItem *item = offered->item(row);
+        const QString addr = item->data(Qt::UserRole).toString();
+        QCOMPARE(item->checkState() == Qt::Checked, addr != kV80);
+        if (addr == kV60)
+            item->setCheckState(Qt::Unchecked);
+    }
+    box->handleOkBtn();
+    QCOMPARE(storedMembers(uuid), QStringList{kQ300});
+    QCOMPARE(info()->listedAddresses(), QStringList{kQ300});
+    QVERIFY(mgr()->store()->findDev(kV60));
+
     // Members already there are not added twice.
-    info()->handleAddDevice(chosen);
-    QCOMPARE(storedMembers(uuid), (QStringList{kV60, kQ300}));
+    QList<DevData> again{*mgr()->store()->findDev(kQ300), *mgr()->store()->findDev(kV80), *mgr()->store()->findDev(kV80)};
+    info()->handleAddDevice(again);
+    QCOMPARE(storedMembers(uuid), (QStringList{kQ300, kV80}));
 
     // The list of all lights takes no lights from here.
     QListWidget *list = groups()->listWidget();
@@ -325,9 +353,9 @@ void TestGroupSettings::addLightsToAGroup()
     QVERIFY(!info()->addButton()->isVisible());
     QCOMPARE(info()->listWidget()->count(), 3);
 
-    // Back on the group its members are listed again.
+    // Back on the group its members are listed again, in the order they joined.
     list->setCurrentItem(groups()->itemForUuid(uuid));
-    QCOMPARE(info()->listedAddresses(), (QStringList{kV60, kQ300}));
+    QCOMPARE(info()->listedAddresses(), (QStringList{kQ300, kV80}));
 }
 
 void TestGroupSettings::removeLights_data()
