@@ -174,7 +174,9 @@ QString TestGroupSettings::createGroup()
 
 void TestGroupSettings::renameThroughEditor(QListWidgetItem *item, const QString &text)
 {
-    groups()->handleItemChangedBefore(item);
+    // Through the context menu's "重命名", as the user does it.
+    QListWidget *list = groups()->listWidget();
+    runContextMenu([&] { groups()->showContextMenu(list->visualItemRect(item).center()); }, QStringLiteral("重命名"));
     auto *editor = groups()->listWidget()->findChild<QLineEdit *>(QStringLiteral("groupNameEditor"));
     QVERIFY(editor);
     QCOMPARE(editor->text(), item->text());
@@ -315,6 +317,7 @@ void TestGroupSettings::addLightsToAGroup()
     QVERIFY(box->isVisible());
     QListWidget *offered = box->listWidget();
     QCOMPARE(offered->count(), 3);
+    shot(box, QStringLiteral("groupsettings-choose"));
     for (int row = 0; row < offered->count(); ++row) {
         QListWidgetItem *item = offered->item(row);
         QCOMPARE(item->checkState(), Qt::Unchecked);
