@@ -180,6 +180,8 @@ ControlItemWidget::ControlItemWidget(QWidget *parent)
     connect(m_temperatureSlider, &CustomSlider::sigSliderReleased, this, &ControlItemWidget::onSliderReleased);
     connect(m_brightnessSlider, &QSlider::valueChanged, this, &ControlItemWidget::onBrightnessChanged);
     connect(m_temperatureSlider, &QSlider::valueChanged, this, &ControlItemWidget::onTemperatureChanged);
+    // A coarse timer may fire a little early, and then a light would get two values within 100 ms.
+    m_dragTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_dragTimer, &QTimer::timeout, this, &ControlItemWidget::onTimeout);
 
     DeviceMgr *mgr = DeviceMgrSingleton::instance();

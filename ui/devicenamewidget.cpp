@@ -18,7 +18,9 @@ DeviceNameWidget::DeviceNameWidget(QWidget *parent)
         "#deviceNameWidget { background-color: #141414;}"
         "QListWidget { background: #0F0F0F; color: #E6E6E6; font-size: 14px; border: 1px solid #363636;"
         " border-radius: 4px; outline: none;}"
-        "QListWidget::item { height: 36px; padding-left: 6px;}"
+        "QListWidget::item { height: 36px; padding-left: 8px; border-bottom: 1px solid #1E1E1E;}"
+        "QListWidget::item:hover { background-color: #1E1E1E;}"
+        "QListWidget::item:selected { background-color: #0A84FF; color: #FFFFFF;}"
         "QPushButton { background-color: #3A3A3C; color: #FFFFFF; border: none; border-radius: 4px; font-size: 14px;}"
         "QPushButton:hover { background-color: #48484A;}"
         "#btnDeviceNameOk { background-color: #0A84FF;}"));
@@ -27,7 +29,9 @@ DeviceNameWidget::DeviceNameWidget(QWidget *parent)
 
     auto *heading = new QLabel(tr("添加设备"), this);
     heading->setStyleSheet(QStringLiteral("color: #DCDCDC; font-size: 14px;"));
-    m_list->setSelectionMode(QAbstractItemView::NoSelection);
+    // A click toggles a row: the selected rows are the group's lights.
+    m_list->setSelectionMode(QAbstractItemView::MultiSelection);
+    m_list->setFocusPolicy(Qt::NoFocus);
     m_btnOk->setObjectName(QStringLiteral("btnDeviceNameOk"));
     m_btnOk->setFixedSize(96, 32);
     m_btnCancel->setFixedSize(96, 32);
@@ -58,8 +62,6 @@ void DeviceNameWidget::setDevices(const QList<DevData> &devices)
             continue;
         auto *item = new QListWidgetItem(dev.name, m_list);
         item->setData(Qt::UserRole, dev.addr);
-        item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
-        item->setCheckState(Qt::Unchecked);
         m_devices.append(dev);
     }
 }
@@ -71,7 +73,7 @@ void DeviceNameWidget::onSyncSelectDevice(QList<DevData> &info)
         m_members.append(dev.addr);
     for (int row = 0; row < m_list->count(); ++row) {
         QListWidgetItem *item = m_list->item(row);
-        item->setCheckState(m_members.contains(item->data(Qt::UserRole).toString()) ? Qt::Checked : Qt::Unchecked);
+        item->setSelected(m_members.contains(item->data(Qt::UserRole).toString()));
     }
 }
 
@@ -81,10 +83,10 @@ void DeviceNameWidget::handleOkBtn()
     for (int row = 0; row < m_list->count(); ++row) {
         const QListWidgetItem *item = m_list->item(row);
         const QString addr = item->data(Qt::UserRole).toString();
-        const bool ticked = item->checkState() == Qt::Checked;
-        if (ticked && !m_members.contains(addr))
+        const bool chosen = item->isSelected();
+        if (chosen && !m_members.contains(addr))
             added.append(m_devices.at(row));
-        else if (!ticked && m_members.contains(addr))
+        else if (!chosen && m_members.contains(addr))
             emit handleDelDevice(addr);
     }
     if (!added.isEmpty())

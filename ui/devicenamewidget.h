@@ -8,9 +8,9 @@
 class QListWidget;
 class QPushButton;
 
-// The box in which the lights of a group are chosen: every offered light has a check box, the
-// current members are ticked. "添加" reports the lights newly ticked in one handleAddDevice()
-// and each member that was unticked in handleDelDevice(addr).
+// The box in which the lights of a group are chosen: a click toggles an offered light, the
+// current members start selected. "添加" reports the lights newly selected in one
+// handleAddDevice() and each member that was deselected in handleDelDevice(addr).
 class DeviceNameWidget : public QWidget
 {
     Q_OBJECT
@@ -18,7 +18,7 @@ class DeviceNameWidget : public QWidget
 public:
     explicit DeviceNameWidget(QWidget *parent = nullptr);
 
-    // The lights offered, all unticked.
+    // The lights offered, none selected.
     void setDevices(const QList<DevData> &devices);
     QListWidget *listWidget() const { return m_list; }
 
@@ -29,7 +29,7 @@ signals:
 public slots:
     void handleOkBtn();
     void handleCancelBtn();
-    // Ticks the offered lights that are in info (the group's members) and remembers them.
+    // Selects the offered lights that are in info (the group's members) and remembers them.
     void onSyncSelectDevice(QList<DevData> &info);
 
 private:

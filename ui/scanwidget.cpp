@@ -114,6 +114,8 @@ void ScanWidget::onConnect()
             continue;
         m_deviceWidget->removeDevice(dev.addr);
         mgr->addDev(dev);
+        // The button says "connect": link the light now rather than on the next scan.
+        mgr->connectToDevice(dev.addr);
         added = true;
     }
     if (added)

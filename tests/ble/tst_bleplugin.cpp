@@ -1,9 +1,9 @@
 // Loading the BLE plug-in library: a plug-in built on its own with its own copy of the
 // interface's meta-object, the bare default name, the environment override, and both failures.
 #include "bluetoothmgr.h"
-#include "blelog.h"
 #include "brivonqxbleinterface.h"
 #include "devdatamgr.h"
+#include "logcapture.h"
 #include "testhome.h"
 
 #include <QCoreApplication>
@@ -20,24 +20,6 @@ namespace {
 
 const QString kAddr = QStringLiteral("C0:FF:EE:00:00:01");
 
-class EnvGuard
-{
-public:
-    explicit EnvGuard(const char *name) : m_name(name), m_had(qEnvironmentVariableIsSet(name)), m_old(qgetenv(name)) {}
-    ~EnvGuard()
-    {
-        if (m_had)
-            qputenv(m_name, m_old);
-        else
-            qunsetenv(m_name);
-    }
-
-private:
-    const char *m_name;
-    bool m_had;
-    QByteArray m_old;
-};
-
 QStringList calls(QObject *plugin)
 {
     return plugin->property("calls").toStringList();
@@ -50,217 +32,201 @@ class TestBlePlugin : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        m_home = std::make_unique<TestHome>();
+        m_store = std::make_shared<DevDataMgr>();
+        qunsetenv(BluetoothMgr::kPluginEnvVar); // each case sets the override it needs
+    }
 
-    void separatelyBuiltPluginWorks();
-    void relativeOverridePathIsResolved();
-    void bareNameIsSearchedInLibraryPaths();
-    void missingFileIsLoggedAndInert();
-    void bareNameNotFoundIsLogged();
-    void wrongInterfaceIdIsRefused();
-    void defaultPluginBesideTheProgramWithoutBluetooth();
+    void cleanup()
+    {
+        m_store.reset();
+        m_home.reset();
+    }
+
+    void separatelyBuiltPluginWorks()
+    {
+        qputenv(BluetoothMgr::kPluginEnvVar, BRIVON_TEST_PLUGIN);
+        LogCapture log;
+        BluetoothMgr mgr(m_store);
+        QVERIFY(mgr.isPluginLoaded());
+        QVERIFY(!log.contains(QStringLiteral("Failed")));
+
+        QPluginLoader loader(QStringLiteral(BRIVON_TEST_PLUGIN));
+        QObject *plugin = loader.instance();
+        QVERIFY(plugin);
+        plugin->setProperty("calls", QStringList());
+        quintptr pluginMeta = 0;
+        QVERIFY(QMetaObject::invokeMethod(plugin, "interfaceMetaObject", Q_RETURN_ARG(quintptr, pluginMeta)));
+        // The plug-in carries its own copy of the interface's meta-object, as the maker's library does.
+        QVERIFY(pluginMeta != 0);
+        QVERIFY(pluginMeta != quintptr(&BrivonQXBleInterface::staticMetaObject));
+
+        // Operations reach the plug-in.
+        mgr.startScan();
+        mgr.stopScan();
+        plugin->setProperty("reconnectResult", false);
+        QCOMPARE(mgr.reconnectDevice(kAddr), false);
+        plugin->setProperty("reconnectResult", true);
+        QCOMPARE(mgr.reconnectDevice(kAddr), true);
+
+        // Signals emitted by the plug-in's own code reach the manager.
+        QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
+        QSignalSpy errors(&mgr, &BaseDevice::sigDeviceDiscoveredErrorOccurred);
+        QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
+        QVERIFY(QMetaObject::invokeMethod(plugin, "emitDiscovered", Q_ARG(int, 2), Q_ARG(QString, kAddr),
+                                          Q_ARG(QString, QStringLiteral("RGB panel"))));
+        QVERIFY(QMetaObject::invokeMethod(plugin, "emitError",
+                                          Q_ARG(int, int(QBluetoothDeviceDiscoveryAgent::PoweredOffError))));
+        QVERIFY(QMetaObject::invokeMethod(plugin, "emitFinished"));
+        QCOMPARE(discovered.count(), 1);
+        QCOMPARE(discovered.at(0).at(0).value<DevData>().name, QStringLiteral("RGB panel"));
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>(),
+                 QBluetoothDeviceDiscoveryAgent::PoweredOffError);
+        QCOMPARE(finished.count(), 1);
+
+        DevData dev = discovered.at(0).at(0).value<DevData>();
+        m_store->addDev(dev);
+        QVERIFY(QMetaObject::invokeMethod(plugin, "emitConnected", Q_ARG(QString, kAddr)));
+        QCOMPARE(int(m_store->findDev(kAddr)->linkState), 1);
+        QVERIFY(QMetaObject::invokeMethod(plugin, "emitMessage", Q_ARG(QString, kAddr),
+                                          Q_ARG(QByteArray, QByteArray::fromHex("ff10093215e000000000020100aa"))));
+        QCOMPARE(m_store->findDev(kAddr)->brightness, 50);
+        QCOMPARE(m_store->findDev(kAddr)->switchState, true);
+        mgr.setBrightness(kAddr, 20);
+        QVERIFY(QMetaObject::invokeMethod(plugin, "emitDisconnected", Q_ARG(QString, kAddr)));
+        QCOMPARE(int(m_store->findDev(kAddr)->linkState), 0);
+
+        QCOMPARE(calls(plugin), (QStringList{
+            QStringLiteral("startScan"), QStringLiteral("stopScan"),
+            QStringLiteral("reconnectDevice ") + kAddr, QStringLiteral("reconnectDevice ") + kAddr,
+            QStringLiteral("writeData ") + kAddr + QStringLiteral(" ff a1 01 30 30 aa"),
+            QStringLiteral("writeData ") + kAddr + QStringLiteral(" ff a2 01 14 14 aa")}));
+    }
+
+    void relativeOverridePathIsResolved()
+    {
+        const QString relative = QDir::current().relativeFilePath(QStringLiteral(BRIVON_TEST_PLUGIN));
+        QVERIFY(!QDir::isAbsolutePath(relative));
+        qputenv(BluetoothMgr::kPluginEnvVar, QFile::encodeName(relative));
+        BluetoothMgr mgr(m_store);
+        QVERIFY(mgr.isPluginLoaded());
+    }
+
+    void bareNameIsSearchedInLibraryPaths()
+    {
+        // Stand in for the program's folder: a library path holding lib<bare name>.so.
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString target = dir.filePath(QStringLiteral("libBrivonQXBleDLL.so"));
+        QVERIFY(QFile::copy(QStringLiteral(BRIVON_TEST_PLUGIN), target));
+        LogCapture log;
+        const auto mgr = managerSearching(dir.path());
+        QVERIFY2(mgr->isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
+        QPluginLoader loader(target);
+        QObject *plugin = loader.instance();
+        QVERIFY(plugin);
+        plugin->setProperty("calls", QStringList());
+        mgr->startScan();
+        QCOMPARE(calls(plugin), QStringList{QStringLiteral("startScan")});
+    }
+
+    void missingFileIsLoggedAndInert()
+    {
+        const QString missing = m_home->path() + QStringLiteral("/nowhere/libBrivonQXBleDLL.so");
+        qputenv(BluetoothMgr::kPluginEnvVar, QFile::encodeName(missing));
+        LogCapture log;
+        BluetoothMgr mgr(m_store);
+        QVERIFY(!mgr.isPluginLoaded());
+        QPluginLoader reference(missing);
+        QVERIFY(!reference.load());
+        const QStringList lines = log.matching(QStringLiteral("Failed to load BLE plugin:"));
+        QCOMPARE(lines.size(), 1);
+        QCOMPARE(lines.first(), QStringLiteral("Failed to load BLE plugin: ") + reference.errorString());
+
+        // Without Bluetooth, scanning finds nothing and nothing breaks.
+        QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
+        DevData dev;
+        dev.addr = kAddr;
+        dev.protocol = 2;
+        dev.linkState = 1;
+        m_store->addDev(dev);
+        mgr.startScan();
+        mgr.powerOn(kAddr);
+        mgr.setBrightness(kAddr, 10);
+        QCOMPARE(mgr.reconnectDevice(kAddr), false);
+        QTest::qWait(50);
+        QCOMPARE(discovered.count(), 0);
+    }
+
+    void bareNameNotFoundIsLogged()
+    {
+        QTemporaryDir empty;
+        LogCapture log;
+        QVERIFY(!managerSearching(empty.path())->isPluginLoaded());
+        const QStringList lines = log.matching(QStringLiteral("Failed to load BLE plugin:"));
+        QCOMPARE(lines.size(), 1);
+        QVERIFY(lines.first().size() > QStringLiteral("Failed to load BLE plugin: ").size());
+    }
+
+    void wrongInterfaceIdIsRefused()
+    {
+        qputenv(BluetoothMgr::kPluginEnvVar, BRIVON_WRONG_IID_PLUGIN);
+        LogCapture log;
+        BluetoothMgr mgr(m_store);
+        QVERIFY(!mgr.isPluginLoaded());
+        QCOMPARE(log.matching(QStringLiteral("Failed to cast plugin to BrivonQXBleInterface.")).size(), 1);
+        QVERIFY(!log.contains(QStringLiteral("Failed to load BLE plugin:")));
+
+        QPluginLoader loader(QStringLiteral(BRIVON_WRONG_IID_PLUGIN));
+        QObject *plugin = loader.instance();
+        QVERIFY(plugin);
+        QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
+        QMetaObject::invokeMethod(plugin, "sigDeviceDiscoveredFinished");
+        QCOMPARE(finished.count(), 0);
+        QCOMPARE(mgr.reconnectDevice(kAddr), false);
+    }
+
+    void defaultPluginBesideTheProgramWithoutBluetooth()
+    {
+        // The program's own folder holds the default QtBluetooth plug-in; this machine has no adapter.
+        const QString binDir = QStringLiteral(BRIVON_BIN_DIR);
+        if (!QFile::exists(binDir + QStringLiteral("/libBrivonQXBleDLL.so")))
+            QSKIP("the default plug-in is not built");
+        LogCapture log;
+        const auto mgr = managerSearching(binDir);
+        QVERIFY2(mgr->isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
+
+        QSignalSpy errors(mgr.get(), &BaseDevice::sigDeviceDiscoveredErrorOccurred);
+        QSignalSpy finished(mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
+        mgr->startScan();
+        QVERIFY(QTest::qWaitFor([&] { return errors.count() + finished.count() > 0; }, 15000));
+        if (errors.count() > 0) {
+            const auto error = errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>();
+            QVERIFY(error == QBluetoothDeviceDiscoveryAgent::InvalidBluetoothAdapterError
+                    || error == QBluetoothDeviceDiscoveryAgent::PoweredOffError);
+        }
+        mgr->stopScan();
+        mgr->connectToDevice(kAddr);
+        QTest::qWait(100);
+    }
 
 private:
+    // A manager that looks for the plug-in's bare name in `folder` only.
+    std::unique_ptr<BluetoothMgr> managerSearching(const QString &folder)
+    {
+        const QStringList saved = QCoreApplication::libraryPaths();
+        QCoreApplication::setLibraryPaths({folder});
+        auto mgr = std::make_unique<BluetoothMgr>(m_store);
+        QCoreApplication::setLibraryPaths(saved);
+        return mgr;
+    }
+
     std::unique_ptr<TestHome> m_home;
     std::shared_ptr<DevDataMgr> m_store;
-    std::unique_ptr<EnvGuard> m_env;
 };
-
-void TestBlePlugin::init()
-{
-    m_home = std::make_unique<TestHome>();
-    m_store = std::make_shared<DevDataMgr>();
-    m_env = std::make_unique<EnvGuard>(BluetoothMgr::kPluginEnvVar);
-}
-
-void TestBlePlugin::cleanup()
-{
-    m_env.reset();
-    m_store.reset();
-    m_home.reset();
-}
-
-void TestBlePlugin::separatelyBuiltPluginWorks()
-{
-    qputenv(BluetoothMgr::kPluginEnvVar, BRIVON_TEST_PLUGIN);
-    LogCapture log;
-    BluetoothMgr mgr(m_store);
-    QVERIFY(mgr.isPluginLoaded());
-    QVERIFY(!log.contains(QStringLiteral("Failed")));
-
-    QPluginLoader loader(QStringLiteral(BRIVON_TEST_PLUGIN));
-    QObject *plugin = loader.instance();
-    QVERIFY(plugin);
-    plugin->setProperty("calls", QStringList());
-    quintptr pluginMeta = 0;
-    QVERIFY(QMetaObject::invokeMethod(plugin, "interfaceMetaObject", Q_RETURN_ARG(quintptr, pluginMeta)));
-    // The plug-in carries its own copy of the interface's meta-object, as the maker's library does.
-    QVERIFY(pluginMeta != 0);
-    QVERIFY(pluginMeta != quintptr(&BrivonQXBleInterface::staticMetaObject));
-
-    // Operations reach the plug-in.
-    mgr.startScan();
-    mgr.stopScan();
-    plugin->setProperty("reconnectResult", false);
-    QCOMPARE(mgr.reconnectDevice(kAddr), false);
-    plugin->setProperty("reconnectResult", true);
-    QCOMPARE(mgr.reconnectDevice(kAddr), true);
-
-    // Signals emitted by the plug-in's own code reach the manager.
-    QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
-    QSignalSpy errors(&mgr, &BaseDevice::sigDeviceDiscoveredErrorOccurred);
-    QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
-    QVERIFY(QMetaObject::invokeMethod(plugin, "emitDiscovered", Q_ARG(int, 2), Q_ARG(QString, kAddr),
-                                      Q_ARG(QString, QStringLiteral("RGB panel"))));
-    QVERIFY(QMetaObject::invokeMethod(plugin, "emitError",
-                                      Q_ARG(int, int(QBluetoothDeviceDiscoveryAgent::PoweredOffError))));
-    QVERIFY(QMetaObject::invokeMethod(plugin, "emitFinished"));
-    QCOMPARE(discovered.count(), 1);
-    QCOMPARE(discovered.at(0).at(0).value<DevData>().name, QStringLiteral("RGB panel"));
-    QCOMPARE(errors.count(), 1);
-    QCOMPARE(errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>(),
-             QBluetoothDeviceDiscoveryAgent::PoweredOffError);
-    QCOMPARE(finished.count(), 1);
-
-    DevData dev = discovered.at(0).at(0).value<DevData>();
-    m_store->addDev(dev);
-    QVERIFY(QMetaObject::invokeMethod(plugin, "emitConnected", Q_ARG(QString, kAddr)));
-    QCOMPARE(int(m_store->findDev(kAddr)->linkState), 1);
-    QVERIFY(QMetaObject::invokeMethod(plugin, "emitMessage", Q_ARG(QString, kAddr),
-                                      Q_ARG(QByteArray, QByteArray::fromHex("ff10093215e000000000020100aa"))));
-    QCOMPARE(m_store->findDev(kAddr)->brightness, 50);
-    QCOMPARE(m_store->findDev(kAddr)->switchState, true);
-    mgr.setBrightness(kAddr, 20);
-    QVERIFY(QMetaObject::invokeMethod(plugin, "emitDisconnected", Q_ARG(QString, kAddr)));
-    QCOMPARE(int(m_store->findDev(kAddr)->linkState), 0);
-
-    QCOMPARE(calls(plugin), (QStringList{
-        QStringLiteral("startScan"), QStringLiteral("stopScan"),
-        QStringLiteral("reconnectDevice ") + kAddr, QStringLiteral("reconnectDevice ") + kAddr,
-        QStringLiteral("writeData ") + kAddr + QStringLiteral(" ff a1 01 30 30 aa"),
-        QStringLiteral("writeData ") + kAddr + QStringLiteral(" ff a2 01 14 14 aa")}));
-}
-
-void TestBlePlugin::relativeOverridePathIsResolved()
-{
-    const QString relative = QDir::current().relativeFilePath(QStringLiteral(BRIVON_TEST_PLUGIN));
-    QVERIFY(!QDir::isAbsolutePath(relative));
-    qputenv(BluetoothMgr::kPluginEnvVar, QFile::encodeName(relative));
-    BluetoothMgr mgr(m_store);
-    QVERIFY(mgr.isPluginLoaded());
-}
-
-void TestBlePlugin::bareNameIsSearchedInLibraryPaths()
-{
-    // Stand in for the program's folder: a library path holding lib<bare name>.so.
-    qunsetenv(BluetoothMgr::kPluginEnvVar);
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString target = dir.filePath(QStringLiteral("libBrivonQXBleDLL.so"));
-    QVERIFY(QFile::copy(QStringLiteral(BRIVON_TEST_PLUGIN), target));
-    const QStringList saved = QCoreApplication::libraryPaths();
-    QCoreApplication::addLibraryPath(dir.path());
-    LogCapture log;
-    BluetoothMgr mgr(m_store);
-    QCoreApplication::setLibraryPaths(saved);
-    QVERIFY2(mgr.isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
-    QPluginLoader loader(target);
-    QObject *plugin = loader.instance();
-    QVERIFY(plugin);
-    plugin->setProperty("calls", QStringList());
-    mgr.startScan();
-    QCOMPARE(calls(plugin), QStringList{QStringLiteral("startScan")});
-}
-
-void TestBlePlugin::missingFileIsLoggedAndInert()
-{
-    const QString missing = m_home->path() + QStringLiteral("/nowhere/libBrivonQXBleDLL.so");
-    qputenv(BluetoothMgr::kPluginEnvVar, QFile::encodeName(missing));
-    LogCapture log;
-    BluetoothMgr mgr(m_store);
-    QVERIFY(!mgr.isPluginLoaded());
-    QPluginLoader reference(missing);
-    QVERIFY(!reference.load());
-    const QStringList lines = log.matching(QStringLiteral("Failed to load BLE plugin:"));
-    QCOMPARE(lines.size(), 1);
-    QCOMPARE(lines.first(), QStringLiteral("Failed to load BLE plugin: ") + reference.errorString());
-
-    // Without Bluetooth, scanning finds nothing and nothing breaks.
-    QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
-    DevData dev;
-    dev.addr = kAddr;
-    dev.protocol = 2;
-    dev.linkState = 1;
-    m_store->addDev(dev);
-    mgr.startScan();
-    mgr.powerOn(kAddr);
-    mgr.setBrightness(kAddr, 10);
-    QCOMPARE(mgr.reconnectDevice(kAddr), false);
-    QTest::qWait(50);
-    QCOMPARE(discovered.count(), 0);
-}
-
-void TestBlePlugin::bareNameNotFoundIsLogged()
-{
-    qunsetenv(BluetoothMgr::kPluginEnvVar);
-    const QStringList saved = QCoreApplication::libraryPaths();
-    QTemporaryDir empty;
-    QCoreApplication::setLibraryPaths({empty.path()});
-    LogCapture log;
-    BluetoothMgr mgr(m_store);
-    QCoreApplication::setLibraryPaths(saved);
-    QVERIFY(!mgr.isPluginLoaded());
-    const QStringList lines = log.matching(QStringLiteral("Failed to load BLE plugin:"));
-    QCOMPARE(lines.size(), 1);
-    QVERIFY(lines.first().size() > QStringLiteral("Failed to load BLE plugin: ").size());
-}
-
-void TestBlePlugin::wrongInterfaceIdIsRefused()
-{
-    qputenv(BluetoothMgr::kPluginEnvVar, BRIVON_WRONG_IID_PLUGIN);
-    LogCapture log;
-    BluetoothMgr mgr(m_store);
-    QVERIFY(!mgr.isPluginLoaded());
-    QCOMPARE(log.matching(QStringLiteral("Failed to cast plugin to BrivonQXBleInterface.")).size(), 1);
-    QVERIFY(!log.contains(QStringLiteral("Failed to load BLE plugin:")));
-
-    QPluginLoader loader(QStringLiteral(BRIVON_WRONG_IID_PLUGIN));
-    QObject *plugin = loader.instance();
-    QVERIFY(plugin);
-    QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
-    QMetaObject::invokeMethod(plugin, "sigDeviceDiscoveredFinished");
-    QCOMPARE(finished.count(), 0);
-    QCOMPARE(mgr.reconnectDevice(kAddr), false);
-}
-
-void TestBlePlugin::defaultPluginBesideTheProgramWithoutBluetooth()
-{
-    // The program's own folder holds the default QtBluetooth plug-in; this machine has no adapter.
-    const QString binDir = QStringLiteral(BRIVON_BIN_DIR);
-    if (!QFile::exists(binDir + QStringLiteral("/libBrivonQXBleDLL.so")))
-        QSKIP("the default plug-in is not built");
-    qunsetenv(BluetoothMgr::kPluginEnvVar);
-    const QStringList saved = QCoreApplication::libraryPaths();
-    QCoreApplication::setLibraryPaths({binDir});
-    LogCapture log;
-    BluetoothMgr mgr(m_store);
-    QCoreApplication::setLibraryPaths(saved);
-    QVERIFY2(mgr.isPluginLoaded(), qPrintable(log.lines().join(QLatin1Char('\n'))));
-
-    QSignalSpy errors(&mgr, &BaseDevice::sigDeviceDiscoveredErrorOccurred);
-    QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
-    mgr.startScan();
-    QVERIFY(QTest::qWaitFor([&] { return errors.count() + finished.count() > 0; }, 15000));
-    if (errors.count() > 0) {
-        const auto error = errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>();
-        QVERIFY(error == QBluetoothDeviceDiscoveryAgent::InvalidBluetoothAdapterError
-                || error == QBluetoothDeviceDiscoveryAgent::PoweredOffError);
-    }
-    mgr.stopScan();
-    mgr.connectToDevice(QStringLiteral("C0:FF:EE:00:00:01"));
-    QTest::qWait(100);
-}
 
 QTEST_GUILESS_MAIN(TestBlePlugin)
 #include "tst_bleplugin.moc"

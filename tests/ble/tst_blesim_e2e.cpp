@@ -35,395 +35,376 @@ class TestBleSimE2E : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void cleanupTestCase();
+    void initTestCase()
+    {
+        m_home = std::make_unique<TestHome>();
+        // A local socket path must stay under about 100 bytes: fall back to /tmp in a deep build tree.
+        m_control = QDir::tempPath() + QStringLiteral("/blesim-%1").arg(QCoreApplication::applicationPid());
+        if (m_control.size() > 100)
+            m_control = QStringLiteral("/tmp/brivon-blesim-test-%1").arg(QCoreApplication::applicationPid());
+        qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
+        qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
+        qunsetenv("BRIVON_SIM_LIGHTS");
+        m_store = std::make_shared<DevDataMgr>();
+        m_mgr = std::make_unique<BluetoothMgr>(m_store);
+        QVERIFY(m_mgr->isPluginLoaded());
+        QVERIFY(ctl(QStringLiteral("help")).startsWith(QLatin1String("ok")));
+    }
 
-    void discoveryFindsDefaultLightsAfterADelay();
-    void connectingBringsEveryLightOnline();
-    void controlsReachTheLights_data();
-    void controlsReachTheLights();
-    void aaLightControls();
-    void powerCycle();
-    void knobTurnedOnTheLight();
-    void droppedLinkAndReconnect();
-    void unpluggedLightIsFoundAgainAndReconnects();
-    void lightsFileAndControlErrors();
-    void controlToolTalksToTheSimulator();
+    void cleanupTestCase()
+    {
+        m_mgr.reset();
+        m_store.reset();
+        m_home.reset();
+    }
+
+    void discoveryFindsDefaultLightsAfterADelay()
+    {
+        QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
+        QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
+        QElapsedTimer clock;
+        clock.start();
+        m_mgr->startScan();
+        QVERIFY(waitUntil([&] { return discovered.count() > 0; }, 5000));
+        const qint64 firstSeen = clock.elapsed();
+        QVERIFY2(firstSeen >= 200, "a light is seen only after a realistic delay");
+        QVERIFY(waitUntil([&] { return finished.count() > 0; }, 10000));
+
+        QMap<int, DevData> byProtocol;
+        for (const QList<QVariant> &args : qAsConst(discovered)) {
+            const DevData dev = args.at(0).value<DevData>();
+            QVERIFY(!dev.name.isEmpty());
+            byProtocol.insert(dev.protocol, dev);
+        }
+        QCOMPARE(byProtocol.keys(), (QList<int>{1, 2, 7, 162, 1001}));
+        QCOMPARE(byProtocol.value(2).colorLightEnable, true);
+        QCOMPARE(byProtocol.value(1).colorLightEnable, false);
+        QCOMPARE(byProtocol.value(1001).lightEffectEnable, false);
+        QCOMPARE(byProtocol.value(1001).temperatureMin, 2900);
+
+        // The user adds all of them (as the scan window does through the device manager).
+        for (const DevData &dev : qAsConst(byProtocol))
+            m_store->addDev(dev);
+        QCOMPARE(m_store->devices().size(), 5);
+    }
+
+    void connectingBringsEveryLightOnline()
+    {
+        for (const QString &addr : {kV1, kV2, kV7, kV162, kQ})
+            m_mgr->connectToDevice(addr);
+        for (const QString &addr : {kV1, kV2, kV7, kV162, kQ})
+            QVERIFY2(waitStored(addr, [](const DevData &d) { return d.linkState != 0; }, 5000), qPrintable(addr));
+
+        // The state reports brought each light's own state into the store.
+        for (const QString &addr : {kV1, kV2, kV7, kV162, kQ}) {
+            const QJsonObject sim = simState(addr);
+            QVERIFY(waitStored(addr, [&](const DevData &d) {
+                return d.brightness == sim.value(QLatin1String("brightness")).toInt()
+                    && d.temperature == sim.value(QLatin1String("temperature")).toInt() && d.switchState;
+            }));
+            QCOMPARE(stored(addr).devCurModel, 1);
+        }
+        QCOMPARE(stored(kV1).brightness, 60);
+        QCOMPARE(stored(kQ).temperature, 5600);
+        // The 55 AA light was asked for its product information too.
+        QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("framesReceived")).toInt() >= 2; }));
+        QVERIFY(ctl(QStringLiteral("frames ") + kQ).contains(QLatin1String("55 aa 03 21 00 01 01")));
+    }
+
+    void controlsReachTheLights_data()
+    {
+        QTest::addColumn<QString>("addr");
+        QTest::newRow("protocol 1") << kV1;
+        QTest::newRow("protocol 2") << kV2;
+        QTest::newRow("protocol 7") << kV7;
+        QTest::newRow("protocol 162") << kV162;
+    }
+
+    void controlsReachTheLights()
+    {
+        QFETCH(QString, addr);
+        const bool colour = addr == kV2 || addr == kV7;
+
+        m_mgr->setBrightness(addr, 77);
+        QVERIFY(waitSimHas(addr, {{"brightness", 77}}));
+
+        m_mgr->setTemperature(addr, 3300);
+        QVERIFY(waitSimHas(addr, {{"temperature", 3300}, {"mode", 2}}));
+        QVERIFY(waitStored(addr, [](const DevData &d) { return d.temperature == 3300 && d.devCurModel == 1; }));
+
+        m_mgr->setLightEffect(addr, QStringLiteral("9"));
+        QVERIFY(waitSimHas(addr, {{"mode", 9}}));
+        // The light's report confirms the effect.
+        QVERIFY(waitStored(addr, [](const DevData &d) { return d.lightEffect == QLatin1String("9") && d.devCurModel == 2; }));
+
+        m_mgr->setColor(addr, QColor::fromHsv(120, 255, 255));
+        if (colour) {
+            QVERIFY(waitSimHas(addr, {{"mode", 3}, {"hue", 120}, {"saturation", 100}}));
+            QVERIFY(waitStored(addr, [](const DevData &d) {
+                return d.devCurModel == 3 && d.colorLight == QLatin1String("#00ff00") && d.auxValue1 == 120;
+            }));
+        } else {
+            QTest::qWait(200);
+            QCOMPARE(simInt(addr, "mode"), 9);
+        }
+        QCOMPARE(simInt(addr, "unknownFrames"), 0);
+    }
+
+    void aaLightControls()
+    {
+        m_mgr->setBrightness(kQ, 42);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 42}}));
+        m_mgr->setTemperature(kQ, 3100);
+        QVERIFY(waitSimHas(kQ, {{"temperature", 3100}, {"mode", 1}}));
+        m_mgr->setLightEffect(kQ, QStringLiteral("C-3"));
+        QVERIFY(waitSimHas(kQ, {{"mode", 3}, {"effect", "C-3"}, {"brightness", 42}}));
+        // In effect mode, brightness goes with the effect frame.
+        m_mgr->setBrightness(kQ, 55);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 55}, {"mode", 3}}));
+        const int before = simInt(kQ, "framesReceived");
+        m_mgr->setColor(kQ, Qt::red); // a 55 AA light has no colour
+        QTest::qWait(200);
+        QCOMPARE(simInt(kQ, "framesReceived"), before);
+        m_mgr->setTemperature(kQ, 5000);
+        QVERIFY(waitSimHas(kQ, {{"mode", 1}}));
+        QCOMPARE(simInt(kQ, "unknownFrames"), 0);
+    }
+
+    void powerCycle()
+    {
+        for (const QString &addr : {kV1, kV7}) {
+            m_mgr->powerOff(addr);
+            QVERIFY(waitSimHas(addr, {{"power", false}}));
+            QVERIFY(waitStored(addr, [](const DevData &d) { return !d.switchState; }));
+            // Switched off, the light takes no brightness.
+            const int frames = simInt(addr, "framesReceived");
+            m_mgr->setBrightness(addr, 12);
+            QTest::qWait(150);
+            QCOMPARE(simInt(addr, "framesReceived"), frames);
+            m_mgr->powerOn(addr);
+            QVERIFY(waitSimHas(addr, {{"power", true}}));
+            QVERIFY(waitStored(addr, [](const DevData &d) { return d.switchState; }));
+        }
+
+        // The 55 AA light is switched with brightness: off is 0, on is the remembered brightness.
+        DevData q = stored(kQ);
+        q.oldBrightness = 64;
+        m_store->updateDev(q);
+        m_mgr->powerOff(kQ);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
+        QCOMPARE(stored(kQ).switchState, false);
+        m_mgr->powerOn(kQ);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 64}}));
+        QCOMPARE(stored(kQ).switchState, true);
+        QCOMPARE(stored(kQ).brightness, 64);
+    }
+
+    void knobTurnedOnTheLight()
+    {
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 33").arg(kV162)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 33; }));
+        QCOMPARE(ctl(QStringLiteral("knob %1 color 240 50").arg(kV2)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV2, [](const DevData &d) { return d.devCurModel == 3 && d.auxValue1 == 240 && d.auxValue2 == 50; }));
+        QCOMPARE(ctl(QStringLiteral("knob %1 power off").arg(kV1)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return !d.switchState; }));
+        QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kV1)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.switchState; }));
+
+        // While the user holds a slider, a 162 light's reports are held back; a protocol-1 light's are not.
+        m_mgr->setAdjusting(true);
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 21").arg(kV162)), QStringLiteral("ok"));
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 22").arg(kV1)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.brightness == 22; }));
+        QTest::qWait(150);
+        QCOMPARE(stored(kV162).brightness, 33);
+        m_mgr->setAdjusting(false);
+
+        // On the 55 AA light: id 32 reports.
+        QCOMPARE(ctl(QStringLiteral("knob %1 temperature 3500").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.temperature == 3500 && d.devCurModel == 1; }));
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 18").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 18; }));
+        QCOMPARE(ctl(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
+
+        // Switched off in the app, then on at the light: the app re-sends the remembered brightness.
+        m_mgr->setTemperature(kQ, 4000);
+        DevData q = stored(kQ);
+        q.oldBrightness = 47;
+        m_store->updateDev(q);
+        m_mgr->powerOff(kQ);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
+        QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 47; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 47}}));
+    }
+
+    void droppedLinkAndReconnect()
+    {
+        QCOMPARE(ctl(QStringLiteral("drop ") + kV7), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState == 0; }));
+        const int frames = simInt(kV7, "framesReceived");
+        m_mgr->powerOff(kV7); // the power flag is still set: a frame goes out into the void
+        QSignalSpy reconnects(m_mgr.get(), &BaseDevice::sigReconnectDevice);
+        QVERIFY(m_mgr->reconnectDevice(kV7));
+        QCOMPARE(reconnects.count(), 1);
+        QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState != 0; }, 5000));
+        // The state request after the connection is the first frame the light receives again.
+        QVERIFY(waitSimHas(kV7, {{"framesReceived", frames + 1}}));
+        QVERIFY(ctl(QStringLiteral("frames ") + kV7).endsWith(QLatin1String("\"ff a1 01 30 30 aa\"]")));
+
+        // The 55 AA light goes offline and comes back only after it reports its mode.
+        QCOMPARE(ctl(QStringLiteral("drop ") + kQ), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState == 0; }));
+        m_mgr->connectToDevice(kQ);
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState != 0; }, 5000));
+    }
+
+    void unpluggedLightIsFoundAgainAndReconnects()
+    {
+        QCOMPARE(ctl(QStringLiteral("unplug ") + kV1), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState == 0; }));
+
+        // Not there: a scan does not see it and a connection attempt fails.
+        QList<DevData> found = scan();
+        for (const DevData &dev : qAsConst(found))
+            QVERIFY(dev.addr != kV1);
+        m_mgr->connectToDevice(kV1);
+        QTest::qWait(1000);
+        QCOMPARE(int(stored(kV1).linkState), 0);
+
+        // Plugged in again, the next scan finds it and the manager connects on its own.
+        QCOMPARE(ctl(QStringLiteral("plug ") + kV1), QStringLiteral("ok"));
+        found = scan();
+        bool seen = false;
+        for (const DevData &dev : qAsConst(found))
+            seen = seen || dev.addr == kV1;
+        QVERIFY(seen);
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState != 0; }, 5000));
+    }
+
+    void lightsFileAndControlErrors()
+    {
+        const QString path = m_home->path() + QStringLiteral("/lights.json");
+        const QJsonObject file{
+            {QStringLiteral("timing"), QJsonObject{{QStringLiteral("discoverFirstMs"), 50}, {QStringLiteral("scanMs"), 300},
+                                                   {QStringLiteral("connectMs"), 50}}},
+            {QStringLiteral("lights"), QJsonArray{
+                 QJsonObject{{QStringLiteral("addr"), QStringLiteral("AA:00:00:00:00:03")}, {QStringLiteral("name"), QStringLiteral("Tube")},
+                             {QStringLiteral("protocol"), 3}, {QStringLiteral("brightness"), 15}, {QStringLiteral("power"), false}},
+                 QJsonObject{{QStringLiteral("addr"), QStringLiteral("AA:00:00:00:00:04")}, {QStringLiteral("protocol"), 4}},
+                 QJsonObject{{QStringLiteral("name"), QStringLiteral("no address")}}}}};
+        QVERIFY(writeFile(path, QJsonDocument(file).toJson()));
+        qputenv("BRIVON_SIM_LIGHTS", QFile::encodeName(path));
+        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 2 lights"));
+
+        const QList<DevData> found = scan();
+        QCOMPARE(found.size(), 2);
+        QCOMPARE(found.at(0).name, QStringLiteral("Tube"));
+        QCOMPARE(found.at(0).protocol, 3);
+        QCOMPARE(found.at(1).protocol, 4);
+        m_store->addDev(found.at(0));
+        m_mgr->connectToDevice(found.at(0).addr);
+        QVERIFY(waitStored(found.at(0).addr, [](const DevData &d) { return d.linkState != 0 && d.brightness == 15 && !d.switchState; }));
+
+        QVERIFY(ctl(QStringLiteral("knob nobody brightness 3")).startsWith(QLatin1String("error")));
+        QVERIFY(ctl(QStringLiteral("knob AA:00:00:00:00:03 brightness 999")).startsWith(QLatin1String("error")));
+        QVERIFY(ctl(QStringLiteral("knob AA:00:00:00:00:03 color 10 10")).startsWith(QLatin1String("error"))); // no colour on protocol 3
+        QVERIFY(ctl(QStringLiteral("fly away")).startsWith(QLatin1String("error")));
+        QVERIFY(ctl(QStringLiteral("drop AA:00:00:00:00:04")).startsWith(QLatin1String("error")));
+
+        qputenv("BRIVON_SIM_LIGHTS", QByteArray("/nonexistent/lights.json"));
+        QVERIFY(ctl(QStringLiteral("reset")).startsWith(QLatin1String("error cannot read")));
+        QCOMPARE(ctl(QStringLiteral("list")), QStringLiteral("ok []"));
+        qunsetenv("BRIVON_SIM_LIGHTS");
+        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
+    }
+
+    void controlToolTalksToTheSimulator()
+    {
+        const auto run = [this](const QStringList &args, QByteArray *out) {
+            QProcess tool;
+            tool.start(QStringLiteral(BRIVON_BIN_DIR "/brivon-blesim-ctl"), QStringList{QStringLiteral("--socket"), m_control} + args);
+            // The simulator answers from this process's event loop.
+            if (!waitUntil([&] { return tool.state() == QProcess::NotRunning; }, 10000))
+                return -1;
+            *out = tool.readAllStandardOutput();
+            return tool.exitCode();
+        };
+        QByteArray out;
+        QCOMPARE(run({QStringLiteral("state"), kV2}, &out), 0);
+        QVERIFY(out.startsWith("ok {"));
+        QCOMPARE(QJsonDocument::fromJson(out.mid(3)).object().value(QLatin1String("protocol")).toInt(), 2);
+        QCOMPARE(run({QStringLiteral("knob"), kV2, QStringLiteral("brightness"), QStringLiteral("999")}, &out), 1);
+        QVERIFY(out.startsWith("error"));
+    }
 
 private:
-    QString ctl(const QString &command);
-    QJsonObject simState(const QString &addr);
+    QString ctl(const QString &command)
+    {
+        // The simulator lives in this process: wait by running the event loop, never by blocking.
+        QLocalSocket socket;
+        socket.connectToServer(m_control);
+        if (!waitUntil([&] { return socket.state() == QLocalSocket::ConnectedState; }, 2000))
+            return QStringLiteral("error not connected");
+        socket.write(command.toUtf8() + '\n');
+        if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
+            return QStringLiteral("error no answer");
+        return QString::fromUtf8(socket.readLine().trimmed());
+    }
+
+    QJsonObject simState(const QString &addr)
+    {
+        const QString reply = ctl(QStringLiteral("state ") + addr);
+        if (!reply.startsWith(QLatin1String("ok ")))
+            return {};
+        return QJsonDocument::fromJson(reply.mid(3).toUtf8()).object();
+    }
+
     DevData stored(const QString &addr) const { return m_store->findDev(addr) ? *m_store->findDev(addr) : DevData(); }
-    bool waitStored(const QString &addr, const std::function<bool(const DevData &)> &pred, int timeoutMs = 3000);
-    bool waitSim(const QString &addr, const std::function<bool(const QJsonObject &)> &pred, int timeoutMs = 3000);
-    QList<DevData> scan();
+
+    bool waitStored(const QString &addr, const std::function<bool(const DevData &)> &pred, int timeoutMs = 3000)
+    {
+        return waitUntil([&] { return m_store->findDev(addr) && pred(*m_store->findDev(addr)); }, timeoutMs);
+    }
+
+    bool waitSim(const QString &addr, const std::function<bool(const QJsonObject &)> &pred, int timeoutMs = 3000)
+    {
+        return waitUntil([&] { return pred(simState(addr)); }, timeoutMs);
+    }
+
+    // Waits until the simulated light's state holds every field of `want`.
+    bool waitSimHas(const QString &addr, const QJsonObject &want)
+    {
+        return waitSim(addr, [&](const QJsonObject &state) {
+            for (auto it = want.begin(); it != want.end(); ++it) {
+                if (state.value(it.key()) != it.value())
+                    return false;
+            }
+            return true;
+        });
+    }
+
+    int simInt(const QString &addr, const char *key) { return simState(addr).value(QLatin1String(key)).toInt(); }
+
+    QList<DevData> scan()
+    {
+        QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
+        QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
+        m_mgr->startScan();
+        if (!waitUntil([&] { return finished.count() > 0; }, 10000))
+            return {};
+        QList<DevData> found;
+        for (const QList<QVariant> &args : qAsConst(discovered))
+            found << args.at(0).value<DevData>();
+        return found;
+    }
 
     std::unique_ptr<TestHome> m_home;
     std::shared_ptr<DevDataMgr> m_store;
     std::unique_ptr<BluetoothMgr> m_mgr;
     QString m_control;
 };
-
-void TestBleSimE2E::initTestCase()
-{
-    m_home = std::make_unique<TestHome>();
-    // A local socket path must stay under about 100 bytes: fall back to /tmp in a deep build tree.
-    m_control = QDir::tempPath() + QStringLiteral("/blesim-%1").arg(QCoreApplication::applicationPid());
-    if (m_control.size() > 100)
-        m_control = QStringLiteral("/tmp/brivon-blesim-test-%1").arg(QCoreApplication::applicationPid());
-    qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
-    qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
-    qunsetenv("BRIVON_SIM_LIGHTS");
-    m_store = std::make_shared<DevDataMgr>();
-    m_mgr = std::make_unique<BluetoothMgr>(m_store);
-    QVERIFY(m_mgr->isPluginLoaded());
-    QVERIFY(ctl(QStringLiteral("help")).startsWith(QLatin1String("ok")));
-}
-
-void TestBleSimE2E::cleanupTestCase()
-{
-    m_mgr.reset();
-    m_store.reset();
-    m_home.reset();
-}
-
-QString TestBleSimE2E::ctl(const QString &command)
-{
-    // The simulator lives in this process: wait by running the event loop, never by blocking.
-    QLocalSocket socket;
-    socket.connectToServer(m_control);
-    if (!waitUntil([&] { return socket.state() == QLocalSocket::ConnectedState; }, 2000))
-        return QStringLiteral("error not connected");
-    socket.write(command.toUtf8() + '\n');
-    if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
-        return QStringLiteral("error no answer");
-    return QString::fromUtf8(socket.readLine().trimmed());
-}
-
-QJsonObject TestBleSimE2E::simState(const QString &addr)
-{
-    const QString reply = ctl(QStringLiteral("state ") + addr);
-    if (!reply.startsWith(QLatin1String("ok ")))
-        return {};
-    return QJsonDocument::fromJson(reply.mid(3).toUtf8()).object();
-}
-
-bool TestBleSimE2E::waitStored(const QString &addr, const std::function<bool(const DevData &)> &pred, int timeoutMs)
-{
-    return waitUntil([&] { return m_store->findDev(addr) && pred(*m_store->findDev(addr)); }, timeoutMs);
-}
-
-bool TestBleSimE2E::waitSim(const QString &addr, const std::function<bool(const QJsonObject &)> &pred, int timeoutMs)
-{
-    return waitUntil([&] { return pred(simState(addr)); }, timeoutMs);
-}
-
-QList<DevData> TestBleSimE2E::scan()
-{
-    QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
-    QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
-    m_mgr->startScan();
-    if (!waitUntil([&] { return finished.count() > 0; }, 10000))
-        return {};
-    QList<DevData> found;
-    for (const QList<QVariant> &args : qAsConst(discovered))
-        found << args.at(0).value<DevData>();
-    return found;
-}
-
-void TestBleSimE2E::discoveryFindsDefaultLightsAfterADelay()
-{
-    QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
-    QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
-    QElapsedTimer clock;
-    clock.start();
-    m_mgr->startScan();
-    QVERIFY(waitUntil([&] { return discovered.count() > 0; }, 5000));
-    const qint64 firstSeen = clock.elapsed();
-    QVERIFY2(firstSeen >= 200, "a light is seen only after a realistic delay");
-    QVERIFY(waitUntil([&] { return finished.count() > 0; }, 10000));
-    QVERIFY(clock.elapsed() > firstSeen);
-
-    QMap<int, DevData> byProtocol;
-    for (const QList<QVariant> &args : qAsConst(discovered)) {
-        const DevData dev = args.at(0).value<DevData>();
-        QVERIFY(!dev.name.isEmpty());
-        byProtocol.insert(dev.protocol, dev);
-    }
-    QCOMPARE(byProtocol.keys(), (QList<int>{1, 2, 7, 162, 1001}));
-    QCOMPARE(byProtocol.value(2).colorLightEnable, true);
-    QCOMPARE(byProtocol.value(1).colorLightEnable, false);
-    QCOMPARE(byProtocol.value(1001).lightEffectEnable, false);
-    QCOMPARE(byProtocol.value(1001).temperatureMin, 2900);
-
-    // The user adds all of them (as the scan window does through the device manager).
-    for (const DevData &dev : qAsConst(byProtocol))
-        m_store->addDev(dev);
-    QCOMPARE(m_store->devices().size(), 5);
-}
-
-void TestBleSimE2E::connectingBringsEveryLightOnline()
-{
-    for (const QString &addr : {kV1, kV2, kV7, kV162, kQ})
-        m_mgr->connectToDevice(addr);
-    for (const QString &addr : {kV1, kV2, kV7, kV162, kQ})
-        QVERIFY2(waitStored(addr, [](const DevData &d) { return d.linkState != 0; }, 5000), qPrintable(addr));
-
-    // The state reports brought each light's own state into the store.
-    for (const QString &addr : {kV1, kV2, kV7, kV162, kQ}) {
-        const QJsonObject sim = simState(addr);
-        QVERIFY(waitStored(addr, [&](const DevData &d) {
-            return d.brightness == sim.value(QLatin1String("brightness")).toInt()
-                && d.temperature == sim.value(QLatin1String("temperature")).toInt() && d.switchState;
-        }));
-        QCOMPARE(stored(addr).devCurModel, 1);
-    }
-    QCOMPARE(stored(kV1).brightness, 60);
-    QCOMPARE(stored(kQ).temperature, 5600);
-    // The 55 AA light was asked for its product information too.
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("framesReceived")).toInt() >= 2; }));
-    QVERIFY(ctl(QStringLiteral("frames ") + kQ).contains(QLatin1String("55 aa 03 21 00 01 01")));
-}
-
-void TestBleSimE2E::controlsReachTheLights_data()
-{
-    QTest::addColumn<QString>("addr");
-    QTest::newRow("protocol 1") << kV1;
-    QTest::newRow("protocol 2") << kV2;
-    QTest::newRow("protocol 7") << kV7;
-    QTest::newRow("protocol 162") << kV162;
-}
-
-void TestBleSimE2E::controlsReachTheLights()
-{
-    QFETCH(QString, addr);
-    const bool colour = addr == kV2 || addr == kV7;
-
-    m_mgr->setBrightness(addr, 77);
-    QVERIFY(waitSim(addr, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 77; }));
-
-    m_mgr->setTemperature(addr, 3300);
-    QVERIFY(waitSim(addr, [](const QJsonObject &s) {
-        return s.value(QLatin1String("temperature")).toInt() == 3300 && s.value(QLatin1String("mode")).toInt() == 2;
-    }));
-    QVERIFY(waitStored(addr, [](const DevData &d) { return d.temperature == 3300 && d.devCurModel == 1; }));
-
-    m_mgr->setLightEffect(addr, QStringLiteral("9"));
-    QVERIFY(waitSim(addr, [](const QJsonObject &s) { return s.value(QLatin1String("mode")).toInt() == 9; }));
-    // The light's report confirms the effect.
-    QVERIFY(waitStored(addr, [](const DevData &d) { return d.lightEffect == QLatin1String("9") && d.devCurModel == 2; }));
-
-    m_mgr->setColor(addr, QColor::fromHsv(120, 255, 255));
-    if (colour) {
-        QVERIFY(waitSim(addr, [](const QJsonObject &s) {
-            return s.value(QLatin1String("mode")).toInt() == 3 && s.value(QLatin1String("hue")).toInt() == 120
-                && s.value(QLatin1String("saturation")).toInt() == 100;
-        }));
-        QVERIFY(waitStored(addr, [](const DevData &d) {
-            return d.devCurModel == 3 && d.colorLight == QLatin1String("#00ff00") && d.auxValue1 == 120;
-        }));
-    } else {
-        QTest::qWait(200);
-        QCOMPARE(simState(addr).value(QLatin1String("mode")).toInt(), 9);
-    }
-    QCOMPARE(simState(addr).value(QLatin1String("unknownFrames")).toInt(), 0);
-}
-
-void TestBleSimE2E::aaLightControls()
-{
-    m_mgr->setBrightness(kQ, 42);
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 42; }));
-    m_mgr->setTemperature(kQ, 3100);
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) {
-        return s.value(QLatin1String("temperature")).toInt() == 3100 && s.value(QLatin1String("mode")).toInt() == 1;
-    }));
-    m_mgr->setLightEffect(kQ, QStringLiteral("C-3"));
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) {
-        return s.value(QLatin1String("mode")).toInt() == 3 && s.value(QLatin1String("effect")).toString() == QLatin1String("C-3")
-            && s.value(QLatin1String("brightness")).toInt() == 42;
-    }));
-    // In effect mode, brightness goes with the effect frame.
-    m_mgr->setBrightness(kQ, 55);
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) {
-        return s.value(QLatin1String("brightness")).toInt() == 55 && s.value(QLatin1String("mode")).toInt() == 3;
-    }));
-    const int before = simState(kQ).value(QLatin1String("framesReceived")).toInt();
-    m_mgr->setColor(kQ, Qt::red); // a 55 AA light has no colour
-    QTest::qWait(200);
-    QCOMPARE(simState(kQ).value(QLatin1String("framesReceived")).toInt(), before);
-    m_mgr->setTemperature(kQ, 5000);
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("mode")).toInt() == 1; }));
-    QCOMPARE(simState(kQ).value(QLatin1String("unknownFrames")).toInt(), 0);
-}
-
-void TestBleSimE2E::powerCycle()
-{
-    for (const QString &addr : {kV1, kV7}) {
-        m_mgr->powerOff(addr);
-        QVERIFY(waitSim(addr, [](const QJsonObject &s) { return !s.value(QLatin1String("power")).toBool(); }));
-        QVERIFY(waitStored(addr, [](const DevData &d) { return !d.switchState; }));
-        // Switched off, the light takes no brightness.
-        const int frames = simState(addr).value(QLatin1String("framesReceived")).toInt();
-        m_mgr->setBrightness(addr, 12);
-        QTest::qWait(150);
-        QCOMPARE(simState(addr).value(QLatin1String("framesReceived")).toInt(), frames);
-        m_mgr->powerOn(addr);
-        QVERIFY(waitSim(addr, [](const QJsonObject &s) { return s.value(QLatin1String("power")).toBool(); }));
-        QVERIFY(waitStored(addr, [](const DevData &d) { return d.switchState; }));
-    }
-
-    // The 55 AA light is switched with brightness: off is 0, on is the remembered brightness.
-    DevData q = stored(kQ);
-    q.oldBrightness = 64;
-    m_store->updateDev(q);
-    m_mgr->powerOff(kQ);
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 0; }));
-    QCOMPARE(stored(kQ).switchState, false);
-    m_mgr->powerOn(kQ);
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 64; }));
-    QCOMPARE(stored(kQ).switchState, true);
-    QCOMPARE(stored(kQ).brightness, 64);
-}
-
-void TestBleSimE2E::knobTurnedOnTheLight()
-{
-    QCOMPARE(ctl(QStringLiteral("knob %1 brightness 33").arg(kV162)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 33; }));
-    QCOMPARE(ctl(QStringLiteral("knob %1 color 240 50").arg(kV2)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kV2, [](const DevData &d) { return d.devCurModel == 3 && d.auxValue1 == 240 && d.auxValue2 == 50; }));
-    QCOMPARE(ctl(QStringLiteral("knob %1 power off").arg(kV1)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kV1, [](const DevData &d) { return !d.switchState; }));
-    QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kV1)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kV1, [](const DevData &d) { return d.switchState; }));
-
-    // While the user holds a slider, a 162 light's reports are held back; a protocol-1 light's are not.
-    m_mgr->setAdjusting(true);
-    QCOMPARE(ctl(QStringLiteral("knob %1 brightness 21").arg(kV162)), QStringLiteral("ok"));
-    QCOMPARE(ctl(QStringLiteral("knob %1 brightness 22").arg(kV1)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kV1, [](const DevData &d) { return d.brightness == 22; }));
-    QTest::qWait(150);
-    QCOMPARE(stored(kV162).brightness, 33);
-    m_mgr->setAdjusting(false);
-
-    // On the 55 AA light: id 32 reports.
-    QCOMPARE(ctl(QStringLiteral("knob %1 temperature 3500").arg(kQ)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kQ, [](const DevData &d) { return d.temperature == 3500 && d.devCurModel == 1; }));
-    QCOMPARE(ctl(QStringLiteral("knob %1 brightness 18").arg(kQ)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 18; }));
-    QCOMPARE(ctl(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
-
-    // Switched off in the app, then on at the light: the app re-sends the remembered brightness.
-    m_mgr->setTemperature(kQ, 4000);
-    DevData q = stored(kQ);
-    q.oldBrightness = 47;
-    m_store->updateDev(q);
-    m_mgr->powerOff(kQ);
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 0; }));
-    QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kQ)), QStringLiteral("ok"));
-    QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 47; }));
-    QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("brightness")).toInt() == 47; }));
-}
-
-void TestBleSimE2E::droppedLinkAndReconnect()
-{
-    QCOMPARE(ctl(QStringLiteral("drop ") + kV7), QStringLiteral("ok"));
-    QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState == 0; }));
-    const int frames = simState(kV7).value(QLatin1String("framesReceived")).toInt();
-    m_mgr->powerOff(kV7); // the power flag is still set: a frame goes out into the void
-    QSignalSpy reconnects(m_mgr.get(), &BaseDevice::sigReconnectDevice);
-    QVERIFY(m_mgr->reconnectDevice(kV7));
-    QCOMPARE(reconnects.count(), 1);
-    QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState != 0; }, 5000));
-    // The state request after the connection is the first frame the light receives again.
-    QVERIFY(waitSim(kV7, [&](const QJsonObject &s) { return s.value(QLatin1String("framesReceived")).toInt() == frames + 1; }));
-    QVERIFY(ctl(QStringLiteral("frames ") + kV7).endsWith(QLatin1String("\"ff a1 01 30 30 aa\"]")));
-
-    // The 55 AA light goes offline and comes back only after it reports its mode.
-    QCOMPARE(ctl(QStringLiteral("drop ") + kQ), QStringLiteral("ok"));
-    QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState == 0; }));
-    m_mgr->connectToDevice(kQ);
-    QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState != 0; }, 5000));
-}
-
-void TestBleSimE2E::unpluggedLightIsFoundAgainAndReconnects()
-{
-    QCOMPARE(ctl(QStringLiteral("unplug ") + kV1), QStringLiteral("ok"));
-    QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState == 0; }));
-
-    // Not there: a scan does not see it and a connection attempt fails.
-    QList<DevData> found = scan();
-    for (const DevData &dev : qAsConst(found))
-        QVERIFY(dev.addr != kV1);
-    m_mgr->connectToDevice(kV1);
-    QTest::qWait(1000);
-    QCOMPARE(int(stored(kV1).linkState), 0);
-
-    // Plugged in again, the next scan finds it and the manager connects on its own.
-    QCOMPARE(ctl(QStringLiteral("plug ") + kV1), QStringLiteral("ok"));
-    found = scan();
-    bool seen = false;
-    for (const DevData &dev : qAsConst(found))
-        seen = seen || dev.addr == kV1;
-    QVERIFY(seen);
-    QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState != 0; }, 5000));
-}
-
-void TestBleSimE2E::lightsFileAndControlErrors()
-{
-    const QString path = m_home->path() + QStringLiteral("/lights.json");
-    const QJsonObject file{
-        {QStringLiteral("timing"), QJsonObject{{QStringLiteral("discoverFirstMs"), 50}, {QStringLiteral("scanMs"), 300},
-                                               {QStringLiteral("connectMs"), 50}}},
-        {QStringLiteral("lights"), QJsonArray{
-             QJsonObject{{QStringLiteral("addr"), QStringLiteral("AA:00:00:00:00:03")}, {QStringLiteral("name"), QStringLiteral("Tube")},
-                         {QStringLiteral("protocol"), 3}, {QStringLiteral("brightness"), 15}, {QStringLiteral("power"), false}},
-             QJsonObject{{QStringLiteral("addr"), QStringLiteral("AA:00:00:00:00:04")}, {QStringLiteral("protocol"), 4}},
-             QJsonObject{{QStringLiteral("name"), QStringLiteral("no address")}}}}};
-    QVERIFY(writeFile(path, QJsonDocument(file).toJson()));
-    qputenv("BRIVON_SIM_LIGHTS", QFile::encodeName(path));
-    QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 2 lights"));
-
-    const QList<DevData> found = scan();
-    QCOMPARE(found.size(), 2);
-    QCOMPARE(found.at(0).name, QStringLiteral("Tube"));
-    QCOMPARE(found.at(0).protocol, 3);
-    QCOMPARE(found.at(1).protocol, 4);
-    m_store->addDev(found.at(0));
-    m_mgr->connectToDevice(found.at(0).addr);
-    QVERIFY(waitStored(found.at(0).addr, [](const DevData &d) { return d.linkState != 0 && d.brightness == 15 && !d.switchState; }));
-
-    QVERIFY(ctl(QStringLiteral("knob nobody brightness 3")).startsWith(QLatin1String("error")));
-    QVERIFY(ctl(QStringLiteral("knob AA:00:00:00:00:03 brightness 999")).startsWith(QLatin1String("error")));
-    QVERIFY(ctl(QStringLiteral("knob AA:00:00:00:00:03 color 10 10")).startsWith(QLatin1String("error"))); // no colour on protocol 3
-    QVERIFY(ctl(QStringLiteral("fly away")).startsWith(QLatin1String("error")));
-    QVERIFY(ctl(QStringLiteral("drop AA:00:00:00:00:04")).startsWith(QLatin1String("error")));
-
-    qputenv("BRIVON_SIM_LIGHTS", QByteArray("/nonexistent/lights.json"));
-    QVERIFY(ctl(QStringLiteral("reset")).startsWith(QLatin1String("error cannot read")));
-    QCOMPARE(ctl(QStringLiteral("list")), QStringLiteral("ok []"));
-    qunsetenv("BRIVON_SIM_LIGHTS");
-    QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
-}
-
-void TestBleSimE2E::controlToolTalksToTheSimulator()
-{
-    const auto run = [this](const QStringList &args, QByteArray *out) {
-        QProcess tool;
-        tool.start(QStringLiteral(BRIVON_BIN_DIR "/brivon-blesim-ctl"), QStringList{QStringLiteral("--socket"), m_control} + args);
-        // The simulator answers from this process's event loop.
-        if (!waitUntil([&] { return tool.state() == QProcess::NotRunning; }, 10000))
-            return -1;
-        *out = tool.readAllStandardOutput();
-        return tool.exitCode();
-    };
-    QByteArray out;
-    QCOMPARE(run({QStringLiteral("state"), kV2}, &out), 0);
-    QVERIFY(out.startsWith("ok {"));
-    QCOMPARE(QJsonDocument::fromJson(out.mid(3)).object().value(QLatin1String("protocol")).toInt(), 2);
-    QCOMPARE(run({QStringLiteral("knob"), kV2, QStringLiteral("brightness"), QStringLiteral("999")}, &out), 1);
-    QVERIFY(out.startsWith("error"));
-}
 
 QTEST_GUILESS_MAIN(TestBleSimE2E)
 #include "tst_blesim_e2e.moc"

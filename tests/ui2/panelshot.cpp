@@ -14,6 +14,7 @@
 #include <QGroupBox>
 #include <QMenu>
 #include <QPushButton>
+#include <QTimer>
 
 int main(int argc, char **argv)
 {
@@ -65,12 +66,18 @@ int main(int argc, char **argv)
     if (args.size() >= 4) {
         ControlItemWidget *card = ControlWidget::card(panel.sections().at(0), QStringLiteral("AA:00:00:00:00:02"));
         if (card) {
-            emit card->effectButton()->menu()->aboutToShow();
-            card->effectPicker()->adjustSize();
-            ok = card->effectPicker()->grab().save(args.at(2)) && ok;
-            emit card->colorButton()->menu()->aboutToShow();
-            card->colorDialog()->adjustSize();
-            ok = card->colorDialog()->grab().save(args.at(3)) && ok;
+            // The drop-downs as the user sees them: opened from their buttons, grabbed while open.
+            const auto grabPopup = [&ok](QPushButton *button, const QString &file) {
+                QTimer::singleShot(500, [&ok, file] {
+                    QWidget *popup = QApplication::activePopupWidget();
+                    ok = popup && popup->grab().save(file) && ok;
+                    if (popup)
+                        popup->close();
+                });
+                button->showMenu();
+            };
+            grabPopup(card->effectButton(), args.at(2));
+            grabPopup(card->colorButton(), args.at(3));
         }
     }
     if (args.size() >= 5) {

@@ -96,9 +96,9 @@ private slots:
     void initTestCase();
     void cleanup();
 
-    void filledFromTheStore();
     void brightnessDragIsCoalesced_data();
     void brightnessDragIsCoalesced();
+    void temperatureSliderWorksInHundreds_data();
     void temperatureSliderWorksInHundreds();
     void powerClickIsOptimistic();
     void reportRevertsAnUnconfirmedClick();
@@ -135,23 +135,6 @@ ControlItemWidget *TestControlItemWidget::makeCard(const QString &addr)
     if (!QTest::qWaitForWindowExposed(m_card.get()))
         return nullptr;
     return m_card.get();
-}
-
-void TestControlItemWidget::filledFromTheStore()
-{
-    ControlItemWidget *card = makeCard(kAA);
-    QVERIFY(card);
-    QCOMPARE(card->nameLabel()->text(), QStringLiteral("COB"));
-    QCOMPARE(card->linkStateLabel()->text(), QStringLiteral("已连接"));
-    QVERIFY(card->powerButton()->isVisible());
-    QVERIFY(!card->reconnectIcon()->isVisible());
-    QVERIFY(card->powerButton()->choose());
-    QVERIFY(card->brightnessSlider()->isEnabled());
-    // This light's range starts at 2900 K; the slider works in hundreds.
-    QCOMPARE(card->temperatureSlider()->minimum(), 29);
-    QCOMPARE(card->temperatureSlider()->maximum(), 65);
-    QCOMPARE(card->temperatureSlider()->value(), 43);
-    QCOMPARE(card->brightnessSlider()->value(), 60);
 }
 
 void TestControlItemWidget::brightnessDragIsCoalesced_data()
@@ -199,20 +182,32 @@ void TestControlItemWidget::brightnessDragIsCoalesced()
     QCOMPARE(slider->value(), 90);
 }
 
+void TestControlItemWidget::temperatureSliderWorksInHundreds_data()
+{
+    QTest::addColumn<QString>("addr");
+    QTest::addColumn<int>("minimum");
+    QTest::addColumn<int>("reported");
+    QTest::newRow("FF light, 2700 K to 6500 K") << kFF << 27 << 56;
+    QTest::newRow("55 AA light, 2900 K to 6500 K") << kAA << 29 << 43;
+}
+
 void TestControlItemWidget::temperatureSliderWorksInHundreds()
 {
-    ControlItemWidget *card = makeCard(kFF);
+    QFETCH(QString, addr);
+    QFETCH(int, minimum);
+    QFETCH(int, reported);
+    ControlItemWidget *card = makeCard(addr);
     QVERIFY(card);
     CustomSlider *slider = card->temperatureSlider();
-    QCOMPARE(slider->minimum(), 27);
+    QCOMPARE(slider->minimum(), minimum);
     QCOMPARE(slider->maximum(), 65);
-    QCOMPARE(slider->value(), 56);
+    QCOMPARE(slider->value(), reported);
 
-    QTest::mousePress(slider, Qt::LeftButton, {}, handleCentre(slider, 56));
+    QTest::mousePress(slider, Qt::LeftButton, {}, handleCentre(slider, reported));
     dragTo(slider, 50);
     QTest::mouseRelease(slider, Qt::LeftButton, {}, handleCentre(slider, 50));
-    QVERIFY(waitUntil([] { return SimLights::state(kFF).value(QLatin1String("temperature")).toInt() == 5000; }, 3000));
-    QVERIFY(waitUntil([] { return SimLights::stored(kFF).temperature == 5000; }, 3000));
+    QVERIFY(waitUntil([&] { return SimLights::state(addr).value(QLatin1String("temperature")).toInt() == 5000; }, 3000));
+    QVERIFY(waitUntil([&] { return SimLights::stored(addr).temperature == 5000; }, 3000));
     QCOMPARE(slider->value(), 50);
 }
 

@@ -20,33 +20,105 @@ class TestUpdateCheck : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        // The language is probed once per process; this fixes it before anything asks.
+        qputenv("LC_ALL", "ja_JP.UTF-8");
+        QVERIFY(m_server.listen());
+        qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
+    }
+
     void requestUrl_data();
-    void requestUrl();
-    void requestReachesServerWithSystemLanguage();
+    void requestUrl()
+    {
+        QFETCH(QString, base);
+        QFETCH(QString, tag);
+        const QByteArray saved = qgetenv("BRIVON_UPDATE_URL");
+        qputenv("BRIVON_UPDATE_URL", base.toUtf8());
+        const QString url = UpdateCheck::requestUrl(tag).toString();
+        qputenv("BRIVON_UPDATE_URL", saved);
+        QTEST(url, "expected");
+    }
+
+    void requestReachesServerWithSystemLanguage()
+    {
+        m_server.setCheckReply(FakeUpdateServer::upToDateReply());
+        const int before = m_server.requests().size();
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        check.checkVersion();
+        QVERIFY(waitUntil([&] { return reply.size() == 1; }, 10000));
+        QCOMPARE(m_server.requests().size(), before + 1);
+        QCOMPARE(m_server.requests().last(), QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=ja-JP"));
+    }
+
     void replies_data();
-    void replies();
+    void replies()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(int, status);
+        QFETCH(bool, drop);
+        QFETCH(QString, signal);
+        QFETCH(QString, text);
+        QFETCH(QString, log);
+
+        m_server.setCheckReply(body, status);
+        m_server.setCheckDrops(drop);
+        if (!log.isEmpty())
+            QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QRegularExpression::escape(log)));
+
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        QSignalSpy version(&check, &UpdateCheck::versionMessage);
+        QSignalSpy error(&check, &UpdateCheck::errorMessage);
+        runCheck(check, reply, version, error);
+        m_server.setCheckDrops(false);
+        if (QTest::currentTestFailed())
+            return;
+
+        QSignalSpy *expected = signal == QLatin1String("reply") ? &reply
+                             : signal == QLatin1String("version") ? &version
+                                                                    : &error;
+        QCOMPARE(expected->size(), 1);
+        if (!text.isEmpty())
+            QCOMPARE(expected->first().first().toString(), text);
+    }
+
     void offerCarriesTheRelease_data();
     void offerCarriesTheRelease();
-    void overlappingChecksEachAnswerOnce();
+    void overlappingChecksEachAnswerOnce()
+    {
+        m_server.setCheckReply(FakeUpdateServer::upToDateReply());
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        QSignalSpy error(&check, &UpdateCheck::errorMessage);
+        check.checkVersion();
+        check.checkVersion();
+        check.checkVersion();
+        QVERIFY(waitUntil([&] { return reply.size() == 3; }, 10000));
+        QTest::qWait(100);
+        QCOMPARE(reply.size(), 3);
+        QCOMPARE(error.size(), 0);
+    }
 
 private:
     // Runs one check and returns the spies' counts; fails the test if not exactly one signal came.
-    void runCheck(UpdateCheck &check, QSignalSpy &reply, QSignalSpy &version, QSignalSpy &error);
+    void runCheck(UpdateCheck &check, QSignalSpy &reply, QSignalSpy &version, QSignalSpy &error)
+    {
+        check.checkVersion();
+        const auto total = [&] { return reply.size() + version.size() + error.size(); };
+        QVERIFY(waitUntil([&] { return total() > 0; }, 10000));
+        // A second signal for the same reply would arrive in the same turn of the loop or the next.
+        QTest::qWait(50);
+        QCOMPARE(total(), 1);
+    }
 
     TestHome m_home;
     FakeUpdateServer m_server;
 };
 
-void TestUpdateCheck::initTestCase()
-{
-    QVERIFY(m_home.isValid());
-    // The language is probed once per process; this fixes it before anything asks.
-    qputenv("LC_ALL", "ja_JP.UTF-8");
-    QVERIFY(m_server.listen());
-    qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
-}
-
+// Defined outside the class: moc cannot skip bodies that hold raw string literals.
 void TestUpdateCheck::requestUrl_data()
 {
     QTest::addColumn<QString>("base");
@@ -63,29 +135,6 @@ void TestUpdateCheck::requestUrl_data()
     QTest::newRow("base with trailing slash") << "http://h:1/" << "de_DE" << "http://h:1" + query + "de-DE";
     QTest::newRow("base with path prefix") << "http://h:1/api/v2/" << "de_DE"
                                            << "http://h:1/api/v2" + query + "de-DE";
-}
-
-void TestUpdateCheck::requestUrl()
-{
-    QFETCH(QString, base);
-    QFETCH(QString, tag);
-    const QByteArray saved = qgetenv("BRIVON_UPDATE_URL");
-    qputenv("BRIVON_UPDATE_URL", base.toUtf8());
-    const QString url = UpdateCheck::requestUrl(tag).toString();
-    qputenv("BRIVON_UPDATE_URL", saved);
-    QTEST(url, "expected");
-}
-
-void TestUpdateCheck::requestReachesServerWithSystemLanguage()
-{
-    m_server.setCheckReply(FakeUpdateServer::upToDateReply());
-    const int before = m_server.requests().size();
-    UpdateCheck check;
-    QSignalSpy reply(&check, &UpdateCheck::replyMessage);
-    check.checkVersion();
-    QVERIFY(waitUntil([&] { return reply.size() == 1; }, 10000));
-    QCOMPARE(m_server.requests().size(), before + 1);
-    QCOMPARE(m_server.requests().last(), QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=ja-JP"));
 }
 
 void TestUpdateCheck::replies_data()
@@ -111,76 +160,28 @@ void TestUpdateCheck::replies_data()
     QTest::newRow("not json") << QByteArray("<html>maintenance</html>") << 200 << false << "error" << kEmpty
                               << "missing data 3:";
     QTest::newRow("empty body") << QByteArray() << 200 << false << "error" << kEmpty << "missing data 3:";
-    QTest::newRow("top-level array") << QByteArray("[1, 2]") << 200 << false << "error" << kIncomplete + "[2]"
-                                     << "missing data 2:";
-    QTest::newRow("empty message")
-        << QByteArray(R"({"succ": true, "code": 200, "message": "", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("message missing")
-        << QByteArray(R"({"succ": true, "code": 200, "data": {"needUpdate": false}})") << 200 << false << "error"
-        << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("message not text")
-        << QByteArray(R"({"succ": true, "code": 200, "message": 5, "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("code as text")
-        << QByteArray(R"({"succ": true, "code": "200", "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("code 500")
-        << QByteArray(R"({"succ": true, "code": 500, "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("code fractional")
-        << QByteArray(R"({"succ": true, "code": 200.5, "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("succ false")
-        << QByteArray(R"({"succ": false, "code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("succ as number")
-        << QByteArray(R"({"succ": 1, "code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200
-        << false << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("succ missing")
-        << QByteArray(R"({"code": 200, "message": "ok", "data": {"needUpdate": false}})") << 200 << false
-        << "error" << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("data missing") << reply(ok) << 200 << false << "error" << kIncomplete + "[2]"
-                                  << "missing data 2:";
-    QTest::newRow("data is an array") << reply(ok + R"(, "data": [])") << 200 << false << "error"
-                                      << kIncomplete + "[2]" << "missing data 2:";
-    QTest::newRow("data empty") << reply(ok + R"(, "data": {})") << 200 << false << "error"
-                                << kIncomplete + "[1]" << "missing data 1:";
-    QTest::newRow("needUpdate missing") << reply(ok + R"(, "data": {"version": "1.1.0"})") << 200 << false
-                                        << "error" << kIncomplete + "[1]" << "missing data 1:";
+    // Replies the check refuses as incomplete, with the level of the missing part.
+    const auto incomplete = [](const char *name, const QByteArray &body, int level) {
+        QTest::newRow(name) << body << 200 << false << "error" << kIncomplete + QStringLiteral("[%1]").arg(level)
+                            << QStringLiteral("missing data %1:").arg(level);
+    };
+    const QByteArray data = R"(, "data": {"needUpdate": false})";
+    incomplete("top-level array", "[1, 2]", 2);
+    incomplete("empty message", reply(R"("succ": true, "code": 200, "message": "")" + data), 2);
+    incomplete("message missing", reply(R"("succ": true, "code": 200)" + data), 2);
+    incomplete("message not text", reply(R"("succ": true, "code": 200, "message": 5)" + data), 2);
+    incomplete("code as text", reply(R"("succ": true, "code": "200", "message": "ok")" + data), 2);
+    incomplete("code 500", reply(R"("succ": true, "code": 500, "message": "ok")" + data), 2);
+    incomplete("code fractional", reply(R"("succ": true, "code": 200.5, "message": "ok")" + data), 2);
+    incomplete("succ false", reply(R"("succ": false, "code": 200, "message": "ok")" + data), 2);
+    incomplete("succ as number", reply(R"("succ": 1, "code": 200, "message": "ok")" + data), 2);
+    incomplete("succ missing", reply(R"("code": 200, "message": "ok")" + data), 2);
+    incomplete("data missing", reply(ok), 2);
+    incomplete("data is an array", reply(ok + R"(, "data": [])"), 2);
+    incomplete("data empty", reply(ok + R"(, "data": {})"), 1);
+    incomplete("needUpdate missing", reply(ok + R"(, "data": {"version": "1.1.0"})"), 1);
     QTest::newRow("needUpdate null") << reply(ok + R"(, "data": {"needUpdate": null})") << 200 << false
                                      << "reply" << kUpToDate << "";
-}
-
-void TestUpdateCheck::replies()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(int, status);
-    QFETCH(bool, drop);
-    QFETCH(QString, signal);
-    QFETCH(QString, text);
-    QFETCH(QString, log);
-
-    m_server.setCheckReply(body, status);
-    m_server.setCheckDrops(drop);
-    if (!log.isEmpty())
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QRegularExpression::escape(log)));
-
-    UpdateCheck check;
-    QSignalSpy reply(&check, &UpdateCheck::replyMessage);
-    QSignalSpy version(&check, &UpdateCheck::versionMessage);
-    QSignalSpy error(&check, &UpdateCheck::errorMessage);
-    runCheck(check, reply, version, error);
-    m_server.setCheckDrops(false);
-    if (QTest::currentTestFailed())
-        return;
-
-    QSignalSpy *expected = signal == QLatin1String("reply") ? &reply
-                         : signal == QLatin1String("version") ? &version
-                                                                : &error;
-    QCOMPARE(expected->size(), 1);
-    if (!text.isEmpty())
-        QCOMPARE(expected->first().first().toString(), text);
 }
 
 void TestUpdateCheck::offerCarriesTheRelease_data()
@@ -224,31 +225,6 @@ void TestUpdateCheck::offerCarriesTheRelease()
     QTEST(offer.versionInfo, "versionInfo");
     QTEST(offer.downloadUrl, "downloadUrl");
     QTEST(offer.md5, "md5");
-}
-
-void TestUpdateCheck::overlappingChecksEachAnswerOnce()
-{
-    m_server.setCheckReply(FakeUpdateServer::upToDateReply());
-    UpdateCheck check;
-    QSignalSpy reply(&check, &UpdateCheck::replyMessage);
-    QSignalSpy error(&check, &UpdateCheck::errorMessage);
-    check.checkVersion();
-    check.checkVersion();
-    check.checkVersion();
-    QVERIFY(waitUntil([&] { return reply.size() == 3; }, 10000));
-    QTest::qWait(100);
-    QCOMPARE(reply.size(), 3);
-    QCOMPARE(error.size(), 0);
-}
-
-void TestUpdateCheck::runCheck(UpdateCheck &check, QSignalSpy &reply, QSignalSpy &version, QSignalSpy &error)
-{
-    check.checkVersion();
-    const auto total = [&] { return reply.size() + version.size() + error.size(); };
-    QVERIFY(waitUntil([&] { return total() > 0; }, 10000));
-    // A second signal for the same reply would arrive in the same turn of the loop or the next.
-    QTest::qWait(50);
-    QCOMPARE(total(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestUpdateCheck)

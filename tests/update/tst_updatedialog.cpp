@@ -19,23 +19,203 @@ class TestUpdateDialog : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
-    void formTexts();
-    void offerShowsTheRelease();
-    void secondOfferWhileOpenChangesNothing();
-    void choicesOnlyClose_data();
-    void choicesOnlyClose();
-    void installDownloadsAndStartsInstaller();
-    void failedDownloadShowsTipAndRetries_data();
-    void failedDownloadShowsTipAndRetries();
-    void cancelStopsTheDownload_data();
-    void cancelStopsTheDownload();
-    void noUrlDoesNothing();
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        QVERIFY(m_server.listen());
+        for (int i = 0; m_body.size() < 128 * 1024; ++i)
+            m_body += "#!/bin/sh\n# part " + QByteArray::number(i) + '\n';
+        m_server.setFile(QStringLiteral("BeamcrafterSetup.run"), m_body);
+    }
+
+    void init()
+    {
+        m_started.clear();
+        m_dialog = std::make_unique<UpdateDialog>();
+        m_dialog->setInstallerLauncher([this](const QString &path) {
+            m_started << path;
+            return true;
+        });
+        QFile::remove(downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run"));
+    }
+
+    void cleanup()
+    {
+        m_dialog.reset();
+    }
+
+    void formTexts()
+    {
+        QCOMPARE(m_dialog->windowTitle(), QStringLiteral("软件更新"));
+        QCOMPARE(m_dialog->size(), QSize(700, 600));
+        QCOMPARE(m_dialog->minimumSize(), m_dialog->maximumSize());
+        QVERIFY(!(m_dialog->windowFlags() & Qt::WindowContextHelpButtonHint));
+        QCOMPARE(child<QPushButton>("pushButton_skip")->text(), QStringLiteral("跳过此版本"));
+        QCOMPARE(child<QPushButton>("pushButton_promptLater")->text(), QStringLiteral("稍后提示"));
+        QCOMPARE(child<QPushButton>("pushButton_update")->text(), QStringLiteral("安装更新"));
+        QCOMPARE(child<QPushButton>("pushButton_cancel")->text(), QStringLiteral("取消"));
+        QVERIFY(!child<QLabel>("label_icon")->pixmap().isNull());
+        QVERIFY(child<QLabel>("label_tip")->isHidden());
+        QVERIFY(choicesShown());
+    }
+
+    void offerShowsTheRelease()
+    {
+        m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
+        QVERIFY(m_dialog->isVisible());
+        QCOMPARE(child<QLabel>("label_desc")->text(),
+                 QStringLiteral("Brivon Lumen 1.1.0现在可用 -- 您的当前版本是 1.0.30 . 是否要立即安装？"));
+        QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("1. 新增色温预设\n2. Fixes"));
+        QVERIFY(child<QLabel>("label_tip")->isHidden());
+        QVERIFY(!child<QProgressBar>("progressBar")->isHidden());
+        QCOMPARE(child<QProgressBar>("progressBar")->value(), 0);
+        QVERIFY(choicesShown());
+    }
+
+    void secondOfferWhileOpenChangesNothing()
+    {
+        m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
+        VersionData other = offer(QStringLiteral("/files/other.run"));
+        other.version = QStringLiteral("9.9.9");
+        other.versionInfo = QStringLiteral("other");
+        m_dialog->onVersionMessage(other);
+        QVERIFY(child<QLabel>("label_desc")->text().contains(QLatin1String("1.1.0")));
+        QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("1. 新增色温预设\n2. Fixes"));
+
+        // The first offer's URL is still the one installed.
+        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+        QVERIFY(waitUntil([&] { return !m_started.isEmpty(); }, 20000));
+        QCOMPARE(m_started, QStringList{downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run")});
+    }
+
+    void choicesOnlyClose_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::newRow("skip") << "pushButton_skip";
+        QTest::newRow("later") << "pushButton_promptLater";
+    }
+
+    void choicesOnlyClose()
+    {
+        QFETCH(QString, button);
+        const int requestsBefore = m_server.requests().size();
+        m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
+        QTest::mouseClick(child<QPushButton>(button.toLatin1().constData()), Qt::LeftButton);
+        QVERIFY(!m_dialog->isVisible());
+        QCOMPARE(m_server.requests().size(), requestsBefore);
+        QVERIFY(m_started.isEmpty());
+
+        // Nothing is remembered: the next check offers the same release again.
+        VersionData again = offer(QStringLiteral("/files/BeamcrafterSetup.run"));
+        again.versionInfo = QStringLiteral("again");
+        m_dialog->onVersionMessage(again);
+        QVERIFY(m_dialog->isVisible());
+        QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("again"));
+    }
+
+    void installDownloadsAndStartsInstaller()
+    {
+        auto *progressBar = child<QProgressBar>("progressBar");
+        QList<int> values;
+        connect(progressBar, &QProgressBar::valueChanged, this, [&values](int value) { values << value; });
+
+        m_dialog->onVersionMessage(offer(QStringLiteral("/redirect/2/BeamcrafterSetup.run")));
+        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+        QVERIFY(child<QWidget>("widget_3")->isHidden());
+        QVERIFY(!child<QWidget>("pushButton_cancel")->isHidden());
+
+        QVERIFY(waitUntil([&] { return !m_started.isEmpty(); }, 20000));
+        const QString path = downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run");
+        QCOMPARE(m_started, QStringList{path});
+        QCOMPARE(readFile(path), m_body);
+        QVERIFY(QFileInfo(path).isExecutable());
+        QVERIFY(!values.isEmpty());
+        QCOMPARE(values.last(), 100);
+        QVERIFY(!m_dialog->isVisible());
+        QVERIFY(choicesShown());
+    }
+
+    void failedDownloadShowsTipAndRetries_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("connection dropped") << "/broken/BeamcrafterSetup.run";
+        QTest::newRow("not found") << "/files/gone.run";
+        QTest::newRow("no file name") << "/files/";
+    }
+
+    void failedDownloadShowsTipAndRetries()
+    {
+        QFETCH(QString, path);
+        auto *tip = child<QLabel>("label_tip");
+        m_dialog->onVersionMessage(offer(path));
+        const int requestsBefore = m_server.requests().size();
+
+        for (int attempt = 1; attempt <= 2; ++attempt) {
+            QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+            QVERIFY(waitUntil([&] { return !tip->isHidden(); }, 20000));
+            QCOMPARE(tip->text(), QStringLiteral("下载失败,可能是新版本地址异常!"));
+            QVERIFY(choicesShown());
+            QVERIFY(m_dialog->isVisible());
+        }
+        // Each press of install really went out again (a URL without a file name never leaves).
+        const int expectedRequests = path.endsWith(QLatin1Char('/')) ? 0 : 2;
+        QCOMPARE(m_server.requests().size() - requestsBefore, expectedRequests);
+        QVERIFY(m_started.isEmpty());
+    }
+
+    void cancelStopsTheDownload_data()
+    {
+        QTest::addColumn<bool>("escape");
+        QTest::newRow("cancel button") << false;
+        QTest::newRow("escape key") << true;
+    }
+
+    void cancelStopsTheDownload()
+    {
+        QFETCH(bool, escape);
+        m_server.setSlowPace(2048, 20);
+        auto *progressBar = child<QProgressBar>("progressBar");
+        m_dialog->onVersionMessage(offer(QStringLiteral("/slow/BeamcrafterSetup.run")));
+        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+        QVERIFY(waitUntil([&] { return progressBar->value() > 0; }, 10000));
+        QVERIFY(progressBar->value() < 100);
+
+        if (escape)
+            QTest::keyClick(m_dialog.get(), Qt::Key_Escape);
+        else
+            QTest::mouseClick(child<QPushButton>("pushButton_cancel"), Qt::LeftButton);
+        QVERIFY(!m_dialog->isVisible());
+        QVERIFY(choicesShown());
+        QTest::qWait(200);
+        QVERIFY(!QFile::exists(downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run")));
+        QVERIFY(m_started.isEmpty());
+        QVERIFY(child<QLabel>("label_tip")->isHidden());
+    }
+
+    void noUrlDoesNothing()
+    {
+        VersionData data = offer(QString());
+        data.downloadUrl.clear();
+        const int requestsBefore = m_server.requests().size();
+        m_dialog->onVersionMessage(data);
+        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+        QTest::qWait(100);
+        QVERIFY(choicesShown());
+        QVERIFY(child<QLabel>("label_tip")->isHidden());
+        QCOMPARE(m_server.requests().size(), requestsBefore);
+    }
 
 private:
-    VersionData offer(const QString &path) const;
+    VersionData offer(const QString &path) const
+    {
+        VersionData data;
+        data.version = QStringLiteral("1.1.0");
+        data.versionInfo = QStringLiteral("1. 新增色温预设\n2. Fixes");
+        data.downloadUrl = m_server.url(path);
+        data.size = int(m_body.size());
+        return data;
+    }
+
     template<typename T> T *child(const char *name) const
     {
         T *widget = m_dialog->findChild<T *>(QLatin1String(name));
@@ -54,202 +234,6 @@ private:
     std::unique_ptr<UpdateDialog> m_dialog;
     QStringList m_started;
 };
-
-void TestUpdateDialog::initTestCase()
-{
-    QVERIFY(m_home.isValid());
-    QVERIFY(m_server.listen());
-    for (int i = 0; m_body.size() < 128 * 1024; ++i)
-        m_body += "#!/bin/sh\n# part " + QByteArray::number(i) + '\n';
-    m_server.setFile(QStringLiteral("BeamcrafterSetup.run"), m_body);
-}
-
-void TestUpdateDialog::init()
-{
-    m_started.clear();
-    m_dialog = std::make_unique<UpdateDialog>();
-    m_dialog->setInstallerLauncher([this](const QString &path) {
-        m_started << path;
-        return true;
-    });
-    QFile::remove(downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run"));
-}
-
-void TestUpdateDialog::cleanup()
-{
-    m_dialog.reset();
-}
-
-VersionData TestUpdateDialog::offer(const QString &path) const
-{
-    VersionData data;
-    data.version = QStringLiteral("1.1.0");
-    data.versionInfo = QStringLiteral("1. 新增色温预设\n2. Fixes");
-    data.downloadUrl = m_server.url(path);
-    data.size = int(m_body.size());
-    return data;
-}
-
-void TestUpdateDialog::formTexts()
-{
-    QCOMPARE(m_dialog->windowTitle(), QStringLiteral("软件更新"));
-    QCOMPARE(m_dialog->size(), QSize(700, 600));
-    QCOMPARE(m_dialog->minimumSize(), m_dialog->maximumSize());
-    QVERIFY(!(m_dialog->windowFlags() & Qt::WindowContextHelpButtonHint));
-    QCOMPARE(child<QPushButton>("pushButton_skip")->text(), QStringLiteral("跳过此版本"));
-    QCOMPARE(child<QPushButton>("pushButton_promptLater")->text(), QStringLiteral("稍后提示"));
-    QCOMPARE(child<QPushButton>("pushButton_update")->text(), QStringLiteral("安装更新"));
-    QCOMPARE(child<QPushButton>("pushButton_cancel")->text(), QStringLiteral("取消"));
-    QVERIFY(!child<QLabel>("label_icon")->pixmap().isNull());
-    QVERIFY(child<QLabel>("label_tip")->isHidden());
-    QVERIFY(choicesShown());
-}
-
-void TestUpdateDialog::offerShowsTheRelease()
-{
-    m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
-    QVERIFY(m_dialog->isVisible());
-    QCOMPARE(child<QLabel>("label_desc")->text(),
-             QStringLiteral("Brivon Lumen 1.1.0现在可用 -- 您的当前版本是 1.0.30 . 是否要立即安装？"));
-    QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("1. 新增色温预设\n2. Fixes"));
-    QVERIFY(child<QLabel>("label_tip")->isHidden());
-    QVERIFY(!child<QProgressBar>("progressBar")->isHidden());
-    QCOMPARE(child<QProgressBar>("progressBar")->value(), 0);
-    QVERIFY(choicesShown());
-}
-
-void TestUpdateDialog::secondOfferWhileOpenChangesNothing()
-{
-    m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
-    VersionData other = offer(QStringLiteral("/files/other.run"));
-    other.version = QStringLiteral("9.9.9");
-    other.versionInfo = QStringLiteral("other");
-    m_dialog->onVersionMessage(other);
-    QVERIFY(child<QLabel>("label_desc")->text().contains(QLatin1String("1.1.0")));
-    QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("1. 新增色温预设\n2. Fixes"));
-
-    // The first offer's URL is still the one installed.
-    QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-    QVERIFY(waitUntil([&] { return !m_started.isEmpty(); }, 20000));
-    QCOMPARE(m_started, QStringList{downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run")});
-}
-
-void TestUpdateDialog::choicesOnlyClose_data()
-{
-    QTest::addColumn<QString>("button");
-    QTest::newRow("skip") << "pushButton_skip";
-    QTest::newRow("later") << "pushButton_promptLater";
-}
-
-void TestUpdateDialog::choicesOnlyClose()
-{
-    QFETCH(QString, button);
-    const int requestsBefore = m_server.requests().size();
-    m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
-    QTest::mouseClick(child<QPushButton>(button.toLatin1().constData()), Qt::LeftButton);
-    QVERIFY(!m_dialog->isVisible());
-    QCOMPARE(m_server.requests().size(), requestsBefore);
-    QVERIFY(m_started.isEmpty());
-
-    // Nothing is remembered: the next check offers the same release again.
-    VersionData again = offer(QStringLiteral("/files/BeamcrafterSetup.run"));
-    again.versionInfo = QStringLiteral("again");
-    m_dialog->onVersionMessage(again);
-    QVERIFY(m_dialog->isVisible());
-    QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("again"));
-}
-
-void TestUpdateDialog::installDownloadsAndStartsInstaller()
-{
-    auto *progressBar = child<QProgressBar>("progressBar");
-    QList<int> values;
-    connect(progressBar, &QProgressBar::valueChanged, this, [&values](int value) { values << value; });
-
-    m_dialog->onVersionMessage(offer(QStringLiteral("/redirect/2/BeamcrafterSetup.run")));
-    QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-    QVERIFY(child<QWidget>("widget_3")->isHidden());
-    QVERIFY(!child<QWidget>("pushButton_cancel")->isHidden());
-
-    QVERIFY(waitUntil([&] { return !m_started.isEmpty(); }, 20000));
-    const QString path = downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run");
-    QCOMPARE(m_started, QStringList{path});
-    QCOMPARE(readFile(path), m_body);
-    QVERIFY(QFileInfo(path).isExecutable());
-    QVERIFY(!values.isEmpty());
-    QCOMPARE(values.last(), 100);
-    QVERIFY(!m_dialog->isVisible());
-    QVERIFY(choicesShown());
-}
-
-void TestUpdateDialog::failedDownloadShowsTipAndRetries_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::newRow("connection dropped") << "/broken/BeamcrafterSetup.run";
-    QTest::newRow("not found") << "/files/gone.run";
-    QTest::newRow("no file name") << "/files/";
-}
-
-void TestUpdateDialog::failedDownloadShowsTipAndRetries()
-{
-    QFETCH(QString, path);
-    auto *tip = child<QLabel>("label_tip");
-    m_dialog->onVersionMessage(offer(path));
-    const int requestsBefore = m_server.requests().size();
-
-    for (int attempt = 1; attempt <= 2; ++attempt) {
-        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-        QVERIFY(waitUntil([&] { return !tip->isHidden(); }, 20000));
-        QCOMPARE(tip->text(), QStringLiteral("下载失败,可能是新版本地址异常!"));
-        QVERIFY(choicesShown());
-        QVERIFY(m_dialog->isVisible());
-    }
-    // Each press of install really went out again (a URL without a file name never leaves).
-    const int expectedRequests = path.endsWith(QLatin1Char('/')) ? 0 : 2;
-    QCOMPARE(m_server.requests().size() - requestsBefore, expectedRequests);
-    QVERIFY(m_started.isEmpty());
-}
-
-void TestUpdateDialog::cancelStopsTheDownload_data()
-{
-    QTest::addColumn<bool>("escape");
-    QTest::newRow("cancel button") << false;
-    QTest::newRow("escape key") << true;
-}
-
-void TestUpdateDialog::cancelStopsTheDownload()
-{
-    QFETCH(bool, escape);
-    m_server.setSlowPace(2048, 20);
-    auto *progressBar = child<QProgressBar>("progressBar");
-    m_dialog->onVersionMessage(offer(QStringLiteral("/slow/BeamcrafterSetup.run")));
-    QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-    QVERIFY(waitUntil([&] { return progressBar->value() > 0; }, 10000));
-    QVERIFY(progressBar->value() < 100);
-
-    if (escape)
-        QTest::keyClick(m_dialog.get(), Qt::Key_Escape);
-    else
-        QTest::mouseClick(child<QPushButton>("pushButton_cancel"), Qt::LeftButton);
-    QVERIFY(!m_dialog->isVisible());
-    QVERIFY(choicesShown());
-    QTest::qWait(200);
-    QVERIFY(!QFile::exists(downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run")));
-    QVERIFY(m_started.isEmpty());
-    QVERIFY(child<QLabel>("label_tip")->isHidden());
-}
-
-void TestUpdateDialog::noUrlDoesNothing()
-{
-    VersionData data = offer(QString());
-    data.downloadUrl.clear();
-    const int requestsBefore = m_server.requests().size();
-    m_dialog->onVersionMessage(data);
-    QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-    QTest::qWait(100);
-    QVERIFY(choicesShown());
-    QVERIFY(child<QLabel>("label_tip")->isHidden());
-    QCOMPARE(m_server.requests().size(), requestsBefore);
-}
 
 QTEST_MAIN(TestUpdateDialog)
 #include "tst_updatedialog.moc"
