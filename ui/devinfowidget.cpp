@@ -59,7 +59,7 @@ DevInfoWidget::DevInfoWidget(QWidget *parent)
 
     m_deviceNameWidget->hide();
     connect(m_deviceNameWidget, &DeviceNameWidget::handleAddDevice, this, &DevInfoWidget::handleAddDevice);
-    // A member unticked in the box leaves the group.
+    // A member deselected in the box leaves the group.
     connect(m_deviceNameWidget, &DeviceNameWidget::handleDelDevice, this, &DevInfoWidget::handleDelDevice);
 
     m_deleteTips->setSettingKey(QStringLiteral("global/ask_to_delete_device"));

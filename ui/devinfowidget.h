@@ -30,7 +30,7 @@ public:
     DeviceItem *deviceItem(const QString &addr) const;
     // Addresses listed, top to bottom.
     QStringList listedAddresses() const;
-    // The box of "添加设备", in which the members of a user group are ticked.
+    // The box of "添加设备", in which the members of a user group are chosen.
     DeviceNameWidget *deviceNameWidget() const { return m_deviceNameWidget; }
     // Asks to delete a light from the list shown: confirmed first unless the user said not to ask.
     void requestDelete(const QString &addr);

@@ -2,6 +2,7 @@
 // the radio (it counts the scans that a refresh starts and sends discovery errors as the radio
 // would) and the fake update server answering the update check.
 #include "about.h"
+#include "bluetoothsettings.h"
 #include "controlwidget.h"
 #include "custombutton.h"
 #include "devicemgr.h"
@@ -18,6 +19,8 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QLabel>
 #include <QMenu>
 #include <QMouseEvent>
@@ -97,6 +100,8 @@ private slots:
     void checkUpdate();
     void dragByTheTitleBar_data();
     void dragByTheTitleBar();
+    void bluetoothSettingsProgram_data();
+    void bluetoothSettingsProgram();
 
 private:
     int scans() const;
@@ -413,6 +418,44 @@ void TestModifyWindow::dragByTheTitleBar()
     QApplication::sendEvent(bar, &release);
 
     QCOMPARE(m_window->pos(), moves ? start + delta : start);
+}
+
+void TestModifyWindow::bluetoothSettingsProgram_data()
+{
+    QTest::addColumn<QStringList>("installed");
+    QTest::addColumn<QString>("started");
+    QTest::newRow("none") << QStringList() << QString();
+    QTest::newRow("GNOME") << QStringList{QStringLiteral("gnome-control-center")}
+                           << QStringLiteral("gnome-control-center bluetooth");
+    QTest::newRow("Blueman") << QStringList{QStringLiteral("blueman-manager")} << QStringLiteral("blueman-manager");
+    QTest::newRow("KDE") << QStringList{QStringLiteral("systemsettings")} << QStringLiteral("systemsettings kcm_bluetooth");
+    QTest::newRow("GNOME and Blueman") << QStringList{QStringLiteral("blueman-manager"), QStringLiteral("gnome-control-center")}
+                                       << QStringLiteral("gnome-control-center bluetooth");
+}
+
+void TestModifyWindow::bluetoothSettingsProgram()
+{
+    QFETCH(QStringList, installed);
+    QFETCH(QString, started);
+    // Stand-in programs on a PATH of their own record how they were started.
+    QTemporaryDir bin;
+    QVERIFY(bin.isValid());
+    const QString record = bin.filePath(QStringLiteral("started.txt"));
+    for (const QString &name : installed) {
+        const QString path = bin.filePath(name);
+        QVERIFY(writeFile(path, QStringLiteral("#!/bin/sh\necho \"${0##*/} $*\" > '%1'\n").arg(record).toUtf8()));
+        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
+    const QByteArray savedPath = qgetenv("PATH");
+    qputenv("PATH", bin.path().toUtf8());
+    const bool opened = openBluetoothSettings();
+    qputenv("PATH", savedPath);
+
+    QCOMPARE(opened, !started.isEmpty());
+    if (!started.isEmpty()) {
+        QVERIFY(waitUntil([&] { return QFile::exists(record) && !readFile(record).isEmpty(); }, 5000));
+        QCOMPARE(QString::fromUtf8(readFile(record)).trimmed(), started);
+    }
 }
 
 QTEST_MAIN(TestModifyWindow)

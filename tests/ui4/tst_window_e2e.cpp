@@ -14,7 +14,6 @@
 #include "modifytitlebar.h"
 #include "modifywindow.h"
 #include "processutil.h"
-#include "rotatingsvgwidget.h"
 #include "scanwidget.h"
 #include "settingmiddlewdg.h"
 #include "settingwindow.h"
@@ -121,11 +120,8 @@ void TestWindowE2E::addGroupDriveDelete()
     QCOMPARE(window.size(), QSize(610, 800));
     QCOMPARE(mgr()->deviceCount(), 2);
 
-    // New lights are connected from their cards.
-    QGroupBox *all = window.controlWidget()->section(defaultGroupUuid());
-    QVERIFY(all);
-    for (ControlItemWidget *card : ControlWidget::cards(all))
-        QTest::mouseClick(card->reconnectIcon(), Qt::LeftButton);
+    // The scan window links the lights it adds.
+    QVERIFY(window.controlWidget()->section(defaultGroupUuid()));
     QVERIFY(waitUntil([] { return online(kV60) && online(kV80); }, 8000));
 
     // Group them.
@@ -142,7 +138,7 @@ void TestWindowE2E::addGroupDriveDelete()
     QListWidget *offered = info->deviceNameWidget()->listWidget();
     QCOMPARE(offered->count(), 2);
     for (int row = 0; row < offered->count(); ++row)
-        offered->item(row)->setCheckState(Qt::Checked);
+        offered->item(row)->setSelected(true);
     info->deviceNameWidget()->handleOkBtn();
     QCOMPARE(mgr()->getGroupDevices(uuid).size(), 2);
 
