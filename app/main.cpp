@@ -1,3 +1,4 @@
+#include "appidentity.h"
 #include "applanguage.h"
 #include "crashdump.h"
 #include "modifywindow.h"
@@ -5,7 +6,6 @@
 #include "qtsingleapplication.h"
 
 #include <QFontDatabase>
-#include <QIcon>
 #include <QTextCodec>
 
 int main(int argc, char *argv[])
@@ -16,10 +16,7 @@ int main(int argc, char *argv[])
         return 0;
     }
 
-    QCoreApplication::setApplicationName(QObject::tr("Brivon Lumen"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(BRIVON_VERSION));
-    QGuiApplication::setApplicationDisplayName(QObject::tr("Brivon Lumen"));
-    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/resource/svg/logo-app.ico")));
+    applyApplicationIdentity();
 
     installCrashHandler();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
