@@ -1,11 +1,11 @@
+#include "appidentity.h"
 #include "applanguage.h"
 #include "crashdump.h"
+#include "modifywindow.h"
 #include "pluginmsgmanager.h"
 #include "qtsingleapplication.h"
-#include "startupwindow.h"
 
 #include <QFontDatabase>
-#include <QIcon>
 #include <QTextCodec>
 
 int main(int argc, char *argv[])
@@ -16,10 +16,7 @@ int main(int argc, char *argv[])
         return 0;
     }
 
-    QCoreApplication::setApplicationName(QObject::tr("Brivon Lumen"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(BRIVON_VERSION));
-    QGuiApplication::setApplicationDisplayName(QObject::tr("Brivon Lumen"));
-    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/resource/svg/logo-app.ico")));
+    applyApplicationIdentity();
 
     installCrashHandler();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
@@ -31,10 +28,10 @@ int main(int argc, char *argv[])
 
     int exitCode = 0;
     {
-        StartupWindow window;
+        ModifyWindow window;
         app.setActivationWindow(&window, false);
         QObject::connect(&app, &QtSingleApplication::messageReceived, &window,
-                         &StartupWindow::onMessageReceived);
+                         &ModifyWindow::onMessageReceived);
         window.setObjectName(QStringLiteral("mainWindow"));
         app.setStyleSheet(QStringLiteral("#mainWindow {    border-radius: 11px;    background-color: #282828;}"));
         window.show();

@@ -1,0 +1,4 @@
+#pragma once
+
+// Names the application: name and display name, version and window icon.
+void applyApplicationIdentity();

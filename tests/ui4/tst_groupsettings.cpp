@@ -1,0 +1,436 @@
+// The group settings window against the real device manager and store, with the simulated lights
+// plug-in as the Bluetooth back end: naming, renaming, context menus, deletion and membership.
+#include "customlistwidget.h"
+#include "deletesettings.h"
+#include "deletetipswidget.h"
+#include "deviceitem.h"
+#include "devicenamewidget.h"
+#include "devicemgr.h"
+#include "devinfowidget.h"
+#include "devnamegroupwidget.h"
+#include "processutil.h"
+#include "settingmiddlewdg.h"
+#include "settingwindow.h"
+#include "testhome.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+
+#include <memory>
+
+namespace {
+
+const QString kV60 = QStringLiteral("C4:7F:0E:10:00:01");
+const QString kV80 = QStringLiteral("C4:7F:0E:20:00:02");
+const QString kQ300 = QStringLiteral("C4:7F:0E:E9:10:01");
+
+QString groupName(int n)
+{
+    return n == 0 ? QStringLiteral("创建群组") : QStringLiteral("创建群组_%1").arg(n);
+}
+
+DeviceMgr *mgr()
+{
+    return DeviceMgrSingleton::instance();
+}
+
+QStringList storedGroupNames()
+{
+    QStringList names;
+    for (const GroupData &group : mgr()->getGroups())
+        names << group.name;
+    names.sort();
+    return names;
+}
+
+QStringList storedMembers(const QString &uuid)
+{
+    QStringList addrs;
+    for (const DevData &dev : mgr()->getGroupDevices(uuid))
+        addrs << dev.addr;
+    return addrs;
+}
+
+QStringList sorted(QStringList list)
+{
+    list.sort();
+    return list;
+}
+
+QListWidgetItem *itemNamed(QListWidget *list, const QString &name)
+{
+    const QList<QListWidgetItem *> found = list->findItems(name, Qt::MatchExactly);
+    return found.isEmpty() ? nullptr : found.first();
+}
+
+// Opens the context menu at pos through showMenu; returns the texts of the menu that popped up
+// (empty when none did) and triggers the action named choose, or closes the menu.
+QStringList runContextMenu(const std::function<void()> &showMenu, const QString &choose = QString())
+{
+    QStringList texts;
+    bool seen = false;
+    QTimer::singleShot(0, [&] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        seen = true;
+        if (!menu)
+            return;
+        for (QAction *action : menu->actions()) {
+            texts << action->text();
+            if (action->text() == choose) {
+                menu->setActiveAction(action);
+                QTest::keyClick(menu, Qt::Key_Return);
+                return;
+            }
+        }
+        menu->close();
+    });
+    showMenu();
+    waitUntil([&] { return seen; }, 2000);
+    return texts;
+}
+
+// With BRIVON_UI_SHOTS set to a folder, saves what the user would see there, for a look by eye.
+void shot(QWidget *widget, const QString &name)
+{
+    const QString folder = qEnvironmentVariable("BRIVON_UI_SHOTS");
+    if (!folder.isEmpty())
+        widget->grab().save(folder + QLatin1Char('/') + name + QStringLiteral(".png"));
+}
+
+} // namespace
+
+class TestGroupSettings : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void newGroupNamesFillTheFirstGap();
+    void rename_data();
+    void rename();
+    void contextMenus_data();
+    void contextMenus();
+    void deleteGroupAsksUntilToldNotTo();
+    void addLightsToAGroup();
+    void removeLights_data();
+    void removeLights();
+    void followsGroupChangesMadeElsewhere();
+
+private:
+    DevNameGroupWidget *groups() const { return m_window->middleWidget()->groupWidget(); }
+    DevInfoWidget *info() const { return m_window->middleWidget()->infoWidget(); }
+    QString createGroup();
+    void renameThroughEditor(QListWidgetItem *item, const QString &text);
+
+    std::unique_ptr<TestHome> m_home;
+    std::unique_ptr<SettingWindow> m_window;
+};
+
+void TestGroupSettings::initTestCase()
+{
+    m_home = std::make_unique<TestHome>();
+    qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
+    qputenv("BRIVON_SIM_CONTROL", QByteArray());
+    qunsetenv("BRIVON_SIM_LIGHTS");
+    // Three lights are stored before the device manager first reads its configuration.
+    QVERIFY(writeFile(m_home->configFile(), R"({"devs": [
+        {"addr": "C4:7F:0E:10:00:01", "name": "Brivon V60 Bi-Color", "protocol": 1},
+        {"addr": "C4:7F:0E:20:00:02", "name": "Brivon V80C RGB", "protocol": 2},
+        {"addr": "C4:7F:0E:E9:10:01", "name": "Brivon Q300 COB", "protocol": 1001}], "groups": []})"));
+    QCOMPARE(mgr()->deviceCount(), 3);
+}
+
+void TestGroupSettings::init()
+{
+    setAskToDelete(QStringLiteral("global/ask_to_delete_group"), true);
+    setAskToDelete(QStringLiteral("global/ask_to_delete_device"), true);
+    m_window = std::make_unique<SettingWindow>();
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+}
+
+void TestGroupSettings::cleanup()
+{
+    m_window.reset();
+    for (const QString &uuid : mgr()->getGroups().keys())
+        mgr()->delGroup(uuid);
+}
+
+QString TestGroupSettings::createGroup()
+{
+    groups()->addRow()->click();
+    QListWidget *list = groups()->listWidget();
+    return list->item(list->count() - 1)->data(Qt::UserRole).toString();
+}
+
+void TestGroupSettings::renameThroughEditor(QListWidgetItem *item, const QString &text)
+{
+    // Through the context menu's "重命名", as the user does it.
+    QListWidget *list = groups()->listWidget();
+    runContextMenu([&] { groups()->showContextMenu(list->visualItemRect(item).center()); }, QStringLiteral("重命名"));
+    auto *editor = groups()->listWidget()->findChild<QLineEdit *>(QStringLiteral("groupNameEditor"));
+    QVERIFY(editor);
+    QCOMPARE(editor->text(), item->text());
+    editor->setText(text);
+    QSignalSpy closed(groups()->listWidget()->itemDelegate(), &QAbstractItemDelegate::closeEditor);
+    QTest::keyClick(editor, Qt::Key_Return);
+    // The delegate commits the edit from the event loop.
+    QVERIFY(waitUntil([&] { return !closed.isEmpty(); }, 2000));
+}
+
+void TestGroupSettings::newGroupNamesFillTheFirstGap()
+{
+    QListWidget *list = groups()->listWidget();
+    QCOMPARE(list->item(0)->text(), QStringLiteral("设备列表"));
+    QSignalSpy selected(groups(), &DevNameGroupWidget::selectGroup);
+
+    QStringList uuids;
+    for (int n = 0; n < 3; ++n) {
+        uuids << createGroup();
+        QCOMPARE(list->count(), n + 2);
+        QCOMPARE(list->item(n + 1)->text(), groupName(n));
+        // The new group is selected and its (empty) light list is shown.
+        QCOMPARE(list->currentRow(), n + 1);
+        QCOMPARE(selected.last().at(0).toString(), uuids.last());
+        QCOMPARE(info()->currentGroup(), uuids.last());
+        QCOMPARE(info()->listWidget()->count(), 0);
+    }
+    QCOMPARE(storedGroupNames(), (QStringList{groupName(0), groupName(1), groupName(2)}));
+
+    setAskToDelete(QStringLiteral("global/ask_to_delete_group"), false);
+    groups()->handleDeleteGroup(groupName(1));
+    QCOMPARE(storedGroupNames(), (QStringList{groupName(0), groupName(2)}));
+    createGroup();
+    QCOMPARE(storedGroupNames(), (QStringList{groupName(0), groupName(1), groupName(2)}));
+    createGroup();
+    QCOMPARE(list->item(list->count() - 1)->text(), groupName(3));
+}
+
+void TestGroupSettings::rename_data()
+{
+    QTest::addColumn<QString>("newName");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("a new name") << QStringLiteral("Interview") << true;
+    QTest::newRow("the same name with another case") << QStringLiteral("SECOND") << true;
+    QTest::newRow("the list of all lights") << QStringLiteral("设备列表") << false;
+    QTest::newRow("another group's name") << QStringLiteral("second") << false;
+    QTest::newRow("empty") << QString() << false;
+    QTest::newRow("blank") << QStringLiteral("   ") << false;
+}
+
+void TestGroupSettings::rename()
+{
+    QFETCH(QString, newName);
+    QFETCH(bool, accepted);
+    const QString first = mgr()->addGroup(QStringLiteral("first"));
+    mgr()->addGroup(QStringLiteral("second"));
+    QListWidgetItem *item = groups()->itemForUuid(first);
+    QVERIFY(item);
+    QSignalSpy renamed(mgr()->store(), &DevDataMgr::onUpdateGroup);
+    QSignalSpy selected(groups(), &DevNameGroupWidget::selectGroup);
+
+    renameThroughEditor(item, newName);
+
+    const QString expected = accepted ? newName : QStringLiteral("first");
+    QCOMPARE(item->text(), expected);
+    QCOMPARE(mgr()->getGroups().value(first).name, expected);
+    QCOMPARE(renamed.count(), accepted ? 1 : 0);
+    QVERIFY(!selected.isEmpty());
+    QCOMPARE(selected.last().at(0).toString(), first);
+}
+
+void TestGroupSettings::contextMenus_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QStringList>("actions");
+    QTest::newRow("list of all lights") << QStringLiteral("设备列表") << QStringList();
+    QTest::newRow("empty space") << QString() << QStringList();
+    QTest::newRow("a group") << QStringLiteral("studio") << QStringList{QStringLiteral("重命名"), QStringLiteral("删除")};
+}
+
+void TestGroupSettings::contextMenus()
+{
+    QFETCH(QString, target);
+    QFETCH(QStringList, actions);
+    mgr()->addGroup(QStringLiteral("studio"));
+    QListWidget *list = groups()->listWidget();
+    const QPoint pos = target.isEmpty()
+        ? QPoint(list->viewport()->width() / 2, list->viewport()->height() - 5)
+        : list->visualItemRect(itemNamed(list, target)).center();
+    QCOMPARE(runContextMenu([&] { groups()->showContextMenu(pos); }), actions);
+}
+
+void TestGroupSettings::deleteGroupAsksUntilToldNotTo()
+{
+    const QString doomed = mgr()->addGroup(QStringLiteral("doomed"));
+    const QString next = mgr()->addGroup(QStringLiteral("next"));
+    QListWidget *list = groups()->listWidget();
+    auto *tips = groups()->findChild<DeleteTipsWidget *>();
+    QVERIFY(tips);
+    QSignalSpy deletedSignal(groups(), &DevNameGroupWidget::delGroup);
+
+    // Cancelling keeps the group.
+    runContextMenu([&] { groups()->showContextMenu(list->visualItemRect(groups()->itemForUuid(doomed)).center()); },
+                   QStringLiteral("删除"));
+    QVERIFY(tips->isVisible());
+    QCOMPARE(tips->name(), QStringLiteral("doomed"));
+    tips->onCancelClicked();
+    QVERIFY(mgr()->getGroups().contains(doomed));
+
+    // Confirming with "don't ask again" ticked deletes it and stops the questions.
+    runContextMenu([&] { groups()->showContextMenu(list->visualItemRect(groups()->itemForUuid(doomed)).center()); },
+                   QStringLiteral("删除"));
+    QVERIFY(tips->isVisible());
+    tips->findChild<QCheckBox *>()->setChecked(true);
+    tips->onOkClicked();
+    QVERIFY(!mgr()->getGroups().contains(doomed));
+    QVERIFY(!groups()->itemForUuid(doomed));
+    QCOMPARE(deletedSignal.count(), 1);
+    QCOMPARE(deletedSignal.at(0).at(0).toString(), QStringLiteral("doomed"));
+    QVERIFY(!askToDeleteGroup());
+
+    runContextMenu([&] { groups()->showContextMenu(list->visualItemRect(groups()->itemForUuid(next)).center()); },
+                   QStringLiteral("删除"));
+    QVERIFY(!tips->isVisible());
+    QVERIFY(mgr()->getGroups().isEmpty());
+    QCOMPARE(list->count(), 1);
+}
+
+void TestGroupSettings::addLightsToAGroup()
+{
+    const QString uuid = createGroup();
+    QCOMPARE(info()->currentGroup(), uuid);
+    QVERIFY(info()->addButton()->isVisible());
+
+    // "添加设备" offers every stored light, members selected; choosing two adds both.
+    DeviceNameWidget *box = info()->deviceNameWidget();
+    info()->addButton()->click();
+    QVERIFY(box->isVisible());
+    QListWidget *offered = box->listWidget();
+    QCOMPARE(offered->count(), 3);
+    shot(box, QStringLiteral("groupsettings-choose"));
+    for (int row = 0; row < offered->count(); ++row) {
+        QListWidgetItem *item = offered->item(row);
+        QVERIFY(!item->isSelected());
+        if (item->data(Qt::UserRole).toString() != kV80)
+            item->setSelected(true);
+    }
+    box->handleOkBtn();
+    QCOMPARE(sorted(storedMembers(uuid)), sorted({kV60, kQ300}));
+    QCOMPARE(sorted(info()->listedAddresses()), sorted({kV60, kQ300}));
+    QCOMPARE(info()->deviceItem(kQ300)->name(), QStringLiteral("Brivon Q300 COB"));
+    shot(m_window.get(), QStringLiteral("groupsettings-group"));
+
+    // Opened again, the members are selected; deselecting one takes it out of the group.
+    info()->addButton()->click();
+    for (int row = 0; row < offered->count(); ++row) {
+        QListWidgetItem *item = offered->item(row);
+        const QString addr = item->data(Qt::UserRole).toString();
+        QCOMPARE(item->isSelected(), addr != kV80);
+        if (addr == kV60)
+            item->setSelected(false);
+    }
+    box->handleOkBtn();
+    QCOMPARE(storedMembers(uuid), QStringList{kQ300});
+    QCOMPARE(info()->listedAddresses(), QStringList{kQ300});
+    QVERIFY(mgr()->store()->findDev(kV60));
+
+    // Members already there are not added twice.
+    QList<DevData> again{*mgr()->store()->findDev(kQ300), *mgr()->store()->findDev(kV80), *mgr()->store()->findDev(kV80)};
+    info()->handleAddDevice(again);
+    QCOMPARE(storedMembers(uuid), (QStringList{kQ300, kV80}));
+
+    // The list of all lights takes no lights from here.
+    QListWidget *list = groups()->listWidget();
+    list->setCurrentRow(0);
+    QCOMPARE(info()->currentGroup(), defaultGroupUuid());
+    QVERIFY(!info()->addButton()->isVisible());
+    QCOMPARE(info()->listWidget()->count(), 3);
+
+    // Back on the group its members are listed again, in the order they joined.
+    list->setCurrentItem(groups()->itemForUuid(uuid));
+    QCOMPARE(info()->listedAddresses(), (QStringList{kQ300, kV80}));
+}
+
+void TestGroupSettings::removeLights_data()
+{
+    QTest::addColumn<bool>("fromGroup");
+    QTest::addColumn<bool>("ask");
+    QTest::newRow("from a group, confirmed") << true << true;
+    QTest::newRow("from a group, not asked") << true << false;
+    QTest::newRow("from all lights, confirmed") << false << true;
+}
+
+void TestGroupSettings::removeLights()
+{
+    QFETCH(bool, fromGroup);
+    QFETCH(bool, ask);
+    const QString uuid = mgr()->addGroup(QStringLiteral("members"));
+    mgr()->addDevToGroup(uuid, *mgr()->store()->findDev(kV60));
+    mgr()->addDevToGroup(uuid, *mgr()->store()->findDev(kV80));
+    setAskToDelete(QStringLiteral("global/ask_to_delete_device"), ask);
+    groups()->listWidget()->setCurrentItem(fromGroup ? groups()->itemForUuid(uuid) : groups()->listWidget()->item(0));
+    auto *tips = info()->findChild<DeleteTipsWidget *>();
+    QVERIFY(tips);
+
+    // Through the row's context menu, as the user does it.
+    QListWidget *rows = info()->listWidget();
+    const int row = info()->listedAddresses().indexOf(kV80);
+    QVERIFY(row >= 0);
+    const QPoint pos = rows->visualItemRect(rows->item(row)).center();
+    QCOMPARE(runContextMenu([&] { info()->showContextMenu(pos); }, QStringLiteral("删除")),
+             QStringList{QStringLiteral("删除")});
+    QCOMPARE(tips->isVisible(), ask);
+    if (ask && !fromGroup) {
+        shot(m_window.get(), QStringLiteral("groupsettings-all"));
+        shot(tips, QStringLiteral("groupsettings-deletetips"));
+    }
+    if (ask) {
+        QVERIFY(mgr()->store()->findDev(kV80));
+        tips->onOkClicked();
+    }
+
+    QVERIFY(!info()->listedAddresses().contains(kV80));
+    QCOMPARE(storedMembers(uuid), QStringList{kV60});
+    // Taken out of a group, the light stays; deleted from all lights, it is gone everywhere.
+    QCOMPARE(mgr()->store()->findDev(kV80) != nullptr, fromGroup);
+    if (!fromGroup) {
+        QCOMPARE(mgr()->deviceCount(), 2);
+        mgr()->addDev([] { DevData d; d.addr = kV80; d.name = QStringLiteral("Brivon V80C RGB"); d.protocol = 2; return d; }());
+    }
+
+    // The row's remove button asks the same way.
+    setAskToDelete(QStringLiteral("global/ask_to_delete_device"), false);
+    info()->deviceItem(kV60)->removeButton()->click();
+    QVERIFY(!info()->listedAddresses().contains(kV60));
+    QCOMPARE(mgr()->store()->findDev(kV60) != nullptr, fromGroup);
+    if (!fromGroup)
+        mgr()->addDev([] { DevData d; d.addr = kV60; d.name = QStringLiteral("Brivon V60 Bi-Color"); d.protocol = 1; return d; }());
+}
+
+void TestGroupSettings::followsGroupChangesMadeElsewhere()
+{
+    const QString uuid = mgr()->addGroup(QStringLiteral("from a plug-in"));
+    QVERIFY(groups()->itemForUuid(uuid));
+    groups()->listWidget()->setCurrentItem(groups()->itemForUuid(uuid));
+    mgr()->addDevToGroup(uuid, *mgr()->store()->findDev(kQ300));
+    QCOMPARE(info()->listedAddresses(), QStringList{kQ300});
+    mgr()->renameGroup(uuid, QStringLiteral("renamed"));
+    QCOMPARE(groups()->itemForUuid(uuid)->text(), QStringLiteral("renamed"));
+    QCOMPARE(mgr()->getGroups().value(uuid).name, QStringLiteral("renamed"));
+    mgr()->delGroup(uuid);
+    QVERIFY(!groups()->itemForUuid(uuid));
+    QCOMPARE(info()->currentGroup(), defaultGroupUuid());
+}
+
+QTEST_MAIN(TestGroupSettings)
+#include "tst_groupsettings.moc"

@@ -1,0 +1,462 @@
+// The main window against the real device manager, with the recording BLE plug-in standing in for
+// the radio (it counts the scans that a refresh starts and sends discovery errors as the radio
+// would) and the fake update server answering the update check.
+#include "about.h"
+#include "bluetoothsettings.h"
+#include "controlwidget.h"
+#include "custombutton.h"
+#include "devicemgr.h"
+#include "fakeupdateserver.h"
+#include "messageboxwidget.h"
+#include "middlewidget.h"
+#include "modifytitlebar.h"
+#include "modifywindow.h"
+#include "processutil.h"
+#include "scanwidget.h"
+#include "settingwindow.h"
+#include "testhome.h"
+#include "updatedialog.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QLabel>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QPluginLoader>
+#include <QPushButton>
+#include <QScreen>
+#include <QSystemTrayIcon>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+DeviceMgr *mgr()
+{
+    return DeviceMgrSingleton::instance();
+}
+
+DevData light(const QString &addr)
+{
+    DevData dev;
+    dev.addr = addr;
+    dev.name = QStringLiteral("Light ") + addr.right(2);
+    dev.protocol = 1;
+    return dev;
+}
+
+void removeAllLights()
+{
+    for (const QString &addr : mgr()->getDevices().keys())
+        mgr()->delDev(defaultGroupUuid(), addr);
+}
+
+QPoint centredTopLeft(const QSize &size)
+{
+    const QPoint centre = QGuiApplication::primaryScreen()->geometry().center();
+    return {centre.x() - size.width() / 2, centre.y() - size.height() / 2};
+}
+
+QAction *actionNamed(QMenu *menu, const QString &text)
+{
+    for (QAction *action : menu->actions()) {
+        if (action->text() == text)
+            return action;
+    }
+    return nullptr;
+}
+
+void shot(QWidget *widget, const QString &name)
+{
+    const QString folder = qEnvironmentVariable("BRIVON_UI_SHOTS");
+    if (!folder.isEmpty())
+        widget->grab().save(folder + QLatin1Char('/') + name + QStringLiteral(".png"));
+}
+
+} // namespace
+
+class TestModifyWindow : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+
+    void startUpPage_data();
+    void startUpPage();
+    void pagesFollowTheLights();
+    void bluetoothErrors_data();
+    void bluetoothErrors();
+    void showMessage_data();
+    void showMessage();
+    void closeHidesAndTheTrayRestores();
+    void exitClosesEverything();
+    void settingsMenu();
+    void checkUpdate_data();
+    void checkUpdate();
+    void dragByTheTitleBar_data();
+    void dragByTheTitleBar();
+    void bluetoothSettingsProgram_data();
+    void bluetoothSettingsProgram();
+
+private:
+    int scans() const;
+
+    std::unique_ptr<TestHome> m_home;
+    QObject *m_plugin = nullptr;
+    FakeUpdateServer m_updateServer;
+    std::unique_ptr<ModifyWindow> m_window;
+};
+
+void TestModifyWindow::initTestCase()
+{
+    m_home = std::make_unique<TestHome>();
+    qputenv("BRIVON_BLE_PLUGIN", BRIVON_RECORDING_PLUGIN);
+    QVERIFY(m_updateServer.listen());
+    qputenv("BRIVON_UPDATE_URL", m_updateServer.baseUrl().toUtf8());
+    QCOMPARE(mgr()->deviceCount(), 0);
+    m_plugin = QPluginLoader(QStringLiteral(BRIVON_RECORDING_PLUGIN)).instance();
+    QVERIFY(m_plugin);
+    // As start-up dresses the window.
+    qApp->setStyleSheet(QStringLiteral("#mainWindow {    border-radius: 11px;    background-color: #282828;}"));
+    // Closing the window would otherwise end the test's event loops.
+    QApplication::setQuitOnLastWindowClosed(false);
+}
+
+void TestModifyWindow::cleanup()
+{
+    m_window.reset();
+    removeAllLights();
+}
+
+int TestModifyWindow::scans() const
+{
+    return int(m_plugin->property("calls").toStringList().count(QStringLiteral("startScan")));
+}
+
+void TestModifyWindow::startUpPage_data()
+{
+    QTest::addColumn<int>("lights");
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<int>("refreshes");
+    QTest::newRow("no stored lights") << 0 << QSize(610, 400) << 0;
+    QTest::newRow("one stored light") << 1 << QSize(610, 800) << 1;
+    QTest::newRow("three stored lights") << 3 << QSize(610, 800) << 1;
+}
+
+void TestModifyWindow::startUpPage()
+{
+    QFETCH(int, lights);
+    QFETCH(QSize, size);
+    QFETCH(int, refreshes);
+    for (int n = 0; n < lights; ++n)
+        mgr()->addDev(light(QStringLiteral("AA:00:00:00:00:%1").arg(n, 2, 10, QLatin1Char('0'))));
+    const int before = scans();
+
+    QElapsedTimer clock;
+    clock.start();
+    m_window = std::make_unique<ModifyWindow>();
+    m_window->setObjectName(QStringLiteral("mainWindow"));
+    m_window->show();
+    QCOMPARE(m_window->size(), size);
+    QCOMPARE(m_window->controlWidget()->isVisible(), lights > 0);
+    QCOMPARE(m_window->middleWidget()->isVisible(), lights == 0);
+
+    // The refresh waits 200 ms (a timer never fires early), then runs once.
+    if (refreshes > 0) {
+        QVERIFY(waitUntil([&] { return scans() - before > 0; }, 3000));
+        QVERIFY2(clock.elapsed() >= 200, qPrintable(QString::number(clock.elapsed())));
+    }
+    QTest::qWait(600);
+    QCOMPARE(scans() - before, refreshes);
+    shot(m_window.get(), lights > 0 ? QStringLiteral("mainwindow-control") : QStringLiteral("mainwindow-empty"));
+}
+
+void TestModifyWindow::pagesFollowTheLights()
+{
+    m_window = std::make_unique<ModifyWindow>();
+    m_window->show();
+    ControlWidget *control = m_window->controlWidget();
+    MiddleWidget *middle = m_window->middleWidget();
+
+    // The scan window added a light.
+    mgr()->addDev(light(QStringLiteral("AA:00:00:00:00:10")));
+    emit m_window->scanWidget()->OKClicked();
+    QVERIFY(control->isVisible());
+    QVERIFY(!middle->isVisible());
+    QCOMPARE(m_window->size(), QSize(610, 800));
+    QCOMPARE(m_window->pos(), centredTopLeft(QSize(610, 800)));
+
+    // Switching to the page already shown changes nothing, not even the size.
+    m_window->resize(620, 700);
+    emit m_window->scanWidget()->OKClicked();
+    QCOMPARE(m_window->size(), QSize(620, 700));
+
+    // The last light deleted: back to the empty page.
+    mgr()->delDev(defaultGroupUuid(), QStringLiteral("AA:00:00:00:00:10"));
+    QVERIFY(waitUntil([&] { return middle->isVisible(); }, 2000));
+    QVERIFY(!control->isVisible());
+    QCOMPARE(m_window->size(), QSize(610, 400));
+    QCOMPARE(m_window->pos(), centredTopLeft(QSize(610, 400)));
+
+    // The empty page's button and the title bar's add button open the scan window.
+    m_window->scanWidget()->hide();
+    middle->addButton()->click();
+    QVERIFY(m_window->scanWidget()->isVisible());
+    m_window->scanWidget()->hide();
+    m_window->titleBar()->addButton()->click();
+    QVERIFY(m_window->scanWidget()->isVisible());
+    m_window->scanWidget()->hide();
+}
+
+void TestModifyWindow::bluetoothErrors_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("opensSettings");
+    const QString off = QStringLiteral("蓝牙未打开，请先在系统设置中打开蓝牙");
+    QTest::newRow("no error") << 0 << QString() << false;
+    QTest::newRow("input/output") << 1 << QString() << false;
+    QTest::newRow("powered off") << 2 << off << true;
+    QTest::newRow("no adapter") << 3 << QStringLiteral("蓝牙不存在") << false;
+    QTest::newRow("unsupported platform") << 4 << QString() << false;
+    QTest::newRow("unsupported method") << 5 << QString() << false;
+    QTest::newRow("location off") << 6 << QString() << false;
+    QTest::newRow("missing permissions") << 7 << QString() << false;
+    QTest::newRow("unknown") << 100 << off << true;
+}
+
+void TestModifyWindow::bluetoothErrors()
+{
+    QFETCH(int, error);
+    QFETCH(QString, message);
+    QFETCH(bool, opensSettings);
+    m_window = std::make_unique<ModifyWindow>();
+    int opened = 0;
+    m_window->setBluetoothSettingsOpener([&] { ++opened; });
+    m_window->show();
+
+    // As the radio reports it: from the plug-in through the BLE manager and the device manager.
+    QVERIFY(QMetaObject::invokeMethod(m_plugin, "emitError", Q_ARG(int, error)));
+    QCOMPARE(m_window->messageBox()->isVisible(), !message.isEmpty());
+    if (!message.isEmpty())
+        QCOMPARE(m_window->messageBox()->text(), message);
+    QCOMPARE(opened, opensSettings ? 1 : 0);
+    if (error == 2)
+        shot(m_window->messageBox(), QStringLiteral("messagebox-bluetooth"));
+}
+
+void TestModifyWindow::showMessage_data()
+{
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("minimised");
+    QTest::addColumn<bool>("restores");
+    QTest::newRow("Show, hidden") << QStringLiteral("Show") << false << true;
+    QTest::newRow("Show, minimised") << QStringLiteral("Show") << true << true;
+    QTest::newRow("lower case") << QStringLiteral("show") << false << false;
+    QTest::newRow("trailing space") << QStringLiteral("Show ") << false << false;
+    QTest::newRow("empty") << QString() << false << false;
+}
+
+void TestModifyWindow::showMessage()
+{
+    QFETCH(QString, message);
+    QFETCH(bool, minimised);
+    QFETCH(bool, restores);
+    m_window = std::make_unique<ModifyWindow>();
+    m_window->show();
+    if (minimised)
+        m_window->showMinimized();
+    else
+        m_window->titleBar()->closeButton()->click();
+    QVERIFY(!m_window->isVisible() || m_window->isMinimized());
+
+    m_window->onMessageReceived(message);
+    QCOMPARE(m_window->isVisible() && !m_window->isMinimized(), restores);
+}
+
+void TestModifyWindow::closeHidesAndTheTrayRestores()
+{
+    m_window = std::make_unique<ModifyWindow>();
+    m_window->show();
+    QSystemTrayIcon *tray = m_window->trayIcon();
+    QVERIFY(tray);
+    QCOMPARE(tray->toolTip(), QStringLiteral("Brivon Lumen"));
+    QCOMPARE(tray->isVisible(), QSystemTrayIcon::isSystemTrayAvailable());
+    QMenu *trayMenu = tray->contextMenu();
+    QVERIFY(trayMenu);
+    QStringList texts;
+    for (QAction *action : trayMenu->actions())
+        texts << action->text();
+    QCOMPARE(texts, (QStringList{QStringLiteral("打开主界面"), QStringLiteral("退出")}));
+
+    m_window->titleBar()->closeButton()->click();
+    QVERIFY(!m_window->isVisible());
+    QVERIFY(!m_window->isMinimized());
+
+    // Only a single click brings it back.
+    for (auto reason : {QSystemTrayIcon::DoubleClick, QSystemTrayIcon::MiddleClick, QSystemTrayIcon::Context})
+        emit tray->activated(reason);
+    QVERIFY(!m_window->isVisible());
+    emit tray->activated(QSystemTrayIcon::Trigger);
+    QVERIFY(m_window->isVisible());
+
+    m_window->titleBar()->closeButton()->click();
+    actionNamed(trayMenu, QStringLiteral("打开主界面"))->trigger();
+    QVERIFY(m_window->isVisible());
+
+    m_window->titleBar()->minButton()->click();
+    QVERIFY(m_window->isMinimized());
+}
+
+void TestModifyWindow::exitClosesEverything()
+{
+    m_window = std::make_unique<ModifyWindow>();
+    m_window->show();
+    m_window->onShowSetting();
+    m_window->onSwitchControlInterface();
+    QVERIFY(m_window->settingWindow()->isVisible());
+    QVERIFY(m_window->scanWidget()->isVisible());
+
+    actionNamed(m_window->titleBar()->settingMenu(), QStringLiteral("退出"))->trigger();
+    QVERIFY(!m_window->isVisible());
+    QVERIFY(!m_window->settingWindow()->isVisible());
+    QVERIFY(!m_window->scanWidget()->isVisible());
+}
+
+void TestModifyWindow::settingsMenu()
+{
+    m_window = std::make_unique<ModifyWindow>();
+    m_window->show();
+    ModifyTitleBar *bar = m_window->titleBar();
+    QCOMPARE(bar->height(), 44);
+    QCOMPARE(bar->settingButton()->menu(), bar->settingMenu());
+    QStringList texts;
+    for (QAction *action : bar->settingMenu()->actions())
+        texts << action->text();
+    QCOMPARE(texts, (QStringList{QStringLiteral("群组设置"), QStringLiteral("关于"), QStringLiteral("检查更新"),
+                                 QStringLiteral("退出")}));
+
+    actionNamed(bar->settingMenu(), QStringLiteral("群组设置"))->trigger();
+    QVERIFY(m_window->settingWindow()->isVisible());
+    QCOMPARE(m_window->settingWindow()->windowTitle(), QStringLiteral("群组设置"));
+    actionNamed(bar->settingMenu(), QStringLiteral("关于"))->trigger();
+    QVERIFY(bar->aboutBox()->isVisible());
+
+    // A title bar outside the main window still has its about box, and nothing else.
+    QWidget plain;
+    ModifyTitleBar orphan(&plain, QStringLiteral("x"));
+    QVERIFY(!orphan.settingButton()->menu());
+    actionNamed(orphan.settingMenu(), QStringLiteral("关于"))->trigger();
+    QVERIFY(orphan.aboutBox()->isVisible());
+}
+
+void TestModifyWindow::checkUpdate_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<bool>("offered");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("newer version") << FakeUpdateServer::offerReply(QStringLiteral("1.2.0"), QStringLiteral("Faster pairing."),
+                                                                    QStringLiteral("http://127.0.0.1:1/setup.run"), 10, QString())
+                                   << true << QString();
+    QTest::newRow("up to date") << FakeUpdateServer::upToDateReply() << false << QStringLiteral("已是最新版本，不需要更新");
+}
+
+void TestModifyWindow::checkUpdate()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(bool, offered);
+    QFETCH(QString, message);
+    m_updateServer.setCheckReply(reply);
+    m_window = std::make_unique<ModifyWindow>();
+    m_window->show();
+
+    actionNamed(m_window->titleBar()->settingMenu(), QStringLiteral("检查更新"))->trigger();
+    QVERIFY(waitUntil([&] { return m_window->updateDialog()->isVisible() || m_window->messageBox()->isVisible(); }, 5000));
+    QCOMPARE(m_window->updateDialog()->isVisible(), offered);
+    QCOMPARE(m_window->messageBox()->isVisible(), !offered);
+    if (offered) {
+        QVERIFY(m_window->updateDialog()->findChild<QLabel *>(QStringLiteral("label_desc"))->text().contains(QLatin1String("1.2.0")));
+        shot(m_window->updateDialog(), QStringLiteral("updatedialog"));
+    } else {
+        QCOMPARE(m_window->messageBox()->text(), message);
+    }
+}
+
+void TestModifyWindow::dragByTheTitleBar_data()
+{
+    QTest::addColumn<Qt::MouseButton>("button");
+    QTest::addColumn<bool>("moves");
+    QTest::newRow("left") << Qt::LeftButton << true;
+    QTest::newRow("right") << Qt::RightButton << false;
+    QTest::newRow("middle") << Qt::MiddleButton << false;
+}
+
+void TestModifyWindow::dragByTheTitleBar()
+{
+    QFETCH(Qt::MouseButton, button);
+    QFETCH(bool, moves);
+    m_window = std::make_unique<ModifyWindow>();
+    m_window->show();
+    m_window->move(100, 80);
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    const QPoint start = m_window->pos();
+    ModifyTitleBar *bar = m_window->titleBar();
+    const QPoint local(300, 20);
+    const QPoint global = bar->mapToGlobal(local);
+    const QPoint delta(37, 25);
+
+    QMouseEvent press(QEvent::MouseButtonPress, local, global, button, button, Qt::NoModifier);
+    QApplication::sendEvent(bar, &press);
+    QMouseEvent move(QEvent::MouseMove, local + delta, global + delta, Qt::NoButton, button, Qt::NoModifier);
+    QApplication::sendEvent(bar, &move);
+    QMouseEvent release(QEvent::MouseButtonRelease, local + delta, global + delta, button, Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(bar, &release);
+
+    QCOMPARE(m_window->pos(), moves ? start + delta : start);
+}
+
+void TestModifyWindow::bluetoothSettingsProgram_data()
+{
+    QTest::addColumn<QStringList>("installed");
+    QTest::addColumn<QString>("started");
+    QTest::newRow("none") << QStringList() << QString();
+    QTest::newRow("GNOME") << QStringList{QStringLiteral("gnome-control-center")}
+                           << QStringLiteral("gnome-control-center bluetooth");
+    QTest::newRow("Blueman") << QStringList{QStringLiteral("blueman-manager")} << QStringLiteral("blueman-manager");
+    QTest::newRow("KDE") << QStringList{QStringLiteral("systemsettings")} << QStringLiteral("systemsettings kcm_bluetooth");
+    QTest::newRow("GNOME and Blueman") << QStringList{QStringLiteral("blueman-manager"), QStringLiteral("gnome-control-center")}
+                                       << QStringLiteral("gnome-control-center bluetooth");
+}
+
+void TestModifyWindow::bluetoothSettingsProgram()
+{
+    QFETCH(QStringList, installed);
+    QFETCH(QString, started);
+    // Stand-in programs on a PATH of their own record how they were started.
+    QTemporaryDir bin;
+    QVERIFY(bin.isValid());
+    const QString record = bin.filePath(QStringLiteral("started.txt"));
+    for (const QString &name : installed) {
+        const QString path = bin.filePath(name);
+        QVERIFY(writeFile(path, QStringLiteral("#!/bin/sh\necho \"${0##*/} $*\" > '%1'\n").arg(record).toUtf8()));
+        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
+    const QByteArray savedPath = qgetenv("PATH");
+    qputenv("PATH", bin.path().toUtf8());
+    const bool opened = openBluetoothSettings();
+    qputenv("PATH", savedPath);
+
+    QCOMPARE(opened, !started.isEmpty());
+    if (!started.isEmpty()) {
+        QVERIFY(waitUntil([&] { return QFile::exists(record) && !readFile(record).isEmpty(); }, 5000));
+        QCOMPARE(QString::fromUtf8(readFile(record)).trimmed(), started);
+    }
+}
+
+QTEST_MAIN(TestModifyWindow)
+#include "tst_modifywindow.moc"

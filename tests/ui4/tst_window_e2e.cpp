@@ -1,0 +1,169 @@
+// A scripted session of the real main window with the simulated lights: add two lights through
+// the scan window, group them in the group settings, drive the group from the control page and
+// delete a light. The simulator's control socket shows what reached the lights.
+#include "controlitemwidget.h"
+#include "controlwidget.h"
+#include "customlistwidget.h"
+#include "deletesettings.h"
+#include "devicemgr.h"
+#include "devicenamewidget.h"
+#include "devicewidget.h"
+#include "devinfowidget.h"
+#include "devnamegroupwidget.h"
+#include "middlewidget.h"
+#include "modifytitlebar.h"
+#include "modifywindow.h"
+#include "processutil.h"
+#include "scanwidget.h"
+#include "settingmiddlewdg.h"
+#include "settingwindow.h"
+#include "switchbutton.h"
+#include "testhome.h"
+
+#include <QApplication>
+#include <QCoreApplication>
+#include <QDir>
+#include <QGroupBox>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QListWidget>
+#include <QLocalSocket>
+#include <QMenu>
+#include <QPushButton>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+const QString kV60 = QStringLiteral("C4:7F:0E:10:00:01");
+const QString kV80 = QStringLiteral("C4:7F:0E:20:00:02");
+
+DeviceMgr *mgr()
+{
+    return DeviceMgrSingleton::instance();
+}
+
+bool online(const QString &addr)
+{
+    const DevData *dev = mgr()->store()->findDev(addr);
+    return dev && dev->linkState == 1;
+}
+
+} // namespace
+
+class TestWindowE2E : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void addGroupDriveDelete();
+
+private:
+    QJsonObject simState(const QString &addr);
+
+    std::unique_ptr<TestHome> m_home;
+    QString m_control;
+};
+
+void TestWindowE2E::initTestCase()
+{
+    m_home = std::make_unique<TestHome>();
+    // A local socket path must stay under about 100 bytes: fall back to /tmp in a deep build tree.
+    m_control = QDir::tempPath() + QStringLiteral("/blesim-%1").arg(QCoreApplication::applicationPid());
+    if (m_control.size() > 100)
+        m_control = QStringLiteral("/tmp/brivon-blesim-ui4-%1").arg(QCoreApplication::applicationPid());
+    qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
+    qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
+    qunsetenv("BRIVON_SIM_LIGHTS");
+    setAskToDelete(QStringLiteral("global/ask_to_delete_device"), false);
+    QApplication::setQuitOnLastWindowClosed(false);
+    QCOMPARE(mgr()->deviceCount(), 0);
+}
+
+QJsonObject TestWindowE2E::simState(const QString &addr)
+{
+    // The simulator lives in this process: wait by running the event loop, never by blocking.
+    QLocalSocket socket;
+    socket.connectToServer(m_control);
+    if (!waitUntil([&] { return socket.state() == QLocalSocket::ConnectedState; }, 2000))
+        return {};
+    socket.write("state " + addr.toUtf8() + '\n');
+    if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
+        return {};
+    const QByteArray reply = socket.readLine().trimmed();
+    return reply.startsWith("ok ") ? QJsonDocument::fromJson(reply.mid(3)).object() : QJsonObject();
+}
+
+void TestWindowE2E::addGroupDriveDelete()
+{
+    ModifyWindow window;
+    window.show();
+    QVERIFY(window.middleWidget()->isVisible());
+
+    // Add two lights through the scan window.
+    window.middleWidget()->addButton()->click();
+    ScanWidget *scan = window.scanWidget();
+    QVERIFY(scan->isVisible());
+    QVERIFY(!scan->connectButton()->isEnabled());
+    QListWidget *found = scan->deviceWidget()->listWidget();
+    QVERIFY(waitUntil([&] { return found->count() >= 5; }, 8000));
+    for (int row = 0; row < found->count(); ++row) {
+        const QString addr = found->item(row)->data(Qt::UserRole).toString();
+        found->item(row)->setSelected(addr == kV60 || addr == kV80);
+    }
+    QVERIFY(scan->connectButton()->isEnabled());
+    scan->connectButton()->click();
+    QVERIFY(!scan->isVisible());
+    QVERIFY(window.controlWidget()->isVisible());
+    QCOMPARE(window.size(), QSize(610, 800));
+    QCOMPARE(mgr()->deviceCount(), 2);
+
+    // The scan window links the lights it adds.
+    QVERIFY(window.controlWidget()->section(defaultGroupUuid()));
+    QVERIFY(waitUntil([] { return online(kV60) && online(kV80); }, 8000));
+
+    // Group them.
+    QAction *groupSettings = window.titleBar()->settingMenu()->actions().at(0);
+    groupSettings->trigger();
+    SettingWindow *settings = window.settingWindow();
+    QVERIFY(settings->isVisible());
+    DevNameGroupWidget *groups = settings->middleWidget()->groupWidget();
+    DevInfoWidget *info = settings->middleWidget()->infoWidget();
+    groups->addRow()->click();
+    const QString uuid = info->currentGroup();
+    QCOMPARE(mgr()->getGroups().value(uuid).name, QStringLiteral("创建群组"));
+    info->addButton()->click();
+    QListWidget *offered = info->deviceNameWidget()->listWidget();
+    QCOMPARE(offered->count(), 2);
+    for (int row = 0; row < offered->count(); ++row)
+        offered->item(row)->setSelected(true);
+    info->deviceNameWidget()->handleOkBtn();
+    QCOMPARE(mgr()->getGroupDevices(uuid).size(), 2);
+
+    // Drive the group from its section of the control page: switch both lights off.
+    QGroupBox *section = window.controlWidget()->section(uuid);
+    QVERIFY(section);
+    QCOMPARE(ControlWidget::cards(section).size(), 2);
+    for (ControlItemWidget *card : ControlWidget::cards(section)) {
+        QVERIFY(waitUntil([&] { return card->powerButton()->choose(); }, 3000));
+        QTest::mouseClick(card->powerButton(), Qt::LeftButton);
+    }
+    for (const QString &addr : {kV60, kV80})
+        QVERIFY2(waitUntil([&] { return simState(addr).value(QLatin1String("power")) == QJsonValue(false); }, 3000),
+                 qPrintable(addr));
+
+    // Delete one light from the list of all lights.
+    groups->listWidget()->setCurrentRow(0);
+    QVERIFY(info->listedAddresses().contains(kV80));
+    info->requestDelete(kV80);
+    QVERIFY(!mgr()->store()->findDev(kV80));
+    QCOMPARE(mgr()->getGroupDevices(uuid).size(), 1);
+    QVERIFY(waitUntil([&] { return ControlWidget::cards(section).size() == 1; }, 2000));
+    QVERIFY(waitUntil([&] { return simState(kV80).value(QLatin1String("connected")) == QJsonValue(false); }, 3000));
+    QVERIFY(window.controlWidget()->isVisible());
+}
+
+QTEST_MAIN(TestWindowE2E)
+#include "tst_window_e2e.moc"
