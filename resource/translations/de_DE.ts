@@ -32,6 +32,13 @@
     </message>
 </context>
 <context>
+    <name>CloseButton</name>
+    <message>
+        <source>关闭</source>
+        <translation>Schließen</translation>
+    </message>
+</context>
+<context>
     <name>ControlItemWidget</name>
     <message>
         <source>彩光</source>
@@ -81,6 +88,63 @@
     <message>
         <source>设备列表</source>
         <translation>Geräteliste</translation>
+    </message>
+</context>
+<context>
+    <name>DevInfoWidget</name>
+    <message>
+        <source>添加设备</source>
+        <translation>Gerät hinzufügen</translation>
+    </message>
+    <message>
+        <source>确认删除该设备？</source>
+        <translation>Dieses Gerät löschen?</translation>
+    </message>
+    <message>
+        <source>删除</source>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>设备列表</source>
+        <translation>Geräteliste</translation>
+    </message>
+</context>
+<context>
+    <name>DevNameGroupWidget</name>
+    <message>
+        <source>确认删除该群组？</source>
+        <translation>Diese Gruppe löschen?</translation>
+    </message>
+    <message>
+        <source>创建群组</source>
+        <translation>Neue Gruppe</translation>
+    </message>
+    <message>
+        <source>设备列表</source>
+        <translation>Geräteliste</translation>
+    </message>
+    <message>
+        <source>重命名</source>
+        <translation>Umbenennen</translation>
+    </message>
+    <message>
+        <source>删除</source>
+        <translation>Löschen</translation>
+    </message>
+</context>
+<context>
+    <name>DeviceItem</name>
+    <message>
+        <source>删除</source>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>在线</source>
+        <translation>Online</translation>
+    </message>
+    <message>
+        <source>离线</source>
+        <translation>Offline</translation>
     </message>
 </context>
 <context>
@@ -190,6 +254,55 @@
     </message>
 </context>
 <context>
+    <name>MinButton</name>
+    <message>
+        <source>最小化</source>
+        <translation>Minimieren</translation>
+    </message>
+</context>
+<context>
+    <name>ModifyTitleBar</name>
+    <message>
+        <source>群组设置</source>
+        <translation>Gruppeneinstellungen</translation>
+    </message>
+    <message>
+        <source>关于</source>
+        <translation>Über</translation>
+    </message>
+    <message>
+        <source>检查更新</source>
+        <translation>Nach Updates suchen</translation>
+    </message>
+    <message>
+        <source>退出</source>
+        <translation>Beenden</translation>
+    </message>
+</context>
+<context>
+    <name>ModifyWindow</name>
+    <message>
+        <source>Brivon Lumen</source>
+        <translation>Brivon Lumen</translation>
+    </message>
+    <message>
+        <source>打开主界面</source>
+        <translation>Hauptfenster öffnen</translation>
+    </message>
+    <message>
+        <source>退出</source>
+        <translation>Beenden</translation>
+    </message>
+    <message>
+        <source>蓝牙未打开，请先在系统设置中打开蓝牙</source>
+        <translation>Bluetooth ist ausgeschaltet. Bitte zuerst in den Systemeinstellungen einschalten.</translation>
+    </message>
+    <message>
+        <source>蓝牙不存在</source>
+        <translation>Kein Bluetooth-Adapter gefunden</translation>
+    </message>
+</context>
+<context>
     <name>QColorDialog</name>
     <message>
         <source>&amp;Pick Screen Color</source>
@@ -224,6 +337,13 @@
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
         <translation>Philips Hue Bridges im lokalen Netzwerk suchen und koppeln</translation>
+    </message>
+</context>
+<context>
+    <name>SettingWindow</name>
+    <message>
+        <source>群组设置</source>
+        <translation>Gruppeneinstellungen</translation>
     </message>
 </context>
 <context>

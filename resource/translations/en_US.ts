@@ -32,6 +32,13 @@
     </message>
 </context>
 <context>
+    <name>CloseButton</name>
+    <message>
+        <source>关闭</source>
+        <translation>Close</translation>
+    </message>
+</context>
+<context>
     <name>ControlItemWidget</name>
     <message>
         <source>彩光</source>
@@ -81,6 +88,63 @@
     <message>
         <source>设备列表</source>
         <translation>Device List</translation>
+    </message>
+</context>
+<context>
+    <name>DevInfoWidget</name>
+    <message>
+        <source>添加设备</source>
+        <translation>Add Device</translation>
+    </message>
+    <message>
+        <source>确认删除该设备？</source>
+        <translation>Delete this device?</translation>
+    </message>
+    <message>
+        <source>删除</source>
+        <translation>Delete</translation>
+    </message>
+    <message>
+        <source>设备列表</source>
+        <translation>Device List</translation>
+    </message>
+</context>
+<context>
+    <name>DevNameGroupWidget</name>
+    <message>
+        <source>确认删除该群组？</source>
+        <translation>Delete this group?</translation>
+    </message>
+    <message>
+        <source>创建群组</source>
+        <translation>New Group</translation>
+    </message>
+    <message>
+        <source>设备列表</source>
+        <translation>Device List</translation>
+    </message>
+    <message>
+        <source>重命名</source>
+        <translation>Rename</translation>
+    </message>
+    <message>
+        <source>删除</source>
+        <translation>Delete</translation>
+    </message>
+</context>
+<context>
+    <name>DeviceItem</name>
+    <message>
+        <source>删除</source>
+        <translation>Delete</translation>
+    </message>
+    <message>
+        <source>在线</source>
+        <translation>Online</translation>
+    </message>
+    <message>
+        <source>离线</source>
+        <translation>Offline</translation>
     </message>
 </context>
 <context>
@@ -190,6 +254,55 @@
     </message>
 </context>
 <context>
+    <name>MinButton</name>
+    <message>
+        <source>最小化</source>
+        <translation>Minimize</translation>
+    </message>
+</context>
+<context>
+    <name>ModifyTitleBar</name>
+    <message>
+        <source>群组设置</source>
+        <translation>Group Settings</translation>
+    </message>
+    <message>
+        <source>关于</source>
+        <translation>About</translation>
+    </message>
+    <message>
+        <source>检查更新</source>
+        <translation>Check for Updates</translation>
+    </message>
+    <message>
+        <source>退出</source>
+        <translation>Quit</translation>
+    </message>
+</context>
+<context>
+    <name>ModifyWindow</name>
+    <message>
+        <source>Brivon Lumen</source>
+        <translation>Brivon Lumen</translation>
+    </message>
+    <message>
+        <source>打开主界面</source>
+        <translation>Open Main Window</translation>
+    </message>
+    <message>
+        <source>退出</source>
+        <translation>Quit</translation>
+    </message>
+    <message>
+        <source>蓝牙未打开，请先在系统设置中打开蓝牙</source>
+        <translation>Bluetooth is off. Please turn it on in the system settings first.</translation>
+    </message>
+    <message>
+        <source>蓝牙不存在</source>
+        <translation>No Bluetooth adapter found</translation>
+    </message>
+</context>
+<context>
     <name>QColorDialog</name>
     <message>
         <source>&amp;Pick Screen Color</source>
@@ -224,6 +337,13 @@
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
         <translation>Find Philips Hue bridges on the local network and pair one</translation>
+    </message>
+</context>
+<context>
+    <name>SettingWindow</name>
+    <message>
+        <source>群组设置</source>
+        <translation>Group Settings</translation>
     </message>
 </context>
 <context>

@@ -32,6 +32,13 @@
     </message>
 </context>
 <context>
+    <name>CloseButton</name>
+    <message>
+        <source>关闭</source>
+        <translation>閉じる</translation>
+    </message>
+</context>
+<context>
     <name>ControlItemWidget</name>
     <message>
         <source>彩光</source>
@@ -81,6 +88,63 @@
     <message>
         <source>设备列表</source>
         <translation>デバイス一覧</translation>
+    </message>
+</context>
+<context>
+    <name>DevInfoWidget</name>
+    <message>
+        <source>添加设备</source>
+        <translation>デバイスを追加</translation>
+    </message>
+    <message>
+        <source>确认删除该设备？</source>
+        <translation>このデバイスを削除しますか？</translation>
+    </message>
+    <message>
+        <source>删除</source>
+        <translation>削除</translation>
+    </message>
+    <message>
+        <source>设备列表</source>
+        <translation>デバイス一覧</translation>
+    </message>
+</context>
+<context>
+    <name>DevNameGroupWidget</name>
+    <message>
+        <source>确认删除该群组？</source>
+        <translation>このグループを削除しますか？</translation>
+    </message>
+    <message>
+        <source>创建群组</source>
+        <translation>新規グループ</translation>
+    </message>
+    <message>
+        <source>设备列表</source>
+        <translation>デバイス一覧</translation>
+    </message>
+    <message>
+        <source>重命名</source>
+        <translation>名前を変更</translation>
+    </message>
+    <message>
+        <source>删除</source>
+        <translation>削除</translation>
+    </message>
+</context>
+<context>
+    <name>DeviceItem</name>
+    <message>
+        <source>删除</source>
+        <translation>削除</translation>
+    </message>
+    <message>
+        <source>在线</source>
+        <translation>オンライン</translation>
+    </message>
+    <message>
+        <source>离线</source>
+        <translation>オフライン</translation>
     </message>
 </context>
 <context>
@@ -190,6 +254,55 @@
     </message>
 </context>
 <context>
+    <name>MinButton</name>
+    <message>
+        <source>最小化</source>
+        <translation>最小化</translation>
+    </message>
+</context>
+<context>
+    <name>ModifyTitleBar</name>
+    <message>
+        <source>群组设置</source>
+        <translation>グループ設定</translation>
+    </message>
+    <message>
+        <source>关于</source>
+        <translation>バージョン情報</translation>
+    </message>
+    <message>
+        <source>检查更新</source>
+        <translation>アップデートを確認</translation>
+    </message>
+    <message>
+        <source>退出</source>
+        <translation>終了</translation>
+    </message>
+</context>
+<context>
+    <name>ModifyWindow</name>
+    <message>
+        <source>Brivon Lumen</source>
+        <translation>Brivon Lumen</translation>
+    </message>
+    <message>
+        <source>打开主界面</source>
+        <translation>メイン画面を開く</translation>
+    </message>
+    <message>
+        <source>退出</source>
+        <translation>終了</translation>
+    </message>
+    <message>
+        <source>蓝牙未打开，请先在系统设置中打开蓝牙</source>
+        <translation>Bluetooth がオフです。先にシステム設定で Bluetooth をオンにしてください。</translation>
+    </message>
+    <message>
+        <source>蓝牙不存在</source>
+        <translation>Bluetooth アダプターが見つかりません</translation>
+    </message>
+</context>
+<context>
     <name>QColorDialog</name>
     <message>
         <source>&amp;Pick Screen Color</source>
@@ -224,6 +337,13 @@
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
         <translation>ローカルネットワーク上の Philips Hue ブリッジを探してペアリングします</translation>
+    </message>
+</context>
+<context>
+    <name>SettingWindow</name>
+    <message>
+        <source>群组设置</source>
+        <translation>グループ設定</translation>
     </message>
 </context>
 <context>

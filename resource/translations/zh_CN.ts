@@ -32,6 +32,13 @@
     </message>
 </context>
 <context>
+    <name>CloseButton</name>
+    <message>
+        <source>关闭</source>
+        <translation>关闭</translation>
+    </message>
+</context>
+<context>
     <name>ControlItemWidget</name>
     <message>
         <source>彩光</source>
@@ -81,6 +88,63 @@
     <message>
         <source>设备列表</source>
         <translation>设备列表</translation>
+    </message>
+</context>
+<context>
+    <name>DevInfoWidget</name>
+    <message>
+        <source>添加设备</source>
+        <translation>添加设备</translation>
+    </message>
+    <message>
+        <source>确认删除该设备？</source>
+        <translation>确认删除该设备？</translation>
+    </message>
+    <message>
+        <source>删除</source>
+        <translation>删除</translation>
+    </message>
+    <message>
+        <source>设备列表</source>
+        <translation>设备列表</translation>
+    </message>
+</context>
+<context>
+    <name>DevNameGroupWidget</name>
+    <message>
+        <source>确认删除该群组？</source>
+        <translation>确认删除该群组？</translation>
+    </message>
+    <message>
+        <source>创建群组</source>
+        <translation>创建群组</translation>
+    </message>
+    <message>
+        <source>设备列表</source>
+        <translation>设备列表</translation>
+    </message>
+    <message>
+        <source>重命名</source>
+        <translation>重命名</translation>
+    </message>
+    <message>
+        <source>删除</source>
+        <translation>删除</translation>
+    </message>
+</context>
+<context>
+    <name>DeviceItem</name>
+    <message>
+        <source>删除</source>
+        <translation>删除</translation>
+    </message>
+    <message>
+        <source>在线</source>
+        <translation>在线</translation>
+    </message>
+    <message>
+        <source>离线</source>
+        <translation>离线</translation>
     </message>
 </context>
 <context>
@@ -190,6 +254,55 @@
     </message>
 </context>
 <context>
+    <name>MinButton</name>
+    <message>
+        <source>最小化</source>
+        <translation>最小化</translation>
+    </message>
+</context>
+<context>
+    <name>ModifyTitleBar</name>
+    <message>
+        <source>群组设置</source>
+        <translation>群组设置</translation>
+    </message>
+    <message>
+        <source>关于</source>
+        <translation>关于</translation>
+    </message>
+    <message>
+        <source>检查更新</source>
+        <translation>检查更新</translation>
+    </message>
+    <message>
+        <source>退出</source>
+        <translation>退出</translation>
+    </message>
+</context>
+<context>
+    <name>ModifyWindow</name>
+    <message>
+        <source>Brivon Lumen</source>
+        <translation>Brivon Lumen</translation>
+    </message>
+    <message>
+        <source>打开主界面</source>
+        <translation>打开主界面</translation>
+    </message>
+    <message>
+        <source>退出</source>
+        <translation>退出</translation>
+    </message>
+    <message>
+        <source>蓝牙未打开，请先在系统设置中打开蓝牙</source>
+        <translation>蓝牙未打开，请先在系统设置中打开蓝牙</translation>
+    </message>
+    <message>
+        <source>蓝牙不存在</source>
+        <translation>蓝牙不存在</translation>
+    </message>
+</context>
+<context>
     <name>QColorDialog</name>
     <message>
         <source>&amp;Pick Screen Color</source>
@@ -224,6 +337,13 @@
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
         <translation>查找局域网中的 Philips Hue 桥接器并配对</translation>
+    </message>
+</context>
+<context>
+    <name>SettingWindow</name>
+    <message>
+        <source>群组设置</source>
+        <translation>群组设置</translation>
     </message>
 </context>
 <context>
