@@ -134,7 +134,8 @@ private slots:
                      where + ": accelerator lost");
             QVERIFY2(e.translation.endsWith(QLatin1Char(' ')) == e.key.second.endsWith(QLatin1Char(' ')),
                      where + ": trailing space differs");
-            QVERIFY2(!e.key.second.startsWith(QLatin1Char(' ')) || e.translation.startsWith(QLatin1Char(' ')),
+            // A no-break space may stand for a leading space, keeping a period off the line start.
+            QVERIFY2(!e.key.second.startsWith(QLatin1Char(' ')) || e.translation.at(0).isSpace(),
                      where + ": leading space lost");
             QVERIFY2(!e.translation.contains(QRegularExpression(QStringLiteral("\\[\\d\\]"))),
                      where + ": holds a marker the code appends");

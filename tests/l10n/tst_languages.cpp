@@ -5,7 +5,9 @@
 #include "applanguage.h"
 #include "controlitemwidget.h"
 #include "fakeupdateserver.h"
+#include "modifytitlebar.h"
 #include "processutil.h"
+#include "settingwindow.h"
 #include "testhome.h"
 #include "updatecheck.h"
 #include "updatedialog.h"
@@ -14,6 +16,7 @@
 #include <QColorDialog>
 #include <QDialogButtonBox>
 #include <QLabel>
+#include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -28,6 +31,7 @@ struct Language
     const char *tag;
     const char *about;       // the about box's title bar
     const char *updateTitle; // the update dialog's title bar
+    const char *groupSettings; // the group settings window's title bar and its entry in the settings menu
     const char *offer;       // the update dialog's offer, %1 the new and %2 the current version
     const char *cancel;      // Qt's standard Cancel button
     const char *pickScreen;  // the colour dialog's screen picker
@@ -35,18 +39,18 @@ struct Language
 };
 
 const Language kLanguages[] = {
-    {"en_US", "About", "Software Update",
-     "Brivon Lumen %1 is now available -- your current version is %2 . Would you like to install it now?",
+    {"en_US", "About", "Software Update", "Group Settings",
+     "Brivon Lumen %1 is now available -- your current version is %2\u00A0. Would you like to install it now?",
      "Cancel", "&Pick Screen Color", "The update data received is incomplete"},
-    {"zh_CN", "关于", "软件更新", "Brivon Lumen %1现在可用 -- 您的当前版本是 %2 . 是否要立即安装？", "取消",
+    {"zh_CN", "关于", "软件更新", "群组设置", "Brivon Lumen %1现在可用 -- 您的当前版本是 %2 . 是否要立即安装？", "取消",
      "拾取屏幕颜色(&P)", "返回的更新数据不完整"},
-    {"de_DE", "Über", "Software-Update",
-     "Brivon Lumen %1 ist jetzt verfügbar -- Ihre aktuelle Version ist %2 . Möchten Sie es jetzt installieren?",
+    {"de_DE", "Über", "Software-Update", "Gruppeneinstellungen",
+     "Brivon Lumen %1 ist jetzt verfügbar -- Ihre aktuelle Version ist %2\u00A0. Möchten Sie es jetzt installieren?",
      "Abbrechen", "&Farbe vom Bildschirm wählen", "Die empfangenen Update-Daten sind unvollständig"},
-    {"ja_JP", "バージョン情報", "ソフトウェア更新",
-     "Brivon Lumen %1が利用可能になりました -- 現在のバージョンは %2 . 今すぐインストールしますか？", "キャンセル",
+    {"ja_JP", "バージョン情報", "ソフトウェア更新", "グループ設定",
+     "Brivon Lumen %1が利用可能になりました -- 現在のバージョンは %2\u00A0. 今すぐインストールしますか？", "キャンセル",
      "スクリーンの色を取得(&P)", "受信した更新データが不完全です"},
-    {"zh_HK", "關於", "軟件更新", "Brivon Lumen %1現已推出 -- 您目前的版本是 %2 . 是否要立即安裝？", "取消",
+    {"zh_HK", "關於", "軟件更新", "群組設定", "Brivon Lumen %1現已推出 -- 您目前的版本是 %2\u00A0. 是否要立即安裝？", "取消",
      "擷取螢幕顏色(&P)", "傳回的更新資料不完整"},
 };
 
@@ -98,6 +102,12 @@ private slots:
         auto *desc = update.findChild<QLabel *>(QStringLiteral("label_desc"));
         QVERIFY(desc);
         QCOMPARE(desc->text(), QString::fromUtf8(lang.offer).arg(offer.version, QLatin1String(kCurrentVersion)));
+
+        SettingWindow settings;
+        QCOMPARE(settings.windowTitle(), QString::fromUtf8(lang.groupSettings));
+        ModifyTitleBar bar(nullptr, QStringLiteral("Brivon Lumen"));
+        QVERIFY(!bar.settingMenu()->actions().isEmpty());
+        QCOMPARE(bar.settingMenu()->actions().first()->text(), QString::fromUtf8(lang.groupSettings));
 
         QDialogButtonBox box(QDialogButtonBox::Cancel);
         QCOMPARE(box.button(QDialogButtonBox::Cancel)->text(), QString::fromUtf8(lang.cancel));
