@@ -76,7 +76,7 @@
     </message>
     <message>
         <source>确认</source>
-        <translation>確認</translation>
+        <translation>確定</translation>
     </message>
     <message>
         <source>取消</source>
@@ -235,7 +235,7 @@
     <name>MessageBoxWidget</name>
     <message>
         <source>确认</source>
-        <translation>確認</translation>
+        <translation>確定</translation>
     </message>
 </context>
 <context>
