@@ -397,7 +397,7 @@
     </message>
     <message>
         <source> . 是否要立即安装？</source>
-        <translation> . Möchten Sie es jetzt installieren?</translation>
+        <translation>&#xa0;. Möchten Sie es jetzt installieren?</translation>
     </message>
     <message>
         <source>下载失败,可能是新版本地址异常!</source>

@@ -397,7 +397,7 @@
     </message>
     <message>
         <source> . 是否要立即安装？</source>
-        <translation> . 今すぐインストールしますか？</translation>
+        <translation>&#xa0;. 今すぐインストールしますか？</translation>
     </message>
     <message>
         <source>下载失败,可能是新版本地址异常!</source>
