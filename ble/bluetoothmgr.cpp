@@ -259,12 +259,20 @@ void BluetoothMgr::powerOn(const QString &addr)
     m_store->updateDev(dev);
 }
 
-void BluetoothMgr::powerOff(const QString &addr)
+std::optional<DevData> BluetoothMgr::poweredRecord(const QString &addr) const
 {
     const DevData *stored = m_store ? m_store->findDev(addr) : nullptr;
     if (!stored || !stored->switchState)
+        return std::nullopt;
+    return *stored;
+}
+
+void BluetoothMgr::powerOff(const QString &addr)
+{
+    std::optional<DevData> switchedOn = poweredRecord(addr);
+    if (!switchedOn)
         return;
-    DevData dev = *stored;
+    DevData &dev = *switchedOn;
     QByteArray frame;
     switch (familyOf(dev.protocol)) {
     case Family::VType:
@@ -285,10 +293,10 @@ void BluetoothMgr::powerOff(const QString &addr)
 
 void BluetoothMgr::setBrightness(const QString &addr, int value)
 {
-    const DevData *stored = m_store ? m_store->findDev(addr) : nullptr;
-    if (!stored || !stored->switchState)
+    std::optional<DevData> switchedOn = poweredRecord(addr);
+    if (!switchedOn)
         return;
-    DevData dev = *stored;
+    DevData &dev = *switchedOn;
     dev.brightness = value;
     m_store->updateDev(dev);
     switch (familyOf(dev.protocol)) {
@@ -305,10 +313,10 @@ void BluetoothMgr::setBrightness(const QString &addr, int value)
 
 void BluetoothMgr::setTemperature(const QString &addr, int value)
 {
-    const DevData *stored = m_store ? m_store->findDev(addr) : nullptr;
-    if (!stored || !stored->switchState)
+    std::optional<DevData> switchedOn = poweredRecord(addr);
+    if (!switchedOn)
         return;
-    DevData dev = *stored;
+    DevData &dev = *switchedOn;
     dev.temperature = value;
     dev.devCurModel = 1;
     m_store->updateDev(dev);
@@ -326,10 +334,10 @@ void BluetoothMgr::setTemperature(const QString &addr, int value)
 
 void BluetoothMgr::setLightEffect(const QString &addr, const QString &effect)
 {
-    const DevData *stored = m_store ? m_store->findDev(addr) : nullptr;
-    if (!stored || !stored->switchState)
+    std::optional<DevData> switchedOn = poweredRecord(addr);
+    if (!switchedOn)
         return;
-    DevData dev = *stored;
+    DevData &dev = *switchedOn;
     dev.lightEffect = effect;
     dev.devCurModel = 2;
     m_store->updateDev(dev);
@@ -349,10 +357,10 @@ void BluetoothMgr::setLightEffect(const QString &addr, const QString &effect)
 
 void BluetoothMgr::setColor(const QString &addr, const QColor &color)
 {
-    const DevData *stored = m_store ? m_store->findDev(addr) : nullptr;
-    if (!stored || !stored->switchState)
+    std::optional<DevData> switchedOn = poweredRecord(addr);
+    if (!switchedOn)
         return;
-    DevData dev = *stored;
+    DevData &dev = *switchedOn;
     dev.colorLight = color.name();
     dev.devCurModel = 3;
     m_store->updateDev(dev);

@@ -10,6 +10,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 class BrivonQXBleInterface;
@@ -70,6 +71,8 @@ private:
 
     // The codec family of a protocol value; logs "protocol type error: " for negative values.
     Family familyOf(int protocol) const;
+    // A copy of the stored record when the light is switched on: control requests act only then.
+    std::optional<DevData> poweredRecord(const QString &addr) const;
     bluetoothProtocolBase *codec(int key) const;
     bluetoothProtocol *vCodec() const;
     bluetoothProtocol2 *aaCodec() const;
