@@ -1,6 +1,6 @@
 // Renders the control panel over simulated lights into a PNG for a look by eye: an FF colour light
 // in an effect, a 55 AA light, a light that is off, a light that is out of reach, and a group.
-// ui2_panelshot <panel.png> [<effects.png> <colour.png> [<whole panel.png>]]
+// panelshot <panel.png> [<effects.png> <colour.png> [<whole panel.png>]]
 #include "controlitemwidget.h"
 #include "controlwidget.h"
 #include "devicemgr.h"
@@ -21,7 +21,7 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     const QStringList args = app.arguments();
     if (args.size() < 2) {
-        qWarning("usage: ui2_panelshot <panel.png> [<effects.png> <colour.png> [<whole panel.png>]]");
+        qWarning("usage: panelshot <panel.png> [<effects.png> <colour.png> [<whole panel.png>]]");
         return 2;
     }
     TestHome home;

@@ -107,7 +107,7 @@ void TestEffectData::malformedFilesGiveAnEmptyCatalogue()
 
 void TestEffectData::missingFileGivesAnEmptyCatalogue()
 {
-    // Test programs run from a folder without data/.
+    // This suite runs from a folder without data/.
     QVERIFY(!QFile::exists(EffectData::filePath()));
     EffectData data;
     data.readConfig();

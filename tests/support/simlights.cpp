@@ -24,7 +24,7 @@ void select(const QByteArray &lightsJson, bool withControlSocket)
     qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
     qputenv("BRIVON_SIM_LIGHTS", lightsFile.toUtf8());
     // A local socket path must stay short: the test home may be deep in the build tree.
-    g_control = withControlSocket ? QStringLiteral("/tmp/brivon-ui2-%1").arg(QCoreApplication::applicationPid())
+    g_control = withControlSocket ? QStringLiteral("/tmp/brivon-simlights-%1").arg(QCoreApplication::applicationPid())
                                   : QString();
     qputenv("BRIVON_SIM_CONTROL", g_control.toUtf8());
     // Scans look for Hue bridges too: keep them off the network.

@@ -1,5 +1,5 @@
 // Not a test: renders the add-light flow and each page of the Hue pairing dialog into PNG files
-// for a look by eye, with the simulated lights: ui3_gallery <output folder>
+// for a look by eye, with the simulated lights: ui_gallery <output folder>
 #include "adddevicewidget.h"
 #include "devicemgr.h"
 #include "devicenamewidget.h"

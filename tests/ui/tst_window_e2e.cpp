@@ -73,7 +73,7 @@ void TestWindowE2E::initTestCase()
     // A local socket path must stay under about 100 bytes: fall back to /tmp in a deep build tree.
     m_control = QDir::tempPath() + QStringLiteral("/blesim-%1").arg(QCoreApplication::applicationPid());
     if (m_control.size() > 100)
-        m_control = QStringLiteral("/tmp/brivon-blesim-ui4-%1").arg(QCoreApplication::applicationPid());
+        m_control = QStringLiteral("/tmp/brivon-blesim-window-%1").arg(QCoreApplication::applicationPid());
     qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
     qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
     qunsetenv("BRIVON_SIM_LIGHTS");
