@@ -220,15 +220,17 @@ void BluetoothMgr::send(const QString &addr, const QByteArray &frame)
         iface->writeData(addr, frame);
 }
 
-QByteArray BluetoothMgr::modeFrame(const DevData &dev, int brightness) const
+QByteArray BluetoothMgr::modeFrame(DevData &dev, int brightness) const
 {
     if (dev.devCurModel == 2) {
-        if (dev.lightEffect.isEmpty()) {
-            // The same text for powerOn, powerOff and setBrightness, as the original has it.
-            qDebug().noquote() << "[BluetoothMgr::setBrightness], lightEffect is empty, devCurModel:" << dev.devCurModel;
-            return {};
-        }
-        return aaCodec()->effectModeFrame(brightness, dev.lightEffect);
+        const QByteArray effectFrame = aaCodec()->effectModeFrame(brightness, dev.lightEffect);
+        if (!effectFrame.isEmpty())
+            return effectFrame;
+        // An effect that cannot be named again must not leave switch and brightness dead: the
+        // light goes back to colour temperature.
+        qDebug().noquote() << "[BluetoothMgr::modeFrame]: no effect frame, colour temperature instead, effect:"
+                           << dev.lightEffect << ", addr:" << dev.addr;
+        dev.devCurModel = 1;
     }
     return aaCodec()->cctModeFrame(brightness, dev.temperature);
 }
@@ -241,20 +243,25 @@ void BluetoothMgr::powerOn(const QString &addr)
     if (!stored || stored->linkState == kOffline || stored->switchState)
         return;
     DevData dev = *stored;
+    QByteArray frame;
     switch (familyOf(dev.protocol)) {
     case Family::VType:
-        send(addr, vCodec()->powerFrame(true));
+        frame = vCodec()->powerFrame(true);
         break;
     case Family::Frame55AA: {
         // A light never switched on through us has no previous brightness: come back at 1.
         const int brightness = dev.oldBrightness < 1 ? 1 : dev.oldBrightness;
         dev.brightness = brightness;
-        send(addr, modeFrame(dev, brightness));
+        frame = modeFrame(dev, brightness);
         break;
     }
     case Family::None:
         break;
     }
+    // Nothing was sent, so the light did not come on.
+    if (frame.isEmpty())
+        return;
+    send(addr, frame);
     dev.switchState = true;
     m_store->updateDev(dev);
 }
@@ -298,17 +305,19 @@ void BluetoothMgr::setBrightness(const QString &addr, int value)
         return;
     DevData &dev = *switchedOn;
     dev.brightness = value;
-    m_store->updateDev(dev);
+    QByteArray frame;
     switch (familyOf(dev.protocol)) {
     case Family::VType:
-        send(addr, vCodec()->brightnessFrame(value));
+        frame = vCodec()->brightnessFrame(value);
         break;
     case Family::Frame55AA:
-        send(addr, modeFrame(dev, value));
+        frame = modeFrame(dev, value);
         break;
     case Family::None:
         break;
     }
+    m_store->updateDev(dev);
+    send(addr, frame);
 }
 
 void BluetoothMgr::setTemperature(const QString &addr, int value)
@@ -338,21 +347,26 @@ void BluetoothMgr::setLightEffect(const QString &addr, const QString &effect)
     if (!switchedOn)
         return;
     DevData &dev = *switchedOn;
-    dev.lightEffect = effect;
-    dev.devCurModel = 2;
-    m_store->updateDev(dev);
-    if (effect.isEmpty())
-        return;
+    QByteArray frame;
     switch (familyOf(dev.protocol)) {
     case Family::VType:
-        send(addr, vCodec()->effectFrame(effect));
+        frame = vCodec()->effectFrame(effect);
         break;
     case Family::Frame55AA:
-        send(addr, aaCodec()->effectModeFrame(dev.brightness, effect));
+        frame = aaCodec()->effectModeFrame(dev.brightness, effect);
         break;
     case Family::None:
         break;
     }
+    // A text the light's family cannot run changes nothing: no frame, no stored effect mode.
+    if (frame.isEmpty()) {
+        qDebug().noquote() << "[BluetoothMgr::setLightEffect]: no such effect, addr:" << addr << ", effect:" << effect;
+        return;
+    }
+    dev.lightEffect = effect;
+    dev.devCurModel = 2;
+    m_store->updateDev(dev);
+    send(addr, frame);
 }
 
 void BluetoothMgr::setColor(const QString &addr, const QColor &color)
@@ -360,12 +374,14 @@ void BluetoothMgr::setColor(const QString &addr, const QColor &color)
     std::optional<DevData> switchedOn = poweredRecord(addr);
     if (!switchedOn)
         return;
+    // Only the colour lights have a colour mode; the others keep theirs.
+    if (familyOf(switchedOn->protocol) != Family::VType || !isColorCapable(switchedOn->protocol))
+        return;
     DevData &dev = *switchedOn;
     dev.colorLight = color.name();
     dev.devCurModel = 3;
     m_store->updateDev(dev);
-    if (familyOf(dev.protocol) == Family::VType && isColorCapable(dev.protocol))
-        send(addr, vCodec()->colorFrame(color.hsvHue(), color.hsvSaturation()));
+    send(addr, vCodec()->colorFrame(color.hsvHue(), color.hsvSaturation()));
 }
 
 // ---- plug-in signals ---------------------------------------------------------------------------

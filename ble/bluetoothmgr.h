@@ -78,9 +78,9 @@ private:
     bluetoothProtocol2 *aaCodec() const;
     BrivonQXBleInterface *plugin() const;
     void send(const QString &addr, const QByteArray &frame);
-    // The 55 AA frame of the light's current mode with the given brightness; empty (and logged)
-    // for an effect mode without an effect text.
-    QByteArray modeFrame(const DevData &dev, int brightness) const;
+    // The 55 AA frame of the light's current mode with the given brightness. An effect mode whose
+    // text builds no frame falls back to colour temperature (devCurModel becomes 1).
+    QByteArray modeFrame(DevData &dev, int brightness) const;
 
     void doVTypeDevRecvData(const QString &addr, const std::vector<quint8> &payload);
     void doDevModeReport(const QString &addr, const std::vector<quint8> &payload);

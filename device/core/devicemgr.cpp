@@ -3,6 +3,11 @@
 #include "bluetoothmgr.h"
 #include "huedevicemgr.h"
 
+#include <QDebug>
+
+#include <algorithm>
+#include <cmath>
+
 DeviceMgr::DeviceMgr(QObject *parent)
     : DeviceMgr([](std::shared_ptr<DevDataMgr> store) -> std::shared_ptr<BaseDevice> {
                     return std::make_shared<BluetoothMgr>(std::move(store));
@@ -118,8 +123,19 @@ void DeviceMgr::setBrightness(const QString &addr, int value)
 
 void DeviceMgr::setLightEffect(const QString &addr, const QString &effect)
 {
-    if (const auto transport = route(addr))
-        transport->setLightEffect(addr, effect);
+    const auto transport = route(addr);
+    if (!transport)
+        return;
+    // Each family reads effect texts its own way: only the light's own list is passed on.
+    const QList<EffectItem> effects = m_effectData.effects(m_devDataMgr->findDev(addr)->protocol);
+    const bool listed = std::any_of(effects.cbegin(), effects.cend(),
+                                    [&](const EffectItem &item) { return item.cmd == effect; });
+    if (!listed) {
+        qDebug().noquote() << "[DeviceMgr::setLightEffect]: not an effect of this light, addr:" << addr
+                           << ", effect:" << effect;
+        return;
+    }
+    transport->setLightEffect(addr, effect);
 }
 
 void DeviceMgr::setColor(const QString &addr, const QColor &color)
@@ -141,7 +157,8 @@ void DeviceMgr::setBrightnessByRatio(const QString &addr, double ratio)
         return;
     const DevData *dev = m_devDataMgr->findDev(addr);
     const double value = dev->brightnessMin + double(dev->brightnessMax - dev->brightnessMin) * ratio;
-    transport->setBrightness(addr, int(value));
+    // Rounded: 29 % of 0..100 is 28.999... in binary and must still reach the light as 29.
+    transport->setBrightness(addr, int(std::lround(value)));
 }
 
 void DeviceMgr::onDeviceDiscovered(DevData data)
@@ -162,3 +179,9 @@ const DevDataMgr::GroupTable &DeviceMgr::getGroups() const { return m_devDataMgr
 QList<DevData> DeviceMgr::getGroupDevices(const QString &uuid) const { return m_devDataMgr->groupDevices(uuid); }
 int DeviceMgr::deviceCount() const { return int(m_devDataMgr->devices().size()); }
 const EffectData &DeviceMgr::getEffectData() const { return m_effectData; }
+EffectData &DeviceMgr::effectData() { return m_effectData; }
+
+QList<EffectItem> DeviceMgr::lightEffects(const DevData &dev) const
+{
+    return dev.lightEffectEnable ? m_effectData.effects(dev.protocol) : QList<EffectItem>();
+}

@@ -43,6 +43,7 @@ public:
 
     using BaseDevice::setAdjusting;
     void setAdjusting(const QString &addr, bool on);
+    // Brightness as a fraction of the light's range, rounded to the nearest level.
     void setBrightnessByRatio(const QString &addr, double ratio);
 
     void addDev(const DevData &info);
@@ -56,6 +57,10 @@ public:
     int deviceCount() const;
     std::shared_ptr<BaseDevice> getDeviceMgrByProtocol(int protocol) const;
     const EffectData &getEffectData() const;
+    // The catalogue itself, for reloading it (tests load a known table through it).
+    EffectData &effectData();
+    // The effects a light offers: its protocol's list, empty when it has no effect capability.
+    QList<EffectItem> lightEffects(const DevData &dev) const;
     // The store itself, for views that follow its signals.
     DevDataMgr *store() const { return m_devDataMgr.get(); }
 

@@ -694,6 +694,20 @@ private slots:
                                          << QStringLiteral("55 aa 03 01 00 05 03 28 03 03 00 62 c9");
         QTest::newRow("1001 colour sends nothing") << 1001 << int(Color) << QStringLiteral("#ff00ff") << true << 1
                                                    << QString() << QString();
+        // Effect texts of the other family, or the codes of on, off and the state request, build
+        // no frame and leave the mode alone.
+        QTest::newRow("2 effect A-1") << 2 << int(Effect) << QStringLiteral("A-1") << true << 1 << QString() << QString();
+        QTest::newRow("2 effect 1 (off)") << 2 << int(Effect) << QStringLiteral("1") << true << 1 << QString() << QString();
+        QTest::newRow("2 effect 48 (state)") << 2 << int(Effect) << QStringLiteral("48") << true << 3 << QStringLiteral("9")
+                                             << QString();
+        QTest::newRow("1001 effect 7") << 1001 << int(Effect) << QStringLiteral("7") << true << 1 << QString() << QString();
+        QTest::newRow("1001 effect empty") << 1001 << int(Effect) << QString() << true << 1 << QString() << QString();
+        // An effect mode whose text cannot be sent again falls back to colour temperature.
+        QTest::newRow("1001 powerOn unnamed effect") << 1001 << int(PowerOn) << QString() << false << 2 << QString()
+                                                     << QStringLiteral("55 aa 03 01 00 05 01 3c 0f a0 00 a6 0a");
+        QTest::newRow("1001 brightness unknown effect") << 1001 << int(Brightness) << QStringLiteral("75") << true << 2
+                                                        << QStringLiteral("@-0")
+                                                        << QStringLiteral("55 aa 03 01 00 05 01 4b 0f a0 00 bd be");
         // Values outside the table send nothing at all.
         for (int p : {0, 4, 8, 161, 164, 1000, 1002, 2001}) {
             QTest::addRow("%d powerOn", p) << p << int(PowerOn) << QString() << false << 1 << QString() << QString();
@@ -722,7 +736,7 @@ private slots:
         const DevData after = stored();
         switch (Op(op)) {
         case PowerOn:
-            QCOMPARE(after.switchState, true); // stored even when no frame exists for the protocol
+            QCOMPARE(after.switchState, !frame.isEmpty()); // a light sent nothing did not come on
             if (protocol == 1001)
                 QCOMPARE(after.brightness, 60);
             break;
@@ -737,12 +751,13 @@ private slots:
             QCOMPARE(after.devCurModel, 1);
             break;
         case Effect:
-            QCOMPARE(after.lightEffect, arg);
-            QCOMPARE(after.devCurModel, 2);
+            QCOMPARE(after.lightEffect, frame.isEmpty() ? effectBefore : arg);
+            QCOMPARE(after.devCurModel, frame.isEmpty() ? curModel : 2);
             break;
         case Color:
-            QCOMPARE(after.colorLight, arg);
-            QCOMPARE(after.devCurModel, 3);
+            // A light without colour keeps its mode: nothing was sent for a colour one.
+            QCOMPARE(after.colorLight, frame.isEmpty() ? dev.colorLight : arg);
+            QCOMPARE(after.devCurModel, frame.isEmpty() ? curModel : 3);
             break;
         }
     }
@@ -811,34 +826,18 @@ private slots:
         QCOMPARE(stored().switchState, true);
     }
 
-    void aaEffectModeWithoutEffectSendsNothing()
+    void aaEffectModeWithoutEffectFallsBackToColourTemperature()
     {
         DevData dev = light(1001, true, true);
         dev.devCurModel = 2;
         m_store->addDev(dev);
-        LogCapture log;
         m_mgr->setBrightness(kAddr, 30);
         m_mgr->powerOff(kAddr);
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(log.matching(QStringLiteral("[BluetoothMgr::setBrightness], lightEffect is empty, devCurModel: 2")).size(), 2);
-        QCOMPARE(stored().brightness, 30);     // setBrightness stores first
-        QCOMPARE(stored().switchState, true);  // powerOff stores only a sent frame
-
-        DevData off = stored();
-        off.switchState = false;
-        m_store->updateDev(off);
-        m_mgr->powerOn(kAddr);
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(log.matching(QStringLiteral("lightEffect is empty")).size(), 3);
-
-        // setLightEffect with an empty text stores it and the effect mode, and sends nothing.
-        DevData v = light(2, true, true, QStringLiteral("V"));
-        v.lightEffect = QStringLiteral("5");
-        m_store->addDev(v);
-        m_mgr->setLightEffect(QStringLiteral("V"), QString());
-        QCOMPARE(stored(QStringLiteral("V")).lightEffect, QString());
-        QCOMPARE(stored(QStringLiteral("V")).devCurModel, 2);
-        QVERIFY(m_plugin->writes.isEmpty());
+        bluetoothProtocol2 codec;
+        QCOMPARE(m_plugin->framesTo(kAddr),
+                 (QStringList{hexText(codec.cctModeFrame(30, 4000)), hexText(codec.cctModeFrame(0, 4000))}));
+        QCOMPARE(stored().devCurModel, 1);
+        QCOMPARE(stored().switchState, false);
     }
 
     void aaLightNeverAnsweringStaysOffline()

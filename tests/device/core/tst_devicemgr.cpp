@@ -67,8 +67,9 @@ private slots:
     void cleanup();
     void routesByStoredProtocol_data();
     void routesByStoredProtocol();
-    void brightnessByRatioTruncates_data();
-    void brightnessByRatioTruncates();
+    void brightnessByRatioRounds_data();
+    void brightnessByRatioRounds();
+    void effectsOnlyFromTheLightsOwnList();
     void discoveryIsReportedOncePerScan();
     void relaysTransportSignals();
 
@@ -133,7 +134,7 @@ void TestDeviceMgr::routesByStoredProtocol()
              transport == QLatin1String("ble") ? m_ble.get() : transport == QLatin1String("hue") ? m_hue.get() : nullptr);
 }
 
-void TestDeviceMgr::brightnessByRatioTruncates_data()
+void TestDeviceMgr::brightnessByRatioRounds_data()
 {
     QTest::addColumn<int>("min");
     QTest::addColumn<int>("max");
@@ -141,12 +142,14 @@ void TestDeviceMgr::brightnessByRatioTruncates_data()
     QTest::addColumn<int>("sent");
     QTest::newRow("half of 0..100") << 0 << 100 << 0.5 << 50;
     QTest::newRow("half of 10..100") << 10 << 100 << 0.5 << 55;
-    QTest::newRow("truncated, not rounded") << 0 << 100 << 0.299 << 29;
+    QTest::newRow("rounded down") << 0 << 100 << 0.294 << 29;
+    QTest::newRow("29 % is 29, not 28") << 0 << 100 << 0.29 << 29;
+    QTest::newRow("rounded up") << 0 << 255 << 0.5 << 128;
     QTest::newRow("full") << 0 << 254 << 1.0 << 254;
     QTest::newRow("zero") << 5 << 100 << 0.0 << 5;
 }
 
-void TestDeviceMgr::brightnessByRatioTruncates()
+void TestDeviceMgr::brightnessByRatioRounds()
 {
     QFETCH(int, min);
     QFETCH(int, max);
@@ -155,6 +158,20 @@ void TestDeviceMgr::brightnessByRatioTruncates()
     m_mgr->addDev(stored(QStringLiteral("L"), 2, min, max));
     m_mgr->setBrightnessByRatio(QStringLiteral("L"), ratio);
     QCOMPARE(m_ble->calls, QStringList{QStringLiteral("brightness L %1").arg(sent)});
+}
+
+void TestDeviceMgr::effectsOnlyFromTheLightsOwnList()
+{
+    m_mgr->effectData().load(R"({"2": [{"cmd": "4", "name": {"en_US": "Police Car"}}],
+                                 "1001": [{"cmd": "A-1", "name": {"en_US": "Police Car"}}]})",
+                             QStringLiteral("en_US"));
+    m_mgr->addDev(stored(QStringLiteral("V"), 2));
+    m_mgr->addDev(stored(QStringLiteral("Q"), 1001));
+    for (const QString &addr : {QStringLiteral("V"), QStringLiteral("Q")}) {
+        for (const QString &effect : {QStringLiteral("4"), QStringLiteral("A-1"), QStringLiteral("1"), QString()})
+            m_mgr->setLightEffect(addr, effect);
+    }
+    QCOMPARE(m_ble->calls, (QStringList{QStringLiteral("effect V 4"), QStringLiteral("effect Q A-1")}));
 }
 
 void TestDeviceMgr::discoveryIsReportedOncePerScan()
