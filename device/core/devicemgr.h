@@ -42,7 +42,7 @@ public:
     void setColor(const QString &addr, const QColor &color) override;
 
     using BaseDevice::setAdjusting;
-    void setAdjusting(const QString &addr, bool on);
+    void setAdjusting(const QString &addr, bool on) override;
     // Brightness as a fraction of the light's range, rounded to the nearest level.
     void setBrightnessByRatio(const QString &addr, double ratio);
 
