@@ -189,6 +189,10 @@ ControlItemWidget::ControlItemWidget(QWidget *parent)
         DeviceMgrSingleton::instance()->reconnectDevice(m_addr);
     });
     connect(mgr, &BaseDevice::sigReconnectDevice, this, &ControlItemWidget::slotReconnectDevice);
+    connect(mgr, &BaseDevice::sigReconnecting, this, [this](const QString &addr, bool active) {
+        if (addr == m_addr)
+            showReconnecting(active);
+    });
 
     setContextMenuPolicy(Qt::CustomContextMenu);
     connect(this, &QWidget::customContextMenuRequested, this, &ControlItemWidget::showContextMenu);
@@ -282,6 +286,17 @@ void ControlItemWidget::setDevice(const QString &groupUuid, const QString &group
     m_nameLabel->setToolTip(dev.name);
     applyParamRange(dev);
     slotUpdateLightState(dev);
+    showReconnecting(DeviceMgrSingleton::instance()->isReconnecting(m_addr));
+}
+
+void ControlItemWidget::showReconnecting(bool active)
+{
+    // The icon spins for as long as the program tries on its own; a connection hides it.
+    m_autoReconnecting = active;
+    if (active && !m_reconnectIcon->isRotating())
+        m_reconnectIcon->onStartRotation();
+    else if (!active && m_reconnectIcon->isRotating())
+        m_reconnectIcon->onStopRotation();
 }
 
 QString ControlItemWidget::textColorFor(const QColor &background)
@@ -448,9 +463,9 @@ void ControlItemWidget::slotReconnectDevice(QString devAddr)
         return;
     if (!m_reconnectIcon->isRotating())
         m_reconnectIcon->onStartRotation();
-    QTimer::singleShot(kReconnectSpinLimitMs, m_reconnectIcon, [icon = m_reconnectIcon] {
-        if (icon->isRotating())
-            icon->onStopRotation();
+    QTimer::singleShot(kReconnectSpinLimitMs, m_reconnectIcon, [this] {
+        if (m_reconnectIcon->isRotating() && !m_autoReconnecting)
+            m_reconnectIcon->onStopRotation();
     });
 }
 

@@ -73,6 +73,7 @@ private:
     void applyParamRange(const DevData &dev);
     void applySwitchState(bool on);
     void showLinkState(bool connected);
+    void showReconnecting(bool active);
     void setColorButton(const QString &colorName);
     void clearEffectSelection();
     void onSliderPressed(DragMode mode);
@@ -96,6 +97,7 @@ private:
     QPushButton *m_colorButton = nullptr;
     QPushButton *m_effectButton = nullptr;
     RotatingSvgWidget *m_reconnectIcon = nullptr;
+    bool m_autoReconnecting = false;
     QString m_groupUuid;
     QString m_groupName;
     QString m_name;

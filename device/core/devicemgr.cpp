@@ -30,6 +30,7 @@ DeviceMgr::DeviceMgr(const TransportFactory &ble, const TransportFactory &hue, Q
         connect(source, &BaseDevice::sigDeviceDiscovered, this, &DeviceMgr::onDeviceDiscovered);
         connect(source, &BaseDevice::sigDeviceDiscoveredFinished, this, &BaseDevice::sigDeviceDiscoveredFinished);
         connect(source, &BaseDevice::sigReconnectDevice, this, &BaseDevice::sigReconnectDevice);
+        connect(source, &BaseDevice::sigReconnecting, this, &BaseDevice::sigReconnecting);
     }
 }
 
@@ -79,6 +80,12 @@ bool DeviceMgr::reconnectDevice(const QString &addr)
 {
     const auto transport = route(addr);
     return transport && transport->reconnectDevice(addr);
+}
+
+bool DeviceMgr::isReconnecting(const QString &addr) const
+{
+    const auto ble = std::dynamic_pointer_cast<BluetoothMgr>(route(addr));
+    return ble && ble->isReconnecting(addr);
 }
 
 void DeviceMgr::removeDevice(const QString &addr)

@@ -44,6 +44,8 @@ public:
     using BaseDevice::setAdjusting;
     void setAdjusting(const QString &addr, bool on);
     void setBrightnessByRatio(const QString &addr, double ratio);
+    // True while a light's lost link is being tried again on its own.
+    bool isReconnecting(const QString &addr) const;
 
     void addDev(const DevData &info);
     void addDevToGroup(const QString &uuid, const DevData &info);

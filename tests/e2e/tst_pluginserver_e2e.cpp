@@ -3,6 +3,7 @@
 #include "processutil.h"
 #include "testhome.h"
 
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -77,6 +78,7 @@ private slots:
     void noticesFollowTheLights();
     void groupCommandFansOut();
     void repliesReachOnlyTheLatestClient();
+    void sigtermKeepsTheLastChange();
 
 private:
     QJsonObject simState(const QString &addr);
@@ -264,6 +266,32 @@ void TestPluginServerE2E::repliesReachOnlyTheLatestClient()
     QVERIFY(newer.waitFor(QStringLiteral("listdevice")));
     QTest::qWait(200);
     QVERIFY(m_client->received.isEmpty());
+}
+
+void TestPluginServerE2E::sigtermKeepsTheLastChange()
+{
+    const auto brightness = [this](int value) {
+        m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}, {"value", value}}));
+        return waitForSim(kRgb, QStringLiteral("brightness"), value);
+    };
+    m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
+    // The first change is written at once, the second one waits for the next half-second write.
+    QVERIFY(brightness(62));
+    QElapsedTimer sinceChange;
+    sinceChange.start();
+    QVERIFY(brightness(63));
+    m_app->terminate(); // SIGTERM
+    qInfo() << "SIGTERM" << sinceChange.elapsed() << "ms after the change was sent";
+    QVERIFY(m_app->waitForFinished(10000));
+    QCOMPARE(m_app->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_app->exitCode(), 0);
+    const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
+    for (const QJsonValue &dev : devs) {
+        if (dev.toObject().value(QLatin1String("addr")).toString() == kRgb)
+            QCOMPARE(dev.toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 63);
+    }
+    QCOMPARE(devs.size(), 2);
 }
 
 QTEST_GUILESS_MAIN(TestPluginServerE2E)

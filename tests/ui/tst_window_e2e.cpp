@@ -1,6 +1,7 @@
 // A scripted session of the real main window with the simulated lights: add two lights through
-// the scan window, group them in the group settings, drive the group from the control page and
-// delete a light. The simulator's control socket shows what reached the lights.
+// the scan window, group them in the group settings, drive the group from the control page,
+// delete a light, and quit from the tray right after a change. The simulator's control socket
+// shows what reached the lights.
 #include "controlitemwidget.h"
 #include "controlwidget.h"
 #include "customlistwidget.h"
@@ -24,13 +25,16 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QGroupBox>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QListWidget>
 #include <QLocalSocket>
 #include <QMenu>
 #include <QPushButton>
+#include <QSystemTrayIcon>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 
@@ -59,6 +63,7 @@ class TestWindowE2E : public QObject
 private slots:
     void initTestCase();
     void addGroupDriveDelete();
+    void trayExitKeepsTheLastChange();
 
 private:
     QJsonObject simState(const QString &addr);
@@ -163,6 +168,24 @@ void TestWindowE2E::addGroupDriveDelete()
     QVERIFY(waitUntil([&] { return ControlWidget::cards(section).size() == 1; }, 2000));
     QVERIFY(waitUntil([&] { return simState(kV80).value(QLatin1String("connected")) == QJsonValue(false); }, 3000));
     QVERIFY(window.controlWidget()->isVisible());
+}
+
+void TestWindowE2E::trayExitKeepsTheLastChange()
+{
+    ModifyWindow window;
+    window.show();
+    mgr()->powerOn(kV60);
+    QVERIFY(waitUntil([&] { return simState(kV60).value(QLatin1String("power")) == QJsonValue(true); }, 3000));
+    // Within half a second of the last write: these wait for the next one, which never comes.
+    mgr()->setBrightness(kV60, 44);
+    mgr()->setBrightness(kV60, 45);
+    QAction *exit = window.trayIcon()->contextMenu()->actions().value(1);
+    QVERIFY(exit && exit->text() == QStringLiteral("退出"));
+    QTimer::singleShot(0, exit, &QAction::trigger);
+    QCOMPARE(QCoreApplication::exec(), 0);
+    const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
+    QCOMPARE(devs.size(), 1);
+    QCOMPARE(devs.at(0).toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 45);
 }
 
 QTEST_MAIN(TestWindowE2E)
