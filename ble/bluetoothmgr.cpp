@@ -53,6 +53,15 @@ void assign(T &field, const V &value, bool &changed)
     }
 }
 
+// A 55 AA light is dark at brightness 0 and has no power switch of its own: the brightness it had
+// before going dark is what switching it on brings back, so it is kept in oldBrightness (stored).
+void assignAaBrightness(DevData &dev, int value, bool &changed)
+{
+    if (value < 1 && dev.brightness >= 1)
+        assign(dev.oldBrightness, dev.brightness, changed);
+    assign(dev.brightness, value, changed);
+}
+
 } // namespace
 
 ReconnectSchedule ReconnectSchedule::fromEnvironment()
@@ -209,6 +218,7 @@ void BluetoothMgr::removeDevice(const QString &addr)
     qDebug().noquote() << "[BluetoothMgr::removeDevice]:  addr:" << addr;
     stopReconnecting(addr);
     m_unlinking.insert(addr);
+    m_adjusting.remove(addr);
     if (auto *iface = plugin())
         iface->removeDevice(addr);
 }
@@ -325,9 +335,12 @@ void BluetoothMgr::stopAllReconnecting()
     m_retries.clear();
 }
 
-void BluetoothMgr::setAdjusting(bool on)
+void BluetoothMgr::setAdjusting(const QString &addr, bool on)
 {
-    m_adjusting = on;
+    if (on)
+        m_adjusting.insert(addr);
+    else
+        m_adjusting.remove(addr);
 }
 
 void BluetoothMgr::delDev(const QString &groupUuid, const QString &addr)
@@ -410,7 +423,7 @@ void BluetoothMgr::powerOn(const QString &addr)
         send(addr, vCodec()->powerFrame(true));
         break;
     case Family::Frame55AA: {
-        // A light never switched on through us has no previous brightness: come back at 1.
+        // Only a light whose brightness was never known comes back at 1.
         const int brightness = dev.oldBrightness < 1 ? 1 : dev.oldBrightness;
         dev.brightness = brightness;
         send(addr, modeFrame(dev, brightness));
@@ -444,6 +457,8 @@ void BluetoothMgr::powerOff(const QString &addr)
         break;
     case Family::Frame55AA:
         frame = modeFrame(dev, 0);
+        if (dev.brightness >= 1)
+            dev.oldBrightness = dev.brightness;
         break;
     case Family::None:
         break;
@@ -461,7 +476,12 @@ void BluetoothMgr::setBrightness(const QString &addr, int value)
     if (!switchedOn)
         return;
     DevData &dev = *switchedOn;
-    dev.brightness = value;
+    if (dev.protocol == k55AAKey) {
+        bool changed = false;
+        assignAaBrightness(dev, value, changed);
+    } else {
+        dev.brightness = value;
+    }
     m_store->updateDev(dev);
     switch (familyOf(dev.protocol)) {
     case Family::VType:
@@ -644,14 +664,15 @@ void BluetoothMgr::handleMessageReceived(QString devAddr, QByteArray data)
         return;
     }
 
-    if (isVTypeAlwaysApplied(protocol) || (isVTypeHeld(protocol) && !m_adjusting)) {
+    const bool adjusting = m_adjusting.contains(devAddr);
+    if (isVTypeAlwaysApplied(protocol) || (isVTypeHeld(protocol) && !adjusting)) {
         FrameHeader header;
         std::vector<quint8> payload;
         if (vCodec()->parseFrame(data, header, payload))
             doVTypeDevRecvData(devAddr, payload);
         return;
     }
-    if (protocol != k55AAKey || m_adjusting)
+    if (protocol != k55AAKey || adjusting)
         return;
 
     FrameHeader2 header;
@@ -733,7 +754,7 @@ void BluetoothMgr::doDevModeReport(const QString &addr, const std::vector<quint8
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[1]), changed);
+    assignAaBrightness(dev, int(payload[1]), changed);
     assign(dev.temperature, u16(payload, 2), changed);
     if (changed)
         m_store->updateDev(dev);
@@ -756,7 +777,7 @@ void BluetoothMgr::doDevCurModelData(const QString &addr, const std::vector<quin
     bool changed = false;
     const int brightness = payload[1];
     if (dev.switchState) {
-        assign(dev.brightness, brightness, changed);
+        assignAaBrightness(dev, brightness, changed);
     } else {
         changed = true;
         if (brightness != 0) {
@@ -782,7 +803,10 @@ void BluetoothMgr::applyEffectModeReport(const char *where, const QString &addr,
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[1]), changed);
+    assignAaBrightness(dev, int(payload[1]), changed);
+    // An effect that shines means the light is on, whoever switched it on.
+    if (payload[1] > 0)
+        assign(dev.switchState, true, changed);
     assign(dev.lightEffect, bluetoothProtocol2::effectText(payload[2], payload[3]), changed);
     assign(dev.devCurModel, 2, changed);
     qDebug().noquote() << where << addr << ", brightness:" << dev.brightness << ", effectCmd:" << dev.lightEffect
@@ -802,7 +826,7 @@ void BluetoothMgr::doDevCCTModelData(const QString &addr, const std::vector<quin
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[0]), changed);
+    assignAaBrightness(dev, int(payload[0]), changed);
     assign(dev.temperature, u16(payload, 1), changed);
     qDebug().noquote() << "[BluetoothMgr::doDevCCTModelData], brightness:" << dev.brightness
                        << ", temperature:" << dev.temperature << ", toUpdate:" << changed;
@@ -838,7 +862,7 @@ void BluetoothMgr::doDevModifyDataUpload(const QString &addr, const std::vector<
     bool resend = false;
     const int brightness = payload[1];
     if (dev.switchState) {
-        assign(dev.brightness, brightness, changed);
+        assignAaBrightness(dev, brightness, changed);
     } else {
         dev.switchState = true;
         changed = true;

@@ -138,7 +138,7 @@ void DeviceMgr::setColor(const QString &addr, const QColor &color)
 void DeviceMgr::setAdjusting(const QString &addr, bool on)
 {
     if (const auto transport = route(addr))
-        transport->setAdjusting(on);
+        transport->setAdjusting(addr, on);
 }
 
 void DeviceMgr::setBrightnessByRatio(const QString &addr, double ratio)
@@ -164,6 +164,7 @@ void DeviceMgr::addDevToGroup(const QString &uuid, const DevData &info) { m_devD
 QString DeviceMgr::addGroup(const QString &name) { return m_devDataMgr->addGroup(name); }
 void DeviceMgr::delGroup(const QString &uuid) { m_devDataMgr->delGroup(uuid); }
 void DeviceMgr::renameGroup(const QString &uuid, const QString &newName) { m_devDataMgr->renameGroup(uuid, newName); }
+void DeviceMgr::renameDev(const QString &addr, const QString &newName) { m_devDataMgr->renameDev(addr, newName); }
 const DevDataMgr::DeviceTable &DeviceMgr::getDevices() const { return m_devDataMgr->devices(); }
 const DevDataMgr::GroupTable &DeviceMgr::getGroups() const { return m_devDataMgr->groups(); }
 QList<DevData> DeviceMgr::getGroupDevices(const QString &uuid) const { return m_devDataMgr->groupDevices(uuid); }

@@ -42,7 +42,7 @@ public:
     void setColor(const QString &addr, const QColor &color) override;
 
     using BaseDevice::setAdjusting;
-    void setAdjusting(const QString &addr, bool on);
+    void setAdjusting(const QString &addr, bool on) override;
     void setBrightnessByRatio(const QString &addr, double ratio);
     // True while a light's lost link is being tried again on its own.
     bool isReconnecting(const QString &addr) const;
@@ -52,6 +52,7 @@ public:
     QString addGroup(const QString &name);
     void delGroup(const QString &uuid);
     void renameGroup(const QString &uuid, const QString &newName);
+    void renameDev(const QString &addr, const QString &newName);
     const DevDataMgr::DeviceTable &getDevices() const;
     const DevDataMgr::GroupTable &getGroups() const;
     QList<DevData> getGroupDevices(const QString &uuid) const;
