@@ -1,3 +1,4 @@
+#include "appdatapaths.h"
 #include "appidentity.h"
 #include "applanguage.h"
 #include "crashdump.h"
@@ -17,6 +18,7 @@ int main(int argc, char *argv[])
     }
 
     applyApplicationIdentity();
+    addPrivatePluginFolder();
 
     installCrashHandler();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));

@@ -3,7 +3,27 @@
 #include <QBluetoothLocalDevice>
 #include <QCoreApplication>
 #include <QDebug>
+#include <QDir>
+#include <QFileInfo>
 #include <QTimer>
+
+#ifndef BRIVON_INSTALL_DATA_RELDIR
+#define BRIVON_INSTALL_DATA_RELDIR "../share/beamcrafter"
+#endif
+
+namespace {
+
+// data/ beside the program when it runs in place, its share folder once installed.
+QString profilesPath()
+{
+    const QString folder = QCoreApplication::applicationDirPath();
+    const QString inPlace = folder + QStringLiteral("/data/ble-profiles.json");
+    const QString installed =
+        QDir::cleanPath(folder + QStringLiteral("/" BRIVON_INSTALL_DATA_RELDIR "/ble-profiles.json"));
+    return QFileInfo::exists(inPlace) || !QFileInfo::exists(installed) ? inPlace : installed;
+}
+
+} // namespace
 
 BleBluezPlugin::BleBluezPlugin(QObject *parent) : BrivonQXBleInterface(parent)
 {
@@ -31,7 +51,7 @@ void BleBluezPlugin::initialize()
 
 void BleBluezPlugin::loadProfiles()
 {
-    const QString path = QCoreApplication::applicationDirPath() + QStringLiteral("/data/ble-profiles.json");
+    const QString path = profilesPath();
     const bool ok = m_profiles.loadFile(path);
     for (const QString &problem : m_profiles.problems())
         qWarning().noquote() << "[BleBluezPlugin::loadProfiles]: file:" << path << "problem:" << problem;
