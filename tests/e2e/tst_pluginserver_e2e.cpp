@@ -286,7 +286,7 @@ void TestPluginServerE2E::defaultPluginFoundByBareName()
     QByteArray output;
     app.start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
     QVERIFY(app.waitForStarted(10000));
-    const QByteArray loaded = "loaded library \"" BRIVON_INSTALLED_PLUGINS "/libBrivonQXBleDLL.so\"";
+    const QByteArray loaded = "\"" BRIVON_INSTALLED_PLUGINS "/libBrivonQXBleDLL.so\" loaded library";
     const bool found = waitUntil([&] {
         output += app.readAll();
         return output.contains(loaded);
