@@ -50,6 +50,15 @@ void assign(T &field, const V &value, bool &changed)
     }
 }
 
+// A 55 AA light is dark at brightness 0 and has no power switch of its own: the brightness it had
+// before going dark is what switching it on brings back, so it is kept in oldBrightness (stored).
+void assignAaBrightness(DevData &dev, int value, bool &changed)
+{
+    if (value < 1 && dev.brightness >= 1)
+        assign(dev.oldBrightness, dev.brightness, changed);
+    assign(dev.brightness, value, changed);
+}
+
 } // namespace
 
 BluetoothMgr::BluetoothMgr(std::shared_ptr<DevDataMgr> store, QObject *parent)
@@ -157,13 +166,17 @@ bool BluetoothMgr::reconnectDevice(const QString &addr)
 void BluetoothMgr::removeDevice(const QString &addr)
 {
     qDebug().noquote() << "[BluetoothMgr::removeDevice]:  addr:" << addr;
+    m_adjusting.remove(addr);
     if (auto *iface = plugin())
         iface->removeDevice(addr);
 }
 
-void BluetoothMgr::setAdjusting(bool on)
+void BluetoothMgr::setAdjusting(const QString &addr, bool on)
 {
-    m_adjusting = on;
+    if (on)
+        m_adjusting.insert(addr);
+    else
+        m_adjusting.remove(addr);
 }
 
 void BluetoothMgr::delDev(const QString &groupUuid, const QString &addr)
@@ -246,7 +259,7 @@ void BluetoothMgr::powerOn(const QString &addr)
         send(addr, vCodec()->powerFrame(true));
         break;
     case Family::Frame55AA: {
-        // A light never switched on through us has no previous brightness: come back at 1.
+        // Only a light whose brightness was never known comes back at 1.
         const int brightness = dev.oldBrightness < 1 ? 1 : dev.oldBrightness;
         dev.brightness = brightness;
         send(addr, modeFrame(dev, brightness));
@@ -280,6 +293,8 @@ void BluetoothMgr::powerOff(const QString &addr)
         break;
     case Family::Frame55AA:
         frame = modeFrame(dev, 0);
+        if (dev.brightness >= 1)
+            dev.oldBrightness = dev.brightness;
         break;
     case Family::None:
         break;
@@ -297,7 +312,12 @@ void BluetoothMgr::setBrightness(const QString &addr, int value)
     if (!switchedOn)
         return;
     DevData &dev = *switchedOn;
-    dev.brightness = value;
+    if (dev.protocol == k55AAKey) {
+        bool changed = false;
+        assignAaBrightness(dev, value, changed);
+    } else {
+        dev.brightness = value;
+    }
     m_store->updateDev(dev);
     switch (familyOf(dev.protocol)) {
     case Family::VType:
@@ -457,14 +477,15 @@ void BluetoothMgr::handleMessageReceived(QString devAddr, QByteArray data)
         return;
     }
 
-    if (isVTypeAlwaysApplied(protocol) || (isVTypeHeld(protocol) && !m_adjusting)) {
+    const bool adjusting = m_adjusting.contains(devAddr);
+    if (isVTypeAlwaysApplied(protocol) || (isVTypeHeld(protocol) && !adjusting)) {
         FrameHeader header;
         std::vector<quint8> payload;
         if (vCodec()->parseFrame(data, header, payload))
             doVTypeDevRecvData(devAddr, payload);
         return;
     }
-    if (protocol != k55AAKey || m_adjusting)
+    if (protocol != k55AAKey || adjusting)
         return;
 
     FrameHeader2 header;
@@ -546,7 +567,7 @@ void BluetoothMgr::doDevModeReport(const QString &addr, const std::vector<quint8
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[1]), changed);
+    assignAaBrightness(dev, int(payload[1]), changed);
     assign(dev.temperature, u16(payload, 2), changed);
     if (changed)
         m_store->updateDev(dev);
@@ -569,7 +590,7 @@ void BluetoothMgr::doDevCurModelData(const QString &addr, const std::vector<quin
     bool changed = false;
     const int brightness = payload[1];
     if (dev.switchState) {
-        assign(dev.brightness, brightness, changed);
+        assignAaBrightness(dev, brightness, changed);
     } else {
         changed = true;
         if (brightness != 0) {
@@ -595,7 +616,10 @@ void BluetoothMgr::applyEffectModeReport(const char *where, const QString &addr,
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[1]), changed);
+    assignAaBrightness(dev, int(payload[1]), changed);
+    // An effect that shines means the light is on, whoever switched it on.
+    if (payload[1] > 0)
+        assign(dev.switchState, true, changed);
     assign(dev.lightEffect, bluetoothProtocol2::effectText(payload[2], payload[3]), changed);
     assign(dev.devCurModel, 2, changed);
     qDebug().noquote() << where << addr << ", brightness:" << dev.brightness << ", effectCmd:" << dev.lightEffect
@@ -615,7 +639,7 @@ void BluetoothMgr::doDevCCTModelData(const QString &addr, const std::vector<quin
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[0]), changed);
+    assignAaBrightness(dev, int(payload[0]), changed);
     assign(dev.temperature, u16(payload, 1), changed);
     qDebug().noquote() << "[BluetoothMgr::doDevCCTModelData], brightness:" << dev.brightness
                        << ", temperature:" << dev.temperature << ", toUpdate:" << changed;
@@ -651,7 +675,7 @@ void BluetoothMgr::doDevModifyDataUpload(const QString &addr, const std::vector<
     bool resend = false;
     const int brightness = payload[1];
     if (dev.switchState) {
-        assign(dev.brightness, brightness, changed);
+        assignAaBrightness(dev, brightness, changed);
     } else {
         dev.switchState = true;
         changed = true;

@@ -7,6 +7,7 @@
 #include <QMap>
 #include <QPluginLoader>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 
 #include <memory>
@@ -39,7 +40,9 @@ public:
     void connectToDevice(const QString &addr) override;
     bool reconnectDevice(const QString &addr) override;
     void removeDevice(const QString &addr) override;
-    void setAdjusting(bool on) override;
+    using BaseDevice::setAdjusting;
+    // Reports of 162, 163 and 1001 lights are held back while that light is being adjusted.
+    void setAdjusting(const QString &addr, bool on) override;
     void delDev(const QString &groupUuid, const QString &addr) override;
     void powerOn(const QString &addr) override;
     void powerOff(const QString &addr) override;
@@ -52,7 +55,7 @@ public:
     int getProtocolType(const QString &addr);
 
     bool isPluginLoaded() const { return m_interface != nullptr; }
-    bool isAdjusting() const { return m_adjusting; }
+    bool isAdjusting(const QString &addr) const { return m_adjusting.contains(addr); }
 
     static constexpr const char *kPluginBaseName = "BrivonQXBleDLL";
     static constexpr const char *kPluginEnvVar = "BRIVON_BLE_PLUGIN";
@@ -96,5 +99,5 @@ private:
     BrivonQXBleInterface *m_interface = nullptr;
     std::shared_ptr<DevDataMgr> m_store;
     QMap<int, std::shared_ptr<bluetoothProtocolBase>> m_protocols;
-    bool m_adjusting = false;
+    QSet<QString> m_adjusting;
 };

@@ -131,7 +131,7 @@ void DeviceMgr::setColor(const QString &addr, const QColor &color)
 void DeviceMgr::setAdjusting(const QString &addr, bool on)
 {
     if (const auto transport = route(addr))
-        transport->setAdjusting(on);
+        transport->setAdjusting(addr, on);
 }
 
 void DeviceMgr::setBrightnessByRatio(const QString &addr, double ratio)

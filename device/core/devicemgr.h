@@ -42,7 +42,7 @@ public:
     void setColor(const QString &addr, const QColor &color) override;
 
     using BaseDevice::setAdjusting;
-    void setAdjusting(const QString &addr, bool on);
+    void setAdjusting(const QString &addr, bool on) override;
     void setBrightnessByRatio(const QString &addr, double ratio);
 
     void addDev(const DevData &info);

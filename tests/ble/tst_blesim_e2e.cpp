@@ -186,17 +186,22 @@ private slots:
             QVERIFY(waitStored(addr, [](const DevData &d) { return d.switchState; }));
         }
 
-        // The 55 AA light is switched with brightness: off is 0, on is the remembered brightness.
-        DevData q = stored(kQ);
-        q.oldBrightness = 64;
-        m_store->updateDev(q);
+        // The 55 AA light is switched with brightness: off is 0, on brings back the brightness it
+        // had, also after a restart.
+        m_mgr->setBrightness(kQ, 70);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 70}}));
         m_mgr->powerOff(kQ);
         QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
         QCOMPARE(stored(kQ).switchState, false);
+        m_store->writeConfig();
+        DevDataMgr restarted;
+        restarted.readConfig();
+        QVERIFY(restarted.findDev(kQ));
+        QCOMPARE(restarted.findDev(kQ)->oldBrightness, 70);
         m_mgr->powerOn(kQ);
-        QVERIFY(waitSimHas(kQ, {{"brightness", 64}}));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 70}}));
         QCOMPARE(stored(kQ).switchState, true);
-        QCOMPARE(stored(kQ).brightness, 64);
+        QCOMPARE(stored(kQ).brightness, 70);
     }
 
     void knobTurnedOnTheLight()
@@ -210,33 +215,42 @@ private slots:
         QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kV1)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.switchState; }));
 
-        // While the user holds a slider, a 162 light's reports are held back; a protocol-1 light's are not.
-        m_mgr->setAdjusting(true);
+        // While the user drags the 162 light, its reports are held back; the other lights' are
+        // not, the 55 AA light's included.
+        m_mgr->setAdjusting(kV162, true);
         QCOMPARE(ctl(QStringLiteral("knob %1 brightness 21").arg(kV162)), QStringLiteral("ok"));
         QCOMPARE(ctl(QStringLiteral("knob %1 brightness 22").arg(kV1)), QStringLiteral("ok"));
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 23").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.brightness == 22; }));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 23; }));
         QTest::qWait(150);
         QCOMPARE(stored(kV162).brightness, 33);
-        m_mgr->setAdjusting(false);
+        m_mgr->setAdjusting(kV162, false);
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 24").arg(kV162)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 24; }));
 
         // On the 55 AA light: id 32 reports.
         QCOMPARE(ctl(QStringLiteral("knob %1 temperature 3500").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.temperature == 3500 && d.devCurModel == 1; }));
         QCOMPARE(ctl(QStringLiteral("knob %1 brightness 18").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 18; }));
-        QCOMPARE(ctl(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
 
         // Switched off in the app, then on at the light: the app re-sends the remembered brightness.
         m_mgr->setTemperature(kQ, 4000);
-        DevData q = stored(kQ);
-        q.oldBrightness = 47;
-        m_store->updateDev(q);
         m_mgr->powerOff(kQ);
         QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
         QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kQ)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 47; }));
-        QVERIFY(waitSimHas(kQ, {{"brightness", 47}}));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 18; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 18}}));
+
+        // Off in the app, then an effect is started and brightened at the light: it shows as on.
+        m_mgr->powerOff(kQ);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
+        QCOMPARE(ctl(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
+        QCOMPARE(stored(kQ).switchState, false);
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 25").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 25 && d.devCurModel == 2; }));
     }
 
     void droppedLinkAndReconnect()

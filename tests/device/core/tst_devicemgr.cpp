@@ -24,7 +24,7 @@ public:
         return true;
     }
     void removeDevice(const QString &addr) override { calls << QStringLiteral("remove ") + addr; }
-    void setAdjusting(bool on) override { calls << QStringLiteral("adjusting %1").arg(on); }
+    void setAdjusting(const QString &addr, bool on) override { calls << QStringLiteral("adjusting %1 %2").arg(addr).arg(on); }
     void powerOn(const QString &addr) override { calls << QStringLiteral("on ") + addr; }
     void powerOff(const QString &addr) override { calls << QStringLiteral("off ") + addr; }
     void setTemperature(const QString &addr, int v) override { calls << QStringLiteral("temperature %1 %2").arg(addr).arg(v); }
@@ -125,7 +125,7 @@ void TestDeviceMgr::routesByStoredProtocol()
     m_mgr->powerOn(QStringLiteral("not stored"));
     QVERIFY(!m_mgr->reconnectDevice(QStringLiteral("not stored")));
 
-    const QStringList expected{"reconnect L", "on L", "color L #ff0000", "adjusting 1"};
+    const QStringList expected{"reconnect L", "on L", "color L #ff0000", "adjusting L 1"};
     QCOMPARE(m_ble->calls, transport == QLatin1String("ble") ? expected : QStringList());
     QCOMPARE(m_hue->calls, transport == QLatin1String("hue") ? expected : QStringList());
     QCOMPARE(reconnected, !transport.isEmpty());
