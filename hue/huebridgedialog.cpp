@@ -123,7 +123,7 @@ void HueBridgeDialog::onDiscoverBridge(QList<Bridge> bridges)
         auto *item = new QListWidgetItem(bridge.id, ui->listWidget);
         item->setData(Qt::UserRole, QVariant::fromValue(bridge));
     }
-    showBesideParent();
+    // Listed for when the user opens the dialog; a scan's own discovery does not pop it up.
 }
 
 void HueBridgeDialog::onDiscoverBridge2(Bridge bridge, QString light)

@@ -11,6 +11,7 @@ class CustomSlider;
 class LightEffectSetDialog;
 class QColorDialog;
 class QHBoxLayout;
+class QKeyEvent;
 class QLabel;
 class QMenu;
 class QPushButton;
@@ -67,11 +68,21 @@ private slots:
     void showContextMenu(QPoint pos);
     void onTimeout();
 
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+
 private:
     void setupColorMenu();
     void setupEffectMenu();
     void applyParamRange(const DevData &dev);
     void applySwitchState(bool on);
+    // Controls follow the link, the switch and what the light can do.
+    void updateControlsEnabled();
+    void showEffectName();
+    void showName(const QString &name);
+    void askForName();
+    void beginAdjusting(DragMode mode, bool fromKeyboard);
+    void endAdjusting();
     void showLinkState(bool connected);
     void setColorButton(const QString &colorName);
     void clearEffectSelection();
@@ -119,6 +130,10 @@ private:
     qint32 m_dragMode = DragNone;
     QList<int> m_pendingTemperatures;
     QList<int> m_pendingBrightnesses;
+    // Set while the values being coalesced come from the keyboard rather than a held handle.
+    bool m_keyboardAdjusting = false;
+    bool m_hasEffects = false;
+    qint32 m_curModel = -1;
     // Set while the card itself moves a slider to a reported value, so that the move is not
     // mistaken for a user's.
     bool m_applyingState = false;

@@ -157,6 +157,7 @@ void DeviceMgr::addDevToGroup(const QString &uuid, const DevData &info) { m_devD
 QString DeviceMgr::addGroup(const QString &name) { return m_devDataMgr->addGroup(name); }
 void DeviceMgr::delGroup(const QString &uuid) { m_devDataMgr->delGroup(uuid); }
 void DeviceMgr::renameGroup(const QString &uuid, const QString &newName) { m_devDataMgr->renameGroup(uuid, newName); }
+void DeviceMgr::renameDev(const QString &addr, const QString &newName) { m_devDataMgr->renameDev(addr, newName); }
 const DevDataMgr::DeviceTable &DeviceMgr::getDevices() const { return m_devDataMgr->devices(); }
 const DevDataMgr::GroupTable &DeviceMgr::getGroups() const { return m_devDataMgr->groups(); }
 QList<DevData> DeviceMgr::getGroupDevices(const QString &uuid) const { return m_devDataMgr->groupDevices(uuid); }

@@ -50,6 +50,7 @@ public:
     QString addGroup(const QString &name);
     void delGroup(const QString &uuid);
     void renameGroup(const QString &uuid, const QString &newName);
+    void renameDev(const QString &addr, const QString &newName);
     const DevDataMgr::DeviceTable &getDevices() const;
     const DevDataMgr::GroupTable &getGroups() const;
     QList<DevData> getGroupDevices(const QString &uuid) const;

@@ -392,6 +392,22 @@ void DevDataMgr::renameGroup(const QString &uuid, const QString &newName)
     writeConfig();
 }
 
+void DevDataMgr::renameDev(const QString &addr, const QString &newName)
+{
+    DevData *dev = findDev(addr);
+    const QString name = newName.trimmed();
+    if (!dev || name.isEmpty() || dev->name == name)
+        return;
+    dev->name = name;
+    writeConfig();
+    const DevData info = *dev;
+    emit onUpdateDev(defaultGroupUuid(), tr("设备列表"), info);
+    for (const GroupData &group : qAsConst(m_groups)) {
+        if (group.devs.contains(addr))
+            emit onUpdateDev(group.uuid, group.name, info);
+    }
+}
+
 QList<DevData> DevDataMgr::groupDevices(const QString &uuid) const
 {
     if (uuid == defaultGroupUuid())

@@ -39,6 +39,8 @@ public:
     QString addGroup(const QString &name);
     void delGroup(const QString &uuid);
     void renameGroup(const QString &uuid, const QString &newName);
+    // The user's own name for a light; announced like any other change of the light.
+    void renameDev(const QString &addr, const QString &newName);
 
     const DeviceTable &devices() const { return m_devices; }
     const GroupTable &groups() const { return m_groups; }

@@ -270,16 +270,14 @@ void TestHueBridgeDialog::rePairingTheBridgeOfAKnownLight()
 
 void TestHueBridgeDialog::scanWindowOpensThePairingDialog()
 {
-    // The scan's own discovery is refused by the rate limit; the button must ask by itself.
-    {
-        QSettings settings = hueSettings();
-        settings.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime());
-    }
+    // A scan's own discovery finds the bridge but does not open the dialog by itself.
+    allowDiscovery();
     ScanWidget scan;
     scan.move(100, 80);
     scan.show();
     HueBridgeDialog *dialog = scan.hueBridgeDialog();
     QCOMPARE(dialog->parentWidget(), &scan);
+    QVERIFY(waitUntil([&]() { return list(*dialog)->count() == 1; }, 15000));
     QVERIFY(!dialog->isVisible());
     QCOMPARE(scan.hueButton()->text(), ScanWidget::tr("配对 Philips Hue 桥接器"));
 
