@@ -1,3 +1,4 @@
+#include "appdatapaths.h"
 #include "appidentity.h"
 #include "applanguage.h"
 #include "crashdump.h"
@@ -19,6 +20,7 @@ int main(int argc, char *argv[])
     }
 
     applyApplicationIdentity();
+    addPrivatePluginFolder();
 
     installCrashHandler();
     installQuitSignals();

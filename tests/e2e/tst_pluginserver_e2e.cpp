@@ -1,9 +1,12 @@
-// A control-deck client driving the real program over its WebSocket server, with the simulated
-// Bluetooth lights answering on the other side.
+// A control-deck client driving the installed program over its WebSocket server, with the
+// simulated Bluetooth lights from its plug-in folder answering on the other side. The program
+// runs from the prefix the "installed" fixture fills, so the effect list proves that it found its
+// installed tables.
 #include "processutil.h"
 #include "testhome.h"
 
 #include <QElapsedTimer>
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -79,6 +82,7 @@ private slots:
     void groupCommandFansOut();
     void repliesReachOnlyTheLatestClient();
     void sigtermKeepsTheLastChange();
+    void defaultPluginFoundByBareName();
 
 private:
     QJsonObject simState(const QString &addr);
@@ -116,13 +120,13 @@ void TestPluginServerE2E::initTestCase()
 
     m_control = QStringLiteral("/tmp/brivon-e2e-sim-%1").arg(QCoreApplication::applicationPid());
     QProcessEnvironment env = m_home->environment();
-    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_BIN_DIR "/libBrivonBleSim.so"));
+    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_INSTALLED_PLUGINS "/libBrivonBleSim.so"));
     env.insert(QStringLiteral("BRIVON_SIM_LIGHTS"), m_home->path() + QStringLiteral("/lights.json"));
     env.insert(QStringLiteral("BRIVON_SIM_CONTROL"), m_control);
     m_app = std::make_unique<QProcess>();
     m_app->setProcessEnvironment(env);
     m_app->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_app->start(beamcrafterPath(), {});
+    m_app->start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
     QVERIFY(m_app->waitForStarted(10000));
 
     // The port it found is published in its settings.
@@ -292,6 +296,31 @@ void TestPluginServerE2E::sigtermKeepsTheLastChange()
             QCOMPARE(dev.toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 63);
     }
     QCOMPARE(devs.size(), 2);
+void TestPluginServerE2E::defaultPluginFoundByBareName()
+{
+    // A second instance of its own (another runtime folder), without the plug-in override: the
+    // BlueZ plug-in comes from the installed plug-in folder and finds its light profiles.
+    QProcessEnvironment env = m_home->environment();
+    const QString runtime = m_home->path() + QStringLiteral("/runtime2");
+    QVERIFY(QDir().mkpath(runtime));
+    QFile(runtime).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    env.insert(QStringLiteral("QT_DEBUG_PLUGINS"), QStringLiteral("1"));
+    QProcess app;
+    app.setProcessEnvironment(env);
+    app.setProcessChannelMode(QProcess::MergedChannels);
+    QByteArray output;
+    app.start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
+    QVERIFY(app.waitForStarted(10000));
+    const QByteArray loaded = "\"" BRIVON_INSTALLED_PLUGINS "/libBrivonQXBleDLL.so\" loaded library";
+    const bool found = waitUntil([&] {
+        output += app.readAll();
+        return output.contains(loaded);
+    }, 15000);
+    app.kill();
+    app.waitForFinished(5000);
+    QVERIFY2(found, output.right(3000).constData());
+    QVERIFY2(!output.contains("[BleBluezPlugin::loadProfiles]"), output.right(3000).constData());
 }
 
 QTEST_GUILESS_MAIN(TestPluginServerE2E)
