@@ -296,6 +296,8 @@ void TestPluginServerE2E::sigtermKeepsTheLastChange()
             QCOMPARE(dev.toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 63);
     }
     QCOMPARE(devs.size(), 2);
+}
+
 void TestPluginServerE2E::defaultPluginFoundByBareName()
 {
     // A second instance of its own (another runtime folder), without the plug-in override: the
