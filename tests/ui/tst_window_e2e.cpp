@@ -10,6 +10,7 @@
 #include "devicenamewidget.h"
 #include "devicewidget.h"
 #include "devinfowidget.h"
+#include "logcapture.h"
 #include "devnamegroupwidget.h"
 #include "middlewidget.h"
 #include "modifytitlebar.h"
@@ -177,8 +178,19 @@ void TestWindowE2E::trayExitKeepsTheLastChange()
 {
     ModifyWindow window;
     window.show();
+    // The light's report of the previous case's switch-off may still be on its way and briefly
+    // undo the switch-on: wait for the light's own report that it is on.
+    LogCapture log(true);
     mgr()->powerOn(kV60);
-    QVERIFY(waitUntil([&] { return simState(kV60).value(QLatin1String("power")) == QJsonValue(true); }, 3000));
+    QVERIFY(waitUntil([&] {
+        for (const QString &line : log.matching(QStringLiteral("doVTypeDevRecvData"))) {
+            if (line.contains(kV60) && line.contains(QLatin1String("powerOn: true")))
+                return true;
+        }
+        return false;
+    }, 3000));
+    const DevData *stored = mgr()->store()->findDev(kV60);
+    QVERIFY(stored && stored->switchState);
     // Within half a second of the last write: these wait for the next one, which never comes.
     mgr()->setBrightness(kV60, 44);
     mgr()->setBrightness(kV60, 45);
