@@ -5,8 +5,11 @@
 #include "brivonqxbleinterface.h"
 #include "devdatamgr.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QFileInfo>
+#include <QRandomGenerator>
+#include <QTimer>
 
 namespace {
 
@@ -61,23 +64,54 @@ void assignAaBrightness(DevData &dev, int value, bool &changed)
 
 } // namespace
 
-BluetoothMgr::BluetoothMgr(std::shared_ptr<DevDataMgr> store, QObject *parent)
-    : BaseDevice(parent)
-    , m_store(std::move(store))
+ReconnectSchedule ReconnectSchedule::fromEnvironment()
 {
-    m_protocols.insert(kVTypeKey, std::make_shared<bluetoothProtocol>());
-    m_protocols.insert(k55AAKey, std::make_shared<bluetoothProtocol2>());
+    ReconnectSchedule schedule;
+    const QStringList parts = qEnvironmentVariable(BluetoothMgr::kReconnectEnvVar).split(QLatin1Char(','));
+    int *const fields[] = {&schedule.baseMs, &schedule.limitMs, &schedule.attemptTimeoutMs};
+    for (int i = 0; i < parts.size() && i < 3; ++i) {
+        bool ok = false;
+        const int value = parts.at(i).trimmed().toInt(&ok);
+        if (ok && value > 0 && value <= 3600 * 1000)
+            *fields[i] = value;
+    }
+    schedule.limitMs = qMax(schedule.limitMs, schedule.baseMs);
+    return schedule;
+}
+
+int ReconnectSchedule::pauseMs(int attempt, double unit) const
+{
+    qint64 nominal = baseMs;
+    for (int i = 1; i < attempt && nominal < limitMs; ++i)
+        nominal *= 2;
+    nominal = qMin<qint64>(nominal, limitMs);
+    return int(nominal - qint64(double(nominal) * 0.15 * qBound(0.0, unit, 1.0)));
+}
+
+BluetoothMgr::BluetoothMgr(std::shared_ptr<DevDataMgr> store, QObject *parent)
+    : BluetoothMgr(std::move(store), nullptr, parent)
+{
     loadPlugin();
 }
 
 BluetoothMgr::BluetoothMgr(std::shared_ptr<DevDataMgr> store, QObject *pluginInstance, QObject *parent)
     : BaseDevice(parent)
     , m_store(std::move(store))
+    , m_schedule(ReconnectSchedule::fromEnvironment())
 {
     m_protocols.insert(kVTypeKey, std::make_shared<bluetoothProtocol>());
     m_protocols.insert(k55AAKey, std::make_shared<bluetoothProtocol2>());
     if (pluginInstance)
         attachPlugin(pluginInstance);
+    // A light the user removed is not tried again; on the way out nothing is.
+    if (m_store) {
+        connect(m_store.get(), &DevDataMgr::onDelDev, this, [this](const QString &uuid, const QString &, const QString &addr) {
+            if (uuid == defaultGroupUuid())
+                stopReconnecting(addr);
+        });
+    }
+    if (QCoreApplication::instance())
+        connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this, &BluetoothMgr::stopAllReconnecting);
 }
 
 // The plug-in's instance belongs to its loader and may be shared with another manager: it is
@@ -151,24 +185,154 @@ void BluetoothMgr::stopScan()
 void BluetoothMgr::connectToDevice(const QString &addr)
 {
     qDebug().noquote() << "[BluetoothMgr::connectToDevice]: addr:" << addr;
-    if (auto *iface = plugin())
-        iface->connectToDevice(addr);
+    m_unlinking.remove(addr);
+    const DevData *stored = m_store ? m_store->findDev(addr) : nullptr;
+    if (!stored || stored->linkState != kOffline) {
+        if (auto *iface = plugin())
+            iface->connectToDevice(addr);
+        return;
+    }
+    // One attempt at a time per light: a scan that sees it while one runs changes nothing.
+    if (linkRetry(addr).inFlight)
+        return;
+    beginAttempt(addr, false);
 }
 
 bool BluetoothMgr::reconnectDevice(const QString &addr)
 {
     qDebug().noquote() << "[BluetoothMgr::reconnectDevice]:  addr:" << addr;
     emit sigReconnectDevice(addr);
+    m_unlinking.remove(addr);
     auto *iface = plugin();
-    return iface ? iface->reconnectDevice(addr) : false;
+    if (!iface)
+        return false;
+    if (!m_store || !m_store->findDev(addr))
+        return iface->reconnectDevice(addr);
+    if (linkRetry(addr).inFlight)
+        return true; // the attempt already under way answers for this one
+    return beginAttempt(addr, true);
 }
 
 void BluetoothMgr::removeDevice(const QString &addr)
 {
     qDebug().noquote() << "[BluetoothMgr::removeDevice]:  addr:" << addr;
+    stopReconnecting(addr);
+    m_unlinking.insert(addr);
     m_adjusting.remove(addr);
     if (auto *iface = plugin())
         iface->removeDevice(addr);
+}
+
+// ---- lost links --------------------------------------------------------------------------------
+
+bool BluetoothMgr::isReconnecting(const QString &addr) const
+{
+    const auto it = m_retries.constFind(addr);
+    return it != m_retries.constEnd() && it->reconnecting;
+}
+
+BluetoothMgr::LinkRetry &BluetoothMgr::linkRetry(const QString &addr)
+{
+    auto it = m_retries.find(addr);
+    if (it == m_retries.end()) {
+        it = m_retries.insert(addr, LinkRetry());
+        it->since.start();
+    }
+    return *it;
+}
+
+void BluetoothMgr::arm(const QString &addr, int ms)
+{
+    const quint64 timer = ++m_lastTimer;
+    linkRetry(addr).timer = timer;
+    QTimer::singleShot(ms, this, [this, addr, timer] { onRetryTimer(addr, timer); });
+}
+
+void BluetoothMgr::onRetryTimer(const QString &addr, quint64 timer)
+{
+    const auto it = m_retries.find(addr);
+    if (it == m_retries.end() || it->timer != timer)
+        return;
+    const DevData *dev = m_store ? m_store->findDev(addr) : nullptr;
+    if (!dev || dev->linkState != kOffline) {
+        stopReconnecting(addr);
+        return;
+    }
+    if (it->inFlight) {
+        attemptFailed(addr, "no answer");
+        return;
+    }
+    qDebug().noquote() << "[BluetoothMgr::reconnect]: addr:" << addr << ", attempt:" << it->failed + 1;
+    beginAttempt(addr, true);
+}
+
+bool BluetoothMgr::beginAttempt(const QString &addr, bool replace)
+{
+    linkRetry(addr).inFlight = true;
+    auto *iface = plugin();
+    // reconnectDevice drops what the plug-in still has going for the light before it starts again,
+    // so two attempts for one light never run side by side.
+    bool started = false;
+    if (iface && replace) {
+        started = iface->reconnectDevice(addr);
+    } else if (iface) {
+        iface->connectToDevice(addr);
+        started = true;
+    }
+    if (!started) {
+        attemptFailed(addr, "not started");
+        return false;
+    }
+    arm(addr, m_schedule.attemptTimeoutMs);
+    return true;
+}
+
+void BluetoothMgr::attemptFailed(const QString &addr, const char *why)
+{
+    const auto it = m_retries.find(addr);
+    if (it == m_retries.end() || !it->inFlight)
+        return;
+    it->inFlight = false;
+    ++it->failed;
+    qDebug().noquote() << "[BluetoothMgr::attemptFailed]: addr:" << addr << ", reason:" << why
+                       << ", failed:" << it->failed;
+    scheduleReconnect(addr);
+}
+
+void BluetoothMgr::scheduleReconnect(const QString &addr)
+{
+    if (!m_store || !m_store->findDev(addr) || !plugin()) {
+        stopReconnecting(addr);
+        return;
+    }
+    LinkRetry &retry = linkRetry(addr);
+    const int attempt = retry.failed + 1;
+    const int pause = m_schedule.pauseMs(attempt, QRandomGenerator::global()->generateDouble());
+    qDebug().noquote() << "[BluetoothMgr::scheduleReconnect]: addr:" << addr << ", attempt:" << attempt
+                       << ", inMs:" << pause;
+    const bool announce = !retry.reconnecting;
+    retry.reconnecting = true;
+    arm(addr, pause);
+    if (announce)
+        emit sigReconnecting(addr, true);
+}
+
+void BluetoothMgr::stopReconnecting(const QString &addr)
+{
+    const auto it = m_retries.find(addr);
+    if (it == m_retries.end())
+        return;
+    const bool announced = it->reconnecting;
+    m_retries.erase(it);
+    if (announced)
+        emit sigReconnecting(addr, false);
+}
+
+void BluetoothMgr::stopAllReconnecting()
+{
+    if (!m_retries.isEmpty())
+        qDebug().noquote() << "[BluetoothMgr::stopAllReconnecting]: lights:" << m_retries.size();
+    m_retries.clear();
 }
 
 void BluetoothMgr::setAdjusting(const QString &addr, bool on)
@@ -448,6 +612,15 @@ void BluetoothMgr::handleDeviceConnected(QString devAddr)
     const DevData *stored = m_store ? m_store->findDev(devAddr) : nullptr;
     if (!stored)
         return;
+    m_unlinking.remove(devAddr);
+    const auto retry = m_retries.constFind(devAddr);
+    if (retry != m_retries.constEnd()) {
+        if (retry->reconnecting) {
+            qDebug().noquote() << "[BluetoothMgr::handleDeviceConnected]: reconnected, addr:" << devAddr
+                               << ", failed attempts:" << retry->failed << ", afterMs:" << retry->since.elapsed();
+        }
+        stopReconnecting(devAddr);
+    }
     DevData dev = *stored;
     dev.linkState = kOnline;
     if (dev.protocol == k55AAKey) {
@@ -477,11 +650,25 @@ void BluetoothMgr::handleDeviceDisconnected(QString devAddr)
 {
     qDebug().noquote() << "[BluetoothMgr::handleDeviceDisconnected]:  addr:" << devAddr;
     const DevData *stored = m_store ? m_store->findDev(devAddr) : nullptr;
-    if (!stored)
+    if (!stored) {
+        stopReconnecting(devAddr);
         return;
+    }
     DevData dev = *stored;
     dev.linkState = kOffline;
     m_store->updateDev(dev);
+
+    if (m_unlinking.contains(devAddr))
+        return;
+    const auto retry = m_retries.constFind(devAddr);
+    if (retry == m_retries.constEnd()) {
+        // The link dropped (or an attempt made elsewhere failed): bring it back on its own.
+        qDebug().noquote() << "[BluetoothMgr::handleDeviceDisconnected]: link lost, addr:" << devAddr;
+        scheduleReconnect(devAddr);
+    } else if (retry->inFlight) {
+        attemptFailed(devAddr, "refused");
+    }
+    // Otherwise a late word about an attempt already given up: the next one is scheduled.
 }
 
 void BluetoothMgr::handleMessageReceived(QString devAddr, QByteArray data)

@@ -4,6 +4,8 @@
 #include "bluetoothprotocolbase.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
+#include <QHash>
 #include <QMap>
 #include <QPluginLoader>
 #include <QPointer>
@@ -18,6 +20,21 @@ class BrivonQXBleInterface;
 class DevDataMgr;
 class bluetoothProtocol;
 class bluetoothProtocol2;
+
+// When a stored light that lost its link is tried again: the pause before the n-th attempt is
+// base * 2^(n-1), at most limit, shortened by up to 15 % at random so that many lights dropped
+// together do not retry in step. An attempt without an answer after attemptTimeout has failed.
+struct ReconnectSchedule
+{
+    int baseMs = 1000;
+    int limitMs = 60000;
+    int attemptTimeoutMs = 15000;
+
+    // BRIVON_BLE_RECONNECT_MS="base,limit[,attempt timeout]" overrides the defaults (tests, demos).
+    static ReconnectSchedule fromEnvironment();
+    // unit is a random number in [0, 1).
+    int pauseMs(int attempt, double unit) const;
+};
 
 // Drives every Bluetooth light: loads the BLE plug-in library, turns control operations
 // into frames for the light, and turns the lights' notifications into changes of their stored
@@ -56,9 +73,13 @@ public:
 
     bool isPluginLoaded() const { return m_interface != nullptr; }
     bool isAdjusting(const QString &addr) const { return m_adjusting.contains(addr); }
+    // True while the light's link is being brought back on its own.
+    bool isReconnecting(const QString &addr) const;
+    const ReconnectSchedule &reconnectSchedule() const { return m_schedule; }
 
     static constexpr const char *kPluginBaseName = "BrivonQXBleDLL";
     static constexpr const char *kPluginEnvVar = "BRIVON_BLE_PLUGIN";
+    static constexpr const char *kReconnectEnvVar = "BRIVON_BLE_RECONNECT_MS";
 
 public slots:
     void handleMessageReceived(QString devAddr, QByteArray data);
@@ -68,6 +89,28 @@ public slots:
 
 private:
     enum class Family { None, VType, Frame55AA };
+
+    // The connection attempts of one stored light that is not connected.
+    struct LinkRetry
+    {
+        quint64 timer = 0;         // only the latest armed timer counts; earlier ones find it changed
+        int failed = 0;            // attempts failed since the link was lost
+        bool inFlight = false;
+        bool reconnecting = false; // announced through sigReconnecting
+        QElapsedTimer since;
+    };
+
+    LinkRetry &linkRetry(const QString &addr);
+    // After ms, the running attempt's deadline or the end of the pause before the next one.
+    void arm(const QString &addr, int ms);
+    void onRetryTimer(const QString &addr, quint64 timer);
+    // Starts an attempt; `replace` drops whatever the plug-in still has going for the light.
+    // False when it could not even start (and has been counted as failed).
+    bool beginAttempt(const QString &addr, bool replace);
+    void attemptFailed(const QString &addr, const char *why);
+    void scheduleReconnect(const QString &addr);
+    void stopReconnecting(const QString &addr);
+    void stopAllReconnecting();
 
     void loadPlugin();
     void attachPlugin(QObject *instance);
@@ -100,4 +143,8 @@ private:
     std::shared_ptr<DevDataMgr> m_store;
     QMap<int, std::shared_ptr<bluetoothProtocolBase>> m_protocols;
     QSet<QString> m_adjusting;
+    ReconnectSchedule m_schedule;
+    QHash<QString, LinkRetry> m_retries;
+    quint64 m_lastTimer = 0;
+    QSet<QString> m_unlinking; // removed by request: their link's end is not a drop
 };

@@ -43,4 +43,6 @@ signals:
     void sigDeviceDiscoveredFinished();
     void sigReconnectDevice(QString devAddr);
     void sigRemoveDeviceFromGroup(QString groupName, QString devAddr);
+    // A light's lost link is being tried again on its own (true) or that has ended (false).
+    void sigReconnecting(QString devAddr, bool active);
 };

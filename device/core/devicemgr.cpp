@@ -35,6 +35,7 @@ DeviceMgr::DeviceMgr(const TransportFactory &ble, const TransportFactory &hue, Q
         connect(source, &BaseDevice::sigDeviceDiscovered, this, &DeviceMgr::onDeviceDiscovered);
         connect(source, &BaseDevice::sigDeviceDiscoveredFinished, this, &BaseDevice::sigDeviceDiscoveredFinished);
         connect(source, &BaseDevice::sigReconnectDevice, this, &BaseDevice::sigReconnectDevice);
+        connect(source, &BaseDevice::sigReconnecting, this, &BaseDevice::sigReconnecting);
     }
 }
 
@@ -84,6 +85,12 @@ bool DeviceMgr::reconnectDevice(const QString &addr)
 {
     const auto transport = route(addr);
     return transport && transport->reconnectDevice(addr);
+}
+
+bool DeviceMgr::isReconnecting(const QString &addr) const
+{
+    const auto ble = std::dynamic_pointer_cast<BluetoothMgr>(route(addr));
+    return ble && ble->isReconnecting(addr);
 }
 
 void DeviceMgr::removeDevice(const QString &addr)
@@ -174,6 +181,7 @@ void DeviceMgr::addDevToGroup(const QString &uuid, const DevData &info) { m_devD
 QString DeviceMgr::addGroup(const QString &name) { return m_devDataMgr->addGroup(name); }
 void DeviceMgr::delGroup(const QString &uuid) { m_devDataMgr->delGroup(uuid); }
 void DeviceMgr::renameGroup(const QString &uuid, const QString &newName) { m_devDataMgr->renameGroup(uuid, newName); }
+void DeviceMgr::renameDev(const QString &addr, const QString &newName) { m_devDataMgr->renameDev(addr, newName); }
 const DevDataMgr::DeviceTable &DeviceMgr::getDevices() const { return m_devDataMgr->devices(); }
 const DevDataMgr::GroupTable &DeviceMgr::getGroups() const { return m_devDataMgr->groups(); }
 QList<DevData> DeviceMgr::getGroupDevices(const QString &uuid) const { return m_devDataMgr->groupDevices(uuid); }

@@ -45,12 +45,15 @@ public:
     void setAdjusting(const QString &addr, bool on) override;
     // Brightness as a fraction of the light's range, rounded to the nearest level.
     void setBrightnessByRatio(const QString &addr, double ratio);
+    // True while a light's lost link is being tried again on its own.
+    bool isReconnecting(const QString &addr) const;
 
     void addDev(const DevData &info);
     void addDevToGroup(const QString &uuid, const DevData &info);
     QString addGroup(const QString &name);
     void delGroup(const QString &uuid);
     void renameGroup(const QString &uuid, const QString &newName);
+    void renameDev(const QString &addr, const QString &newName);
     const DevDataMgr::DeviceTable &getDevices() const;
     const DevDataMgr::GroupTable &getGroups() const;
     QList<DevData> getGroupDevices(const QString &uuid) const;

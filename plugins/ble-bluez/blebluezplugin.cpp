@@ -11,6 +11,24 @@
 #include <QStandardPaths>
 #include <QTimer>
 
+#ifndef BRIVON_INSTALL_DATA_RELDIR
+#define BRIVON_INSTALL_DATA_RELDIR "../share/beamcrafter"
+#endif
+
+namespace {
+
+// data/ beside the program when it runs in place, its share folder once installed.
+QString profilesPath()
+{
+    const QString folder = QCoreApplication::applicationDirPath();
+    const QString inPlace = folder + QStringLiteral("/data/ble-profiles.json");
+    const QString installed =
+        QDir::cleanPath(folder + QStringLiteral("/" BRIVON_INSTALL_DATA_RELDIR "/ble-profiles.json"));
+    return QFileInfo::exists(inPlace) || !QFileInfo::exists(installed) ? inPlace : installed;
+}
+
+} // namespace
+
 BleBluezPlugin::BleBluezPlugin(QObject *parent) : BrivonQXBleInterface(parent)
 {
     loadProfiles();
@@ -57,7 +75,7 @@ void BleBluezPlugin::loadProfiles()
     // The user's file is optional; when present its profiles win a match.
     if (QFileInfo::exists(userProfilePath()))
         paths << userProfilePath();
-    paths << QCoreApplication::applicationDirPath() + QStringLiteral("/data/ble-profiles.json");
+    paths << profilesPath();
     const bool ok = m_profiles.loadFiles(paths);
     for (const QString &problem : m_profiles.problems())
         qWarning().noquote() << "[BleBluezPlugin::loadProfiles]: problem:" << problem;

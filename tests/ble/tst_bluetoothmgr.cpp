@@ -97,6 +97,8 @@ private slots:
     {
         m_home = std::make_unique<TestHome>();
         QVERIFY(m_home->isValid());
+        // Lost links are tried again after 40 ms, doubling up to 160 ms; an attempt fails after 300 ms.
+        qputenv(BluetoothMgr::kReconnectEnvVar, "40,160,300");
         m_store = std::make_shared<DevDataMgr>();
         m_plugin = std::make_unique<FakeBlePlugin>();
         m_mgr = std::make_unique<BluetoothMgr>(m_store, m_plugin.get(), nullptr);
@@ -310,6 +312,54 @@ private slots:
         QCOMPARE(stored().switchState, true);
         QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceDisconnected]:  addr: ") + kAddr));
         emit m_plugin->sigDeviceDisconnected(QStringLiteral("unknown")); // ignored without a trace
+    }
+
+    void lostLinkIsTriedAgainWithGrowingPauses()
+    {
+        m_store->addDev(light(2));
+        QSignalSpy reconnecting(m_mgr.get(), &BaseDevice::sigReconnecting);
+        LogCapture log;
+        emit m_plugin->sigDeviceDisconnected(kAddr);
+        QVERIFY(m_mgr->isReconnecting(kAddr));
+        // Nobody answers: each attempt fails after 300 ms, and only then is the next one scheduled.
+        const QString attempt = QStringLiteral("reconnectDevice ") + kAddr;
+        QVERIFY(QTest::qWaitFor([&] { return m_plugin->calls.count(attempt) >= 4; }, 10000));
+        QStringList steps;
+        QList<int> pauses;
+        for (const QString &line : log.lines()) {
+            if (line.startsWith(QLatin1String("[BluetoothMgr::scheduleReconnect]")))
+                pauses << line.section(QStringLiteral("inMs: "), 1).toInt();
+            else if (line.startsWith(QLatin1String("[BluetoothMgr::reconnect]")))
+                steps << QStringLiteral("try");
+            else if (line.contains(QLatin1String("no answer")))
+                steps << QStringLiteral("fail");
+        }
+        QCOMPARE(steps.mid(0, 6), (QStringList{"try", "fail", "try", "fail", "try", "fail"}));
+        const int nominal[] = {40, 80, 160, 160};
+        for (int i = 0; i < 4; ++i)
+            QVERIFY2(pauses.value(i) <= nominal[i] && pauses.value(i) >= nominal[i] * 85 / 100, qPrintable(QString::number(pauses.value(i))));
+        emit m_plugin->sigDeviceConnected(kAddr);
+        QVERIFY(!m_mgr->isReconnecting(kAddr));
+        QCOMPARE(reconnecting.count(), 2);
+        QCOMPARE(reconnecting.at(1), (QVariantList{kAddr, false}));
+
+        // Lost again: a scan that sees it during a pause tries at once; while that runs, another sighting adds nothing.
+        const QString connect = QStringLiteral("connectToDevice ") + kAddr;
+        emit m_plugin->sigDeviceDisconnected(kAddr);
+        emit m_plugin->sigDeviceDiscovered(2, kAddr, QStringLiteral("a"));
+        emit m_plugin->sigDeviceDiscovered(2, kAddr, QStringLiteral("a"));
+        QCOMPARE(m_plugin->calls.count(connect), 1);
+        emit m_plugin->sigDeviceDisconnected(kAddr); // refused
+        emit m_plugin->sigDeviceDiscovered(2, kAddr, QStringLiteral("a"));
+        QCOMPARE(m_plugin->calls.count(connect), 2);
+
+        // Removed by the user: no attempt follows.
+        m_mgr->removeDevice(kAddr);
+        m_store->delDev(defaultGroupUuid(), kAddr);
+        const int attempts = m_plugin->calls.count(attempt);
+        QTest::qWait(400);
+        QCOMPARE(m_plugin->calls.count(attempt), attempts);
+        QVERIFY(!m_mgr->isReconnecting(kAddr));
     }
 
     // ---- V-type reports

@@ -1,8 +1,12 @@
-// A control-deck client driving the real program over its WebSocket server, with the simulated
-// Bluetooth lights answering on the other side.
+// A control-deck client driving the installed program over its WebSocket server, with the
+// simulated Bluetooth lights from its plug-in folder answering on the other side. The program
+// runs from the prefix the "installed" fixture fills, so the effect list proves that it found its
+// installed tables.
 #include "processutil.h"
 #include "testhome.h"
 
+#include <QElapsedTimer>
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -78,6 +82,8 @@ private slots:
     void groupCommandFansOut();
     void repliesReachOnlyTheLatestClient();
     void exampleClientListsAndDims();
+    void sigtermKeepsTheLastChange();
+    void defaultPluginFoundByBareName();
 
 private:
     QJsonObject simState(const QString &addr);
@@ -116,13 +122,13 @@ void TestPluginServerE2E::initTestCase()
 
     m_control = QStringLiteral("/tmp/brivon-e2e-sim-%1").arg(QCoreApplication::applicationPid());
     QProcessEnvironment env = m_home->environment();
-    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_BIN_DIR "/libBrivonBleSim.so"));
+    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_INSTALLED_PLUGINS "/libBrivonBleSim.so"));
     env.insert(QStringLiteral("BRIVON_SIM_LIGHTS"), m_home->path() + QStringLiteral("/lights.json"));
     env.insert(QStringLiteral("BRIVON_SIM_CONTROL"), m_control);
     m_app = std::make_unique<QProcess>();
     m_app->setProcessEnvironment(env);
     m_app->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_app->start(beamcrafterPath(), {});
+    m_app->start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
     QVERIFY(m_app->waitForStarted(10000));
 
     // The port it found is published in its settings.
@@ -313,6 +319,61 @@ void TestPluginServerE2E::exampleClientListsAndDims()
     QVERIFY2(example.exitCode() == 0 && output.contains(QStringLiteral("light %1  \"RGB panel\"").arg(kRgb)), qPrintable(output));
     QVERIFY2(output.contains(QStringLiteral("state %1: on, brightness 35").arg(kRgb)), qPrintable(output));
     QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 35));
+}
+
+void TestPluginServerE2E::sigtermKeepsTheLastChange()
+{
+    const auto brightness = [this](int value) {
+        m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}, {"value", value}}));
+        return waitForSim(kRgb, QStringLiteral("brightness"), value);
+    };
+    // "switch" toggles: the light may already be on from an earlier case.
+    if (simState(kRgb).value(QLatin1String("power")) != QJsonValue(true))
+        m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
+    // The first change is written at once, the second one waits for the next half-second write.
+    QVERIFY(brightness(62));
+    QElapsedTimer sinceChange;
+    sinceChange.start();
+    QVERIFY(brightness(63));
+    m_app->terminate(); // SIGTERM
+    qInfo() << "SIGTERM" << sinceChange.elapsed() << "ms after the change was sent";
+    QVERIFY(m_app->waitForFinished(10000));
+    QCOMPARE(m_app->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_app->exitCode(), 0);
+    const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
+    for (const QJsonValue &dev : devs) {
+        if (dev.toObject().value(QLatin1String("addr")).toString() == kRgb)
+            QCOMPARE(dev.toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 63);
+    }
+    QCOMPARE(devs.size(), 2);
+}
+
+void TestPluginServerE2E::defaultPluginFoundByBareName()
+{
+    // A second instance of its own (another runtime folder), without the plug-in override: the
+    // BlueZ plug-in comes from the installed plug-in folder and finds its light profiles.
+    QProcessEnvironment env = m_home->environment();
+    const QString runtime = m_home->path() + QStringLiteral("/runtime2");
+    QVERIFY(QDir().mkpath(runtime));
+    QFile(runtime).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    env.insert(QStringLiteral("QT_DEBUG_PLUGINS"), QStringLiteral("1"));
+    QProcess app;
+    app.setProcessEnvironment(env);
+    app.setProcessChannelMode(QProcess::MergedChannels);
+    QByteArray output;
+    app.start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
+    QVERIFY(app.waitForStarted(10000));
+    const QByteArray loaded = "\"" BRIVON_INSTALLED_PLUGINS "/libBrivonQXBleDLL.so\" loaded library";
+    const bool found = waitUntil([&] {
+        output += app.readAll();
+        return output.contains(loaded);
+    }, 15000);
+    app.kill();
+    app.waitForFinished(5000);
+    QVERIFY2(found, output.right(3000).constData());
+    QVERIFY2(!output.contains("[BleBluezPlugin::loadProfiles]"), output.right(3000).constData());
 }
 
 QTEST_GUILESS_MAIN(TestPluginServerE2E)
