@@ -188,8 +188,13 @@ bool TestPluginServerE2E::waitForSim(const QString &addr, const QString &key, co
 void TestPluginServerE2E::listsStoredLightsAndGroups()
 {
     m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
-    QVERIFY(waitUntil([&] { return !m_client->received.isEmpty(); }, 5000));
-    const QJsonObject reply = m_client->received.takeLast();
+    QJsonObject reply;
+    QVERIFY(waitUntil([&] {
+        for (const QJsonObject &message : std::as_const(m_client->received))
+            if (message.value(QLatin1String("subCmd")).toString() == QLatin1String("listdevice"))
+                reply = message;
+        return !reply.isEmpty();
+    }, 5000));
     QCOMPARE(reply.value(QLatin1String("cmd")).toInt(), 20000);
     const QJsonObject param = reply.value(QLatin1String("param")).toObject();
     QCOMPARE(param.value(QLatin1String("light")).toArray().size(), 2);
