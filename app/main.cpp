@@ -9,6 +9,7 @@
 #include "quitsignals.h"
 
 #include <QFontDatabase>
+#include <QStyle>
 #include <QTextCodec>
 
 int main(int argc, char *argv[])
@@ -35,6 +36,9 @@ int main(int argc, char *argv[])
     QObject::connect(&app, &QGuiApplication::commitDataRequest, DeviceMgrSingleton::instance()->store(),
                      &DevDataMgr::flush);
 
+    // Before any widget exists: set later, the application's sheet re-polishes every widget there is.
+    app.setStyleSheet(QStringLiteral("#mainWindow {    border-radius: 11px;    background-color: #282828;}"));
+
     int exitCode = 0;
     {
         ModifyWindow window;
@@ -42,7 +46,9 @@ int main(int argc, char *argv[])
         QObject::connect(&app, &QtSingleApplication::messageReceived, &window,
                          &ModifyWindow::onMessageReceived);
         window.setObjectName(QStringLiteral("mainWindow"));
-        app.setStyleSheet(QStringLiteral("#mainWindow {    border-radius: 11px;    background-color: #282828;}"));
+        // The name came after the sheet: match the window (alone, not its children) once more.
+        window.style()->unpolish(&window);
+        window.style()->polish(&window);
         window.show();
         exitCode = app.exec();
         if (fontId != -1)

@@ -8,7 +8,7 @@ PACKAGES=(
     qt6-base-dev qt6-base-dev-tools qt6-websockets-dev qt6-connectivity-dev qt6-svg-dev
     qt6-5compat-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qt6-translations-l10n
     qt6-image-formats-plugins libgl-dev
-    xvfb xauth x11-apps openssl fonts-roboto-unhinted fonts-wqy-microhei
+    xvfb xauth x11-apps libxcb1-dev openssl fonts-roboto-unhinted fonts-wqy-microhei
     clang-14 libclang-rt-14-dev
     desktop-file-utils appstream dpkg-dev file
     dbus-daemon python3-dbusmock python3

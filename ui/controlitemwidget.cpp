@@ -10,6 +10,7 @@
 #include "uistylesheets.h"
 
 #include <QColorDialog>
+#include <QFocusEvent>
 #include <QDebug>
 #include <QHBoxLayout>
 #include <QInputDialog>
@@ -48,7 +49,60 @@ const QString &colorDialogSheet()
     return sheet;
 }
 
+// The size of a card with its controls, for the cards still without them.
+QSize g_builtSizeHint;
+QSize g_builtMinimumSizeHint;
+
 } // namespace
+
+// Hands the store's reports on a light to that light's cards only: one queued delivery per report
+// rather than one per card, which with hundreds of cards would be hundreds of events per report.
+class ControlItemRouter : public QObject
+{
+public:
+    static ControlItemRouter *of(DevDataMgr *store)
+    {
+        auto *router = store->findChild<ControlItemRouter *>(QString(), Qt::FindDirectChildrenOnly);
+        return router ? router : new ControlItemRouter(store);
+    }
+
+    void add(const QString &addr, ControlItemWidget *card) { m_cards.insert(addr, card); }
+    void remove(const QString &addr, ControlItemWidget *card) { m_cards.remove(addr, card); }
+
+private:
+    explicit ControlItemRouter(DevDataMgr *store)
+        : QObject(store)
+    {
+        connect(
+            store, &DevDataMgr::onUpdateDev, this,
+            [this](const QString &, const QString &, const DevData &info) {
+                for (const QPointer<ControlItemWidget> &card : cardsOf(info.addr)) {
+                    if (card)
+                        card->slotUpdateLightState(info);
+                }
+            },
+            Qt::QueuedConnection);
+        connect(
+            store, &DevDataMgr::onUpdateDevParamRange, this,
+            [this](const DevData &info) {
+                for (const QPointer<ControlItemWidget> &card : cardsOf(info.addr)) {
+                    if (card)
+                        card->applyParamRange(info);
+                }
+            },
+            Qt::QueuedConnection);
+    }
+
+    QList<QPointer<ControlItemWidget>> cardsOf(const QString &addr) const
+    {
+        QList<QPointer<ControlItemWidget>> result;
+        for (auto it = m_cards.constFind(addr); it != m_cards.cend() && it.key() == addr; ++it)
+            result.append(it.value());
+        return result;
+    }
+
+    QMultiHash<QString, ControlItemWidget *> m_cards;
+};
 
 ControlItemWidget::ControlItemWidget(QWidget *parent)
     : QFrame(parent)
@@ -61,6 +115,29 @@ ControlItemWidget::ControlItemWidget(QWidget *parent)
         "QMenu { background: #4B4C4E;border-radius: 2px;}"
         "QMenu::item { background: #4B4C4E; color: white; height: 30px; }"
         "QMenu::item:selected { background: #0A84FF;}"));
+    // Until its controls exist the card takes their place in the Tab order.
+    setFocusPolicy(Qt::TabFocus);
+
+    // A coarse timer may fire a little early, and then a light would get two values within 100 ms.
+    m_dragTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_dragTimer, &QTimer::timeout, this, &ControlItemWidget::onTimeout);
+
+    DeviceMgr *mgr = DeviceMgrSingleton::instance();
+    connect(mgr, &BaseDevice::sigReconnectDevice, this, &ControlItemWidget::slotReconnectDevice);
+    connect(mgr, &BaseDevice::sigReconnecting, this, [this](const QString &addr, bool active) {
+        if (addr == m_addr)
+            showReconnecting(active);
+    });
+
+    setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(this, &QWidget::customContextMenuRequested, this, &ControlItemWidget::showContextMenu);
+}
+
+void ControlItemWidget::build()
+{
+    if (m_built)
+        return;
+    m_built = true;
 
     m_mainLayout = new QVBoxLayout(this);
     m_mainLayout->setContentsMargins(0, 0, 0, 0);
@@ -173,80 +250,213 @@ ControlItemWidget::ControlItemWidget(QWidget *parent)
     connect(m_temperatureSlider, &CustomSlider::sigSliderReleased, this, &ControlItemWidget::onSliderReleased);
     connect(m_brightnessSlider, &QSlider::valueChanged, this, &ControlItemWidget::onBrightnessChanged);
     connect(m_temperatureSlider, &QSlider::valueChanged, this, &ControlItemWidget::onTemperatureChanged);
-    // A coarse timer may fire a little early, and then a light would get two values within 100 ms.
-    m_dragTimer.setTimerType(Qt::PreciseTimer);
-    connect(&m_dragTimer, &QTimer::timeout, this, &ControlItemWidget::onTimeout);
-
-    DeviceMgr *mgr = DeviceMgrSingleton::instance();
     connect(m_reconnectIcon, &RotatingSvgWidget::reconnect_dev, this, [this] {
         DeviceMgrSingleton::instance()->reconnectDevice(m_addr);
     });
-    connect(mgr, &BaseDevice::sigReconnectDevice, this, &ControlItemWidget::slotReconnectDevice);
-    connect(mgr, &BaseDevice::sigReconnecting, this, [this](const QString &addr, bool active) {
-        if (addr == m_addr)
-            showReconnecting(active);
-    });
 
-    setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(this, &QWidget::customContextMenuRequested, this, &ControlItemWidget::showContextMenu);
+    // The controls come after the card in the Tab order, in the order they were made, wherever the
+    // chain had put them.
+    QWidget *previous = this;
+    for (QWidget *control : {static_cast<QWidget *>(m_temperatureSlider), static_cast<QWidget *>(m_brightnessSlider),
+                             static_cast<QWidget *>(m_powerButton), static_cast<QWidget *>(m_colorButton),
+                             static_cast<QWidget *>(m_effectButton), static_cast<QWidget *>(m_reconnectIcon)}) {
+        QWidget::setTabOrder(previous, control);
+        previous = control;
+    }
+    // Only now: the Tab order is not changed around a widget that takes no focus.
+    setFocusPolicy(Qt::NoFocus);
 
-    DevDataMgr *store = mgr->store();
-    connect(
-        store, &DevDataMgr::onUpdateDev, this,
-        [this](const QString &, const QString &, const DevData &info) {
-            if (info.addr == m_addr)
-                slotUpdateLightState(info);
-        },
-        Qt::QueuedConnection);
-    connect(
-        store, &DevDataMgr::onUpdateDevParamRange, this,
-        [this](const DevData &info) {
-            if (info.addr == m_addr)
-                applyParamRange(info);
-        },
-        Qt::QueuedConnection);
+    if (!m_addr.isEmpty()) {
+        // What the light reported while the card had no controls, as if they had followed it.
+        const QString color = std::exchange(m_currentColor, QString());
+        showName(m_name);
+        applyParamRange(m_rangeRecord);
+        slotUpdateLightState(m_stateRecord);
+        if (m_currentColor.isEmpty())
+            m_currentColor = color;
+        showReconnecting(m_autoReconnecting);
+    }
+
+    if (!g_builtSizeHint.isValid()) {
+        g_builtSizeHint = QFrame::sizeHint();
+        g_builtMinimumSizeHint = QFrame::minimumSizeHint();
+    }
+
+    // Made while the card is on screen: they show at once rather than with the next event.
+    if (isVisible()) {
+        const QList<QWidget *> children = findChildren<QWidget *>(Qt::FindDirectChildrenOnly);
+        for (QWidget *child : children) {
+            if (!child->isWindow() && !child->testAttribute(Qt::WA_WState_ExplicitShowHide))
+                child->show();
+        }
+    }
 }
 
 ControlItemWidget::~ControlItemWidget()
 {
+    if (m_router)
+        m_router->remove(m_addr, this);
     // A card deleted in the middle of a drag must not leave its light adjusting for good.
     if (m_dragMode != DragNone)
         AdjustingTracker::instance()->end(m_addr);
 }
 
+// The drop-downs exist from the start, their contents only once opened: a panel of many cards
+// would otherwise build hundreds of pickers and colour dialogs that nobody opens.
+CustomSlider *ControlItemWidget::brightnessSlider()
+{
+    build();
+    return m_brightnessSlider;
+}
+
+CustomSlider *ControlItemWidget::temperatureSlider()
+{
+    build();
+    return m_temperatureSlider;
+}
+
+SwitchButton *ControlItemWidget::powerButton()
+{
+    build();
+    return m_powerButton;
+}
+
+QPushButton *ControlItemWidget::colorButton()
+{
+    build();
+    return m_colorButton;
+}
+
+QPushButton *ControlItemWidget::effectButton()
+{
+    build();
+    return m_effectButton;
+}
+
+QLabel *ControlItemWidget::nameLabel()
+{
+    build();
+    return m_nameLabel;
+}
+
+QLabel *ControlItemWidget::linkStateLabel()
+{
+    build();
+    return m_linkStateLabel;
+}
+
+RotatingSvgWidget *ControlItemWidget::reconnectIcon()
+{
+    build();
+    return m_reconnectIcon;
+}
+
+QSize ControlItemWidget::sizeHint() const
+{
+    if (m_built || !g_builtSizeHint.isValid())
+        return QFrame::sizeHint();
+    return g_builtSizeHint;
+}
+
+QSize ControlItemWidget::minimumSizeHint() const
+{
+    if (m_built || !g_builtMinimumSizeHint.isValid())
+        return QFrame::minimumSizeHint();
+    return g_builtMinimumSizeHint;
+}
+
+void ControlItemWidget::paintEvent(QPaintEvent *event)
+{
+    // Painted means on screen: the controls follow with the next turn of the event loop.
+    if (!m_built && !m_buildQueued) {
+        m_buildQueued = true;
+        QMetaObject::invokeMethod(this, &ControlItemWidget::build, Qt::QueuedConnection);
+    }
+    QFrame::paintEvent(event);
+}
+
+void ControlItemWidget::focusInEvent(QFocusEvent *event)
+{
+    QFrame::focusInEvent(event);
+    if (m_built)
+        return;
+    // Reached with Tab before it came into view: the focus goes on to its first control (to its
+    // last with Shift+Tab), as if the controls had been there all along.
+    build();
+    if (event->reason() == Qt::BacktabFocusReason) {
+        const QList<QWidget *> controls{m_reconnectIcon, m_effectButton, m_colorButton,
+                                        m_powerButton, m_brightnessSlider, m_temperatureSlider};
+        for (QWidget *control : controls) {
+            if (control->isVisible() && control->isEnabled() && (control->focusPolicy() & Qt::TabFocus)) {
+                control->setFocus(Qt::BacktabFocusReason);
+                return;
+            }
+        }
+        focusNextPrevChild(false);
+        return;
+    }
+    focusNextPrevChild(true);
+}
+
 void ControlItemWidget::setupEffectMenu()
 {
-    auto *menu = new QMenu(this);
-    m_effectPicker = new LightEffectSetDialog(this);
-    auto *action = new QWidgetAction(menu);
-    action->setDefaultWidget(m_effectPicker);
-    menu->addAction(action);
-    m_effectButton->setMenu(menu);
-
-    connect(menu, &QMenu::aboutToShow, this, [this] {
-        m_effectPicker->loadEffects(m_addr, m_protocol);
+    m_effectMenu = new QMenu(this);
+    m_effectButton->setMenu(m_effectMenu);
+    connect(m_effectMenu, &QMenu::aboutToShow, this, [this] {
+        LightEffectSetDialog *picker = effectPicker();
+        picker->loadEffects(m_addr, m_protocol);
         if (!m_currentEffect.isEmpty())
-            m_effectPicker->selectEffectCmd(m_currentEffect);
+            picker->selectEffectCmd(m_currentEffect);
     });
+}
+
+LightEffectSetDialog *ControlItemWidget::effectPicker()
+{
+    build();
+    if (m_effectPicker)
+        return m_effectPicker;
+    m_effectPicker = new LightEffectSetDialog(this);
+    auto *action = new QWidgetAction(m_effectMenu);
+    action->setDefaultWidget(m_effectPicker);
+    m_effectMenu->addAction(action);
     connect(m_effectPicker, &LightEffectSetDialog::selectEffect, this, [this](const QString &name, const QString &cmd) {
         Q_UNUSED(name)
         m_currentEffect = cmd;
         showEffectName();
     });
+    // As it would be had it followed the light's reports from the start.
+    m_effectPicker->loadEffects(m_addr, m_protocol);
+    if (!m_currentEffect.isEmpty())
+        m_effectPicker->selectEffectCmd(m_currentEffect);
+    return m_effectPicker;
 }
 
 void ControlItemWidget::setupColorMenu()
 {
-    auto *menu = new QMenu(this);
-    menu->setStyleSheet(QStringLiteral("font: 9pt \"Microsoft YaHei UI\";font-size: 13px;"));
+    m_colorMenu = new QMenu(this);
+    m_colorButton->setMenu(m_colorMenu);
+    connect(m_colorMenu, &QMenu::aboutToShow, this, [this] {
+        QColorDialog *dialog = colorDialog();
+        // Before the light has reported a colour the dialog keeps its own rather than showing black.
+        if (QColor::isValidColorName(m_currentColor))
+            dialog->setCurrentColor(QColor(m_currentColor));
+        dialog->show();
+    });
+}
+
+QColorDialog *ControlItemWidget::colorDialog()
+{
+    build();
+    if (m_colorDialog)
+        return m_colorDialog;
+    m_colorMenu->setStyleSheet(QStringLiteral("font: 9pt \"Microsoft YaHei UI\";font-size: 13px;"));
     m_colorDialog = new QColorDialog(this);
     // Embedded in a drop-down: only the widget dialog can live there.
     m_colorDialog->setOption(QColorDialog::DontUseNativeDialog);
     m_colorDialog->setWindowFlags(Qt::Widget);
-    auto *action = new QWidgetAction(menu);
+    auto *action = new QWidgetAction(m_colorMenu);
     action->setDefaultWidget(m_colorDialog);
-    menu->addAction(action);
-    m_colorButton->setMenu(menu);
+    m_colorMenu->addAction(action);
 
     // Picking from the screen would grab the pointer from inside an open drop-down.
     const QString pickText = QColorDialog::tr("&Pick Screen Color");
@@ -259,19 +469,20 @@ void ControlItemWidget::setupColorMenu()
     }
     m_colorDialog->setStyleSheet(colorDialogSheet());
 
-    connect(menu, &QMenu::aboutToShow, this, [this] {
-        // Before the light has reported a colour the dialog keeps its own rather than showing black.
-        if (QColor::isValidColorName(m_currentColor))
-            m_colorDialog->setCurrentColor(QColor(m_currentColor));
-        m_colorDialog->show();
-    });
-    connect(m_colorDialog, &QDialog::accepted, menu, &QMenu::close);
-    connect(m_colorDialog, &QDialog::rejected, menu, &QMenu::close);
+    connect(m_colorDialog, &QDialog::accepted, m_colorMenu, &QMenu::close);
+    connect(m_colorDialog, &QDialog::rejected, m_colorMenu, &QMenu::close);
     connect(m_colorDialog, &QColorDialog::colorSelected, this, &ControlItemWidget::onColorSelected);
+    return m_colorDialog;
 }
 
 void ControlItemWidget::setDevice(const QString &groupUuid, const QString &groupName, const DevData &dev)
 {
+    DevDataMgr *store = DeviceMgrSingleton::instance()->store();
+    if (m_router)
+        m_router->remove(m_addr, this);
+    m_router = ControlItemRouter::of(store);
+    m_router->add(dev.addr, this);
+
     m_groupUuid = groupUuid;
     m_groupName = groupName;
     m_addr = dev.addr;
@@ -290,6 +501,8 @@ void ControlItemWidget::showReconnecting(bool active)
 {
     // The icon spins for as long as the program tries on its own; a connection hides it.
     m_autoReconnecting = active;
+    if (!m_built)
+        return;
     if (active && !m_reconnectIcon->isRotating())
         m_reconnectIcon->onStartRotation();
     else if (!active && m_reconnectIcon->isRotating())
@@ -299,11 +512,13 @@ void ControlItemWidget::showReconnecting(bool active)
 void ControlItemWidget::showName(const QString &name)
 {
     m_name = name;
+    setAccessibleName(name);
+    if (!m_built)
+        return;
     // A long name is cut with an ellipsis rather than mid-letter; the tool tip has it in full.
     m_nameLabel->ensurePolished(); // the style sheet's font size, not the default one
     m_nameLabel->setText(QFontMetrics(m_nameLabel->font()).elidedText(name, Qt::ElideRight, m_nameLabel->width()));
     m_nameLabel->setToolTip(name);
-    setAccessibleName(name);
 }
 
 void ControlItemWidget::askForName()
@@ -348,23 +563,33 @@ void ControlItemWidget::clearEffectSelection()
 {
     if (m_currentEffect.isEmpty())
         return;
-    m_effectPicker->clearEffectCmd(m_currentEffect);
+    if (m_effectPicker)
+        m_effectPicker->clearEffectCmd(m_currentEffect);
     m_currentEffect.clear();
-    showEffectName();
+    if (m_built)
+        showEffectName();
+}
+
+QString ControlItemWidget::effectName(const QString &cmd) const
+{
+    if (cmd.isEmpty())
+        return QString();
+    const QList<EffectItem> effects = DeviceMgrSingleton::instance()->getEffectData().effects(m_protocol);
+    for (const EffectItem &effect : effects) {
+        if (effect.cmd == cmd)
+            return effect.name;
+    }
+    return QString();
+}
+
+bool ControlItemWidget::hasEffect(const QString &cmd) const
+{
+    return !effectName(cmd).isEmpty();
 }
 
 void ControlItemWidget::showEffectName()
 {
-    QString name;
-    if (!m_currentEffect.isEmpty()) {
-        const QList<EffectItem> effects = DeviceMgrSingleton::instance()->getEffectData().effects(m_protocol);
-        for (const EffectItem &effect : effects) {
-            if (effect.cmd == m_currentEffect) {
-                name = effect.name;
-                break;
-            }
-        }
-    }
+    const QString name = effectName(m_currentEffect);
     if (name.isEmpty()) {
         m_effectButton->setText(tr("光效"));
         m_effectButton->setToolTip(tr("光效"));
@@ -430,6 +655,12 @@ void ControlItemWidget::updateControlsEnabled()
 
 void ControlItemWidget::applyParamRange(const DevData &dev)
 {
+    m_brightnessRatio = dev.brightnessRatio;
+    m_temperatureRatio = dev.temperatureRatio;
+    if (!m_built) {
+        m_rangeRecord = dev;
+        return;
+    }
     {
         const QSignalBlocker blocker(m_brightnessSlider);
         m_brightnessRatio = dev.brightnessRatio;
@@ -459,6 +690,19 @@ void ControlItemWidget::slotUpdateLightState(DevData dev)
 {
     if (dev.addr != m_addr)
         return;
+    if (!m_built) {
+        // Kept for the controls; what the card shows or tells without them follows at once.
+        m_stateRecord = dev;
+        if (dev.name != m_name && !dev.name.isEmpty())
+            showName(dev.name);
+        if (m_colorLightEnable && (dev.devCurModel == 3 || dev.protocol == 2001))
+            m_currentColor = dev.colorLight;
+        if (m_lightEffectEnable)
+            m_currentEffect = dev.devCurModel == 2 && hasEffect(dev.lightEffect) ? dev.lightEffect : QString();
+        m_lastAuxValue1 = dev.auxValue1;
+        m_lastAuxValue2 = dev.auxValue2;
+        return;
+    }
 
     if (dev.linkState != m_linkState) {
         m_linkState = dev.linkState;
@@ -477,7 +721,7 @@ void ControlItemWidget::slotUpdateLightState(DevData dev)
 
     if (m_colorLightEnable && dev.colorLight != m_currentColor && (dev.devCurModel == 3 || dev.protocol == 2001)) {
         setColorButton(dev.colorLight);
-        if (m_colorDialog->isVisible())
+        if (m_colorDialog && m_colorDialog->isVisible())
             m_colorDialog->setCurrentColor(QColor(dev.colorLight));
     }
     // Out of colour mode the button goes back to its plain look; the colour is kept for the picker.
@@ -499,10 +743,15 @@ void ControlItemWidget::slotUpdateLightState(DevData dev)
     if (m_lightEffectEnable) {
         if (dev.lightEffect != m_currentEffect)
             m_currentEffect = dev.lightEffect;
-        if (m_effectPicker->isEmpty())
-            m_effectPicker->loadEffects(m_addr, m_protocol);
         if (dev.devCurModel == 2) {
-            m_effectPicker->selectEffectCmd(m_currentEffect);
+            if (m_effectPicker) {
+                if (m_effectPicker->isEmpty())
+                    m_effectPicker->loadEffects(m_addr, m_protocol);
+                m_effectPicker->selectEffectCmd(m_currentEffect);
+            } else if (!hasEffect(m_currentEffect)) {
+                // What the picker does with a command it has no button for.
+                m_currentEffect.clear();
+            }
             showEffectName();
         } else {
             clearEffectSelection();
@@ -517,6 +766,7 @@ void ControlItemWidget::slotPluginUpdateLightState(DevData dev)
 {
     if (dev.addr != m_addr)
         return;
+    build();
     // The last values are deliberately not stored first: the sliders' change handlers record the
     // move as if the user had made it.
     if (dev.temperature != m_lastTemperature)
@@ -529,7 +779,7 @@ void ControlItemWidget::slotPluginUpdateLightState(DevData dev)
 
 void ControlItemWidget::slotReconnectDevice(QString devAddr)
 {
-    if (devAddr != m_addr)
+    if (devAddr != m_addr || !m_built)
         return;
     if (!m_reconnectIcon->isRotating())
         m_reconnectIcon->onStartRotation();

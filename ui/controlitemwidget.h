@@ -4,9 +4,11 @@
 
 #include <QFrame>
 #include <QList>
+#include <QPointer>
 #include <QString>
 #include <QTimer>
 
+class ControlItemRouter;
 class CustomSlider;
 class LightEffectSetDialog;
 class QColorDialog;
@@ -44,16 +46,21 @@ public:
     QString currentColor() const { return m_currentColor; }
     QString currentEffect() const { return m_currentEffect; }
 
-    CustomSlider *brightnessSlider() const { return m_brightnessSlider; }
-    CustomSlider *temperatureSlider() const { return m_temperatureSlider; }
-    SwitchButton *powerButton() const { return m_powerButton; }
-    QPushButton *colorButton() const { return m_colorButton; }
-    QPushButton *effectButton() const { return m_effectButton; }
-    QLabel *nameLabel() const { return m_nameLabel; }
-    QLabel *linkStateLabel() const { return m_linkStateLabel; }
-    RotatingSvgWidget *reconnectIcon() const { return m_reconnectIcon; }
-    LightEffectSetDialog *effectPicker() const { return m_effectPicker; }
-    QColorDialog *colorDialog() const { return m_colorDialog; }
+    // A card makes its controls when it first comes into view (a panel of hundreds of lights
+    // would otherwise build them all at start-up) or when one of them is asked for here.
+    bool isBuilt() const { return m_built; }
+    void build();
+    CustomSlider *brightnessSlider();
+    CustomSlider *temperatureSlider();
+    SwitchButton *powerButton();
+    QPushButton *colorButton();
+    QPushButton *effectButton();
+    QLabel *nameLabel();
+    QLabel *linkStateLabel();
+    RotatingSvgWidget *reconnectIcon();
+    // Made when their drop-down first opens (or when asked for here).
+    LightEffectSetDialog *effectPicker();
+    QColorDialog *colorDialog();
 
     // Text colour that stays readable on a button of the given background colour.
     static QString textColorFor(const QColor &background);
@@ -70,8 +77,14 @@ private slots:
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
 
 private:
+    friend class ControlItemRouter;
+
     void setupColorMenu();
     void setupEffectMenu();
     void applyParamRange(const DevData &dev);
@@ -79,6 +92,8 @@ private:
     // Controls follow the link, the switch and what the light can do.
     void updateControlsEnabled();
     void showEffectName();
+    QString effectName(const QString &cmd) const;
+    bool hasEffect(const QString &cmd) const;
     void showName(const QString &name);
     void askForName();
     void beginAdjusting(DragMode mode, bool fromKeyboard);
@@ -113,6 +128,8 @@ private:
     QString m_groupName;
     QString m_name;
     QString m_addr;
+    QMenu *m_effectMenu = nullptr;
+    QMenu *m_colorMenu = nullptr;
     LightEffectSetDialog *m_effectPicker = nullptr;
     QString m_currentEffect;
     QColorDialog *m_colorDialog = nullptr;
@@ -139,4 +156,10 @@ private:
     // Set while the card itself moves a slider to a reported value, so that the move is not
     // mistaken for a user's.
     bool m_applyingState = false;
+    bool m_built = false;
+    bool m_buildQueued = false;
+    // The light's last reported state and ranges, shown when the controls are made.
+    DevData m_stateRecord;
+    DevData m_rangeRecord;
+    QPointer<ControlItemRouter> m_router;
 };

@@ -5,15 +5,19 @@
 #include "groupheaderwidget.h"
 
 #include <QDebug>
+#include <QEvent>
 #include <QGroupBox>
 #include <QScrollArea>
+#include <QScrollBar>
+#include <QTimer>
 #include <QVBoxLayout>
 
-#include <algorithm>
 
 namespace {
 const char kUuidProperty[] = "uuid";
-}
+// Enough cards to fill the tallest window.
+constexpr int kCardsBuiltAtStart = 6;
+} // namespace
 
 ControlWidget::ControlWidget(QWidget *parent)
     : QFrame(parent)
@@ -49,21 +53,72 @@ ControlWidget::ControlWidget(QWidget *parent)
     connect(store, &DevDataMgr::onAddGroup, this, &ControlWidget::onAddGroup);
     connect(store, &DevDataMgr::onDelGroup, this, &ControlWidget::onDelGroup);
     connect(store, &DevDataMgr::onUpdateGroup, this, &ControlWidget::onUpdateGroup);
+    // Cards make their controls as they come into view.
+    connect(m_scrollArea->verticalScrollBar(), &QScrollBar::valueChanged, this, &ControlWidget::scheduleBuildInView);
+    m_scrollArea->viewport()->installEventFilter(this);
+    m_scrollContent->installEventFilter(this);
     load();
+}
+
+bool ControlWidget::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::Resize || event->type() == QEvent::LayoutRequest)
+        scheduleBuildInView();
+    return QFrame::eventFilter(watched, event);
+}
+
+void ControlWidget::showEvent(QShowEvent *event)
+{
+    QFrame::showEvent(event);
+    scheduleBuildInView();
+}
+
+void ControlWidget::scheduleBuildInView()
+{
+    if (m_buildScheduled)
+        return;
+    m_buildScheduled = true;
+    QTimer::singleShot(0, this, &ControlWidget::buildCardsInView);
+}
+
+void ControlWidget::buildCardsInView()
+{
+    m_buildScheduled = false;
+    if (!isVisible())
+        return;
+    // What is on screen and one screen either side, so that scrolling finds the cards ready.
+    const int height = m_scrollArea->viewport()->height();
+    const QRect reach(0, m_scrollArea->verticalScrollBar()->value() - height, m_scrollContent->width(), 3 * height);
+    for (QGroupBox *box : qAsConst(m_groupBoxes)) {
+        if (!box->geometry().intersects(reach))
+            continue;
+        const QList<ControlItemWidget *> all = cards(box);
+        for (ControlItemWidget *item : all) {
+            if (!item->isBuilt() && item->geometry().translated(box->pos()).intersects(reach))
+                item->build();
+        }
+    }
 }
 
 void ControlWidget::load()
 {
     DeviceMgr *mgr = DeviceMgrSingleton::instance();
-    QList<DevData> all = mgr->getDevices().values();
-    // The table has no order of its own: by name, so that the list looks the same at every start.
-    std::sort(all.begin(), all.end(), [](const DevData &a, const DevData &b) {
-        return a.name != b.name ? a.name < b.name : a.addr < b.addr;
-    });
-    addSection(defaultGroupUuid(), tr("设备列表"), all);
+    // The store keeps the order in which lights and groups were added.
+    addSection(defaultGroupUuid(), tr("设备列表"), mgr->getDevices().values());
     const DevDataMgr::GroupTable &groups = mgr->getGroups();
     for (const GroupData &group : groups)
         addSection(group.uuid, group.name, mgr->getGroupDevices(group.uuid));
+
+    // The first screen's cards are complete when the window first shows.
+    int eager = kCardsBuiltAtStart;
+    for (QGroupBox *box : qAsConst(m_groupBoxes)) {
+        const QList<ControlItemWidget *> all = cards(box);
+        for (ControlItemWidget *item : all) {
+            if (eager-- <= 0)
+                return;
+            item->build();
+        }
+    }
 }
 
 QGroupBox *ControlWidget::section(const QString &uuid) const

@@ -40,8 +40,14 @@ public slots:
     void onDelGroup(QString uuid);
     void onUpdateGroup(QString uuid, QString newName);
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+
 private:
     void load();
+    void scheduleBuildInView();
+    void buildCardsInView();
     void addSection(const QString &uuid, const QString &name, const QList<DevData> &records);
     void addCard(QGroupBox *section, const QString &uuid, const QString &groupName, const DevData &info);
     void removeSection(QGroupBox *section);
@@ -51,4 +57,5 @@ private:
     QScrollArea *m_scrollArea = nullptr;
     QWidget *m_scrollContent = nullptr;
     QVBoxLayout *m_contentLayout = nullptr;
+    bool m_buildScheduled = false;
 };

@@ -27,20 +27,19 @@
 #include <QVBoxLayout>
 
 ModifyWindow::ModifyWindow(QWidget *parent)
-    : QWidget(parent)
+    // The flags go to the base: set once the children exist, they would re-polish every one of them.
+    : QWidget(parent, Qt::FramelessWindowHint | Qt::WindowMinimizeButtonHint)
     , m_mainLayout(new QVBoxLayout(this))
     , m_contentLayout(new QHBoxLayout)
     , m_titleBar(new ModifyTitleBar(this, tr("Brivon Lumen")))
     , m_middleWidget(new MiddleWidget(this))
     , m_controlWidget(new ControlWidget(this))
     , m_scanWidget(new ScanWidget(this))
-    , m_settingWindow(new SettingWindow(this))
     , m_messageBox(new MessageBoxWidget(this))
     , m_updateCheck(std::make_shared<UpdateCheck>())
     , m_updateDialog(new UpdateDialog(this))
     , m_openBluetoothSettings([] { openBluetoothSettings(); })
 {
-    setWindowFlags(Qt::FramelessWindowHint | Qt::WindowMinimizeButtonHint);
     setAttribute(Qt::WA_TranslucentBackground);
 
     m_mainLayout->setContentsMargins(0, 0, 0, 0);
@@ -52,7 +51,6 @@ ModifyWindow::ModifyWindow(QWidget *parent)
     m_contentLayout->addWidget(m_middleWidget, 1);
 
     m_scanWidget->hide();
-    m_settingWindow->hide();
     m_messageBox->hide();
     m_updateDialog->hide();
 
@@ -136,10 +134,22 @@ void ModifyWindow::slotDiscoveredDev(DevData data)
     Q_UNUSED(data)
 }
 
+SettingWindow *ModifyWindow::settingWindow()
+{
+    // Built when first opened: it lists every light, which costs start-up time for a window that
+    // most sessions never open.
+    if (!m_settingWindow) {
+        m_settingWindow = new SettingWindow(this);
+        m_settingWindow->hide();
+    }
+    return m_settingWindow;
+}
+
 void ModifyWindow::onShowSetting()
 {
-    m_settingWindow->show();
-    m_settingWindow->raise();
+    SettingWindow *window = settingWindow();
+    window->show();
+    window->raise();
 }
 
 void ModifyWindow::onGotoMiddleUI()

@@ -40,7 +40,7 @@ public:
     MiddleWidget *middleWidget() const { return m_middleWidget; }
     ControlWidget *controlWidget() const { return m_controlWidget; }
     ScanWidget *scanWidget() const { return m_scanWidget; }
-    SettingWindow *settingWindow() const { return m_settingWindow; }
+    SettingWindow *settingWindow();
     QSystemTrayIcon *trayIcon() const { return m_trayIcon; }
     MessageBoxWidget *messageBox() const { return m_messageBox; }
     UpdateCheck *updateCheck() const { return m_updateCheck.get(); }

@@ -1,5 +1,6 @@
 #include "rotatingsvgwidget.h"
 
+#include <QCoreApplication>
 #include <QMouseEvent>
 #include <QKeyEvent>
 #include <QPainter>
@@ -9,12 +10,19 @@
 namespace {
 constexpr int kTickMs = 50;
 constexpr double kStepDegrees = 5.0;
+
+// One parsed drawing for every card's icon.
+QSvgRenderer *sharedRenderer()
+{
+    static QSvgRenderer *renderer = new QSvgRenderer(QStringLiteral(":/resource/svg/Vector.svg"), qApp);
+    return renderer;
 }
+} // namespace
 
 RotatingSvgWidget::RotatingSvgWidget(QWidget *parent)
     : QWidget(parent)
     , m_timer(new QTimer(this))
-    , m_renderer(new QSvgRenderer(QStringLiteral(":/resource/svg/Vector.svg"), this))
+    , m_renderer(sharedRenderer())
 {
     setFixedSize(24, 24);
     connect(m_timer, &QTimer::timeout, this, [this] {

@@ -280,8 +280,7 @@ void DevDataMgr::scheduleLiveWrite()
 
 DevData *DevDataMgr::findDev(const QString &addr)
 {
-    auto it = m_devices.find(addr);
-    return it == m_devices.end() ? nullptr : &it.value();
+    return m_devices.pointer(addr);
 }
 
 void DevDataMgr::addDev(const DevData &info)
@@ -295,31 +294,34 @@ void DevDataMgr::addDev(const DevData &info)
 
 void DevDataMgr::addDevToGroup(const QString &uuid, const DevData &info)
 {
-    auto it = m_groups.find(uuid);
-    if (it == m_groups.end())
+    GroupData *group = m_groups.pointer(uuid);
+    if (!group)
         return;
-    it->devs.append(info.addr);
-    emit onAddDev(uuid, it->name, info);
+    group->devs.append(info.addr);
+    const QString name = group->name;
+    emit onAddDev(uuid, name, info);
     writeConfig();
 }
 
 void DevDataMgr::delDev(const QString &uuid, const QString &addr)
 {
     if (uuid != defaultGroupUuid()) {
-        auto it = m_groups.find(uuid);
-        if (it == m_groups.end())
+        GroupData *group = m_groups.pointer(uuid);
+        if (!group)
             return;
-        if (it->devs.removeAll(addr) > 0)
-            emit onDelDev(uuid, it->name, addr);
+        if (group->devs.removeAll(addr) > 0) {
+            const QString name = group->name;
+            emit onDelDev(uuid, name, addr);
+        }
         writeConfig();
         return;
     }
 
     // Collect first: a slot reacting to onDelDev may change the group table.
     QList<QPair<QString, QString>> touched;
-    for (auto it = m_groups.begin(); it != m_groups.end(); ++it) {
-        if (it->devs.removeAll(addr) > 0)
-            touched.append({it->uuid, it->name});
+    for (GroupData &group : m_groups) {
+        if (group.devs.removeAll(addr) > 0)
+            touched.append({group.uuid, group.name});
     }
     for (const auto &group : touched)
         emit onDelDev(group.first, group.second, addr);
@@ -395,10 +397,10 @@ void DevDataMgr::delGroup(const QString &uuid)
 
 void DevDataMgr::renameGroup(const QString &uuid, const QString &newName)
 {
-    auto it = m_groups.find(uuid);
-    if (it == m_groups.end())
+    GroupData *group = m_groups.pointer(uuid);
+    if (!group)
         return;
-    it->name = newName;
+    group->name = newName;
     emit onUpdateGroup(uuid, newName);
     writeConfig();
 }

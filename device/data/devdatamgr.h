@@ -1,6 +1,7 @@
 #pragma once
 
 #include "devdata.h"
+#include "orderedtable.h"
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -15,8 +16,10 @@ class DevDataMgr : public QObject
     Q_OBJECT
 
 public:
-    using DeviceTable = QHash<QString, DevData>;
-    using GroupTable = QHash<QString, GroupData>;
+    // Looked up by address (uuid), listed in the order the lights (groups) were added: the panel
+    // and the file show them so, the same at every start.
+    using DeviceTable = OrderedTable<DevData>;
+    using GroupTable = OrderedTable<GroupData>;
 
     // Bounds applied to what a configuration file may contribute.
     static constexpr qint64 kMaxFileBytes = 32 * 1024 * 1024;

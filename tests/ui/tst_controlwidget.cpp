@@ -3,11 +3,15 @@
 // its group.
 #include "controlitemwidget.h"
 #include "controlwidget.h"
+#include "customslider.h"
 #include "devicemgr.h"
+#include "lighteffectsetdialog.h"
 #include "processutil.h"
 #include "rotatingsvgwidget.h"
 #include "simlights.h"
+#include "switchbutton.h"
 #include "testhome.h"
+#include "wrapbutton.h"
 
 #include <QApplication>
 #include <QGroupBox>
@@ -15,10 +19,14 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPointer>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -93,6 +101,7 @@ private slots:
     void cardDeleteFromItsMenu_data();
     void cardDeleteFromItsMenu();
     void renameFromTheCardShowsEverywhere();
+    void cardsGetTheirControlsWhenReached();
 
 private:
     DeviceMgr *mgr() const { return DeviceMgrSingleton::instance(); }
@@ -120,18 +129,21 @@ void TestControlWidget::cleanup()
 
 void TestControlWidget::builtFromTheStore()
 {
-    mgr()->addDev(kKey);
+    // Added in an order that is neither by name nor by address.
     mgr()->addDev(kFill);
+    mgr()->addDev(kKey);
     mgr()->addDev(kBack);
     const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
     mgr()->addDevToGroup(stage, kBack);
     mgr()->addDevToGroup(stage, kKey);
     mgr()->addGroup(QStringLiteral("Empty"));
+    mgr()->addDevToGroup(mgr()->addGroup(QStringLiteral("Alpha")), kFill);
 
     ControlWidget panel;
-    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage")}));
+    // Sections and cards in the order they were added.
+    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage"), QStringLiteral("Alpha")}));
     QCOMPARE(panel.sections().at(0)->property("uuid").toString(), defaultGroupUuid());
-    QCOMPARE(cardAddrs(panel.sections().at(0)).size(), 3);
+    QCOMPARE(cardAddrs(panel.sections().at(0)), (QStringList{kFill.addr, kKey.addr, kBack.addr}));
     // A group keeps its own order.
     QCOMPARE(cardAddrs(panel.section(stage)), (QStringList{kBack.addr, kKey.addr}));
     ControlItemWidget *card = ControlWidget::card(panel.section(stage), kKey.addr);
@@ -254,7 +266,7 @@ void TestControlWidget::cardDeleteFromItsMenu()
     QVERIFY(mgr()->getGroups().value(stage).devs.isEmpty());
     QCOMPARE(mgr()->store()->findDev(kKey.addr) == nullptr, fromAllDevices);
     QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())),
-             fromAllDevices ? QStringList{kFill.addr} : (QStringList{kFill.addr, kKey.addr}));
+             fromAllDevices ? QStringList{kFill.addr} : (QStringList{kKey.addr, kFill.addr}));
     QCOMPARE(cleared.count(), 0);
 }
 
@@ -280,6 +292,60 @@ void TestControlWidget::renameFromTheCardShowsEverywhere()
     QCOMPARE(mgr()->store()->findDev(kKey.addr)->name, QStringLiteral("Key left"));
     QTRY_COMPARE(card->name(), QStringLiteral("Key left"));
     QTRY_COMPARE(ControlWidget::card(panel.section(stage), kKey.addr)->nameLabel()->text(), QStringLiteral("Key left"));
+}
+
+void TestControlWidget::cardsGetTheirControlsWhenReached()
+{
+    QList<DevData> lights;
+    for (int i = 0; i < 20; ++i) {
+        lights << light(QStringLiteral("AA:00:00:00:02:%1").arg(i, 2, 10, QLatin1Char('0')), QStringLiteral("L%1").arg(i));
+        lights.last().colorLightEnable = true;
+        lights.last().lightEffectEnable = true;
+        mgr()->addDev(lights.last());
+    }
+    ControlWidget panel;
+    panel.resize(610, 800);
+    panel.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&panel));
+    const QList<ControlItemWidget *> cards = ControlWidget::cards(panel.section(defaultGroupUuid()));
+    ControlItemWidget *last = cards.last();
+    QTRY_VERIFY(cards.first()->isBuilt());
+    QVERIFY(!last->isBuilt());
+
+    // What the light reports meanwhile is what the card shows once it is scrolled to.
+    DevData state = lights.last();
+    state.linkState = 1;
+    state.switchState = true;
+    state.brightness = 70;
+    state.colorLight = QStringLiteral("#00ff00");
+    state.devCurModel = 3;
+    mgr()->store()->updateDev(state);
+    state.devCurModel = 2;
+    state.lightEffect = QStringLiteral("9");
+    mgr()->store()->updateDev(state);
+    QTRY_COMPARE(last->currentEffect(), QStringLiteral("9"));
+    QVERIFY(!last->isBuilt());
+    QScrollBar *bar = panel.findChild<QScrollArea *>()->verticalScrollBar();
+    bar->setValue(bar->maximum());
+    QTRY_VERIFY(last->isBuilt());
+    QCOMPARE(last->linkStateLabel()->text(), QStringLiteral("已连接"));
+    QVERIFY(last->powerButton()->choose());
+    QCOMPARE(last->brightnessSlider()->value(), 70);
+    QCOMPARE(last->currentColor(), QStringLiteral("#00ff00")); // for the colour picker
+    QVERIFY(!last->colorButton()->styleSheet().contains(QLatin1String("#00ff00")));
+    QCOMPARE(last->effectButton()->toolTip(), last->effectPicker()->button(QStringLiteral("9"))->text());
+
+    // Tab reaches the controls of a card still without them, in their place.
+    const auto unbuilt = std::find_if(cards.cbegin(), cards.cend(), [](ControlItemWidget *c) { return !c->isBuilt(); });
+    QVERIFY(unbuilt != cards.cend() && unbuilt != cards.cbegin());
+    panel.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&panel));
+    (*(unbuilt - 1))->reconnectIcon()->setFocus(Qt::TabFocusReason);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    QVERIFY((*unbuilt)->isBuilt());
+    QCOMPARE(QApplication::focusWidget(), (*unbuilt)->reconnectIcon());
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab);
+    QCOMPARE(QApplication::focusWidget(), (*(unbuilt - 1))->reconnectIcon());
 }
 
 QTEST_MAIN(TestControlWidget)

@@ -54,6 +54,7 @@ private slots:
     void deleteFromGroupNotListingStillWrites();
     void updateKeepsNameAndSwitches();
     void groupOperations();
+    void orderSurvivesRestartAndWrites();
 
     void writeReplacesFileAtomically();
     void identicalWriteIsSkipped();
@@ -364,6 +365,45 @@ void TestDevDataMgr::groupOperations()
     reloaded.readConfig();
     QCOMPARE(reloaded.groups().keys(), QList<QString>{other});
     QCOMPARE(reloaded.groupDevices(defaultGroupUuid()).size(), 1);
+}
+
+void TestDevDataMgr::orderSurvivesRestartAndWrites()
+{
+    // Added neither by name nor by address, and enough of them that a hash would reorder them.
+    QStringList addrs;
+    for (int i = 0; i < 40; ++i)
+        addrs << QStringLiteral("AA:%1").arg((i * 17) % 40, 2, 10, QLatin1Char('0'));
+    QStringList groups;
+    {
+        DevDataMgr store;
+        for (const QString &addr : qAsConst(addrs))
+            store.addDev(light(addr));
+        for (const char *name : {"Zeta", "Alpha", "Mid"})
+            groups << store.addGroup(QString::fromLatin1(name));
+        store.addDevToGroup(groups.at(1), light(addrs.at(5)));
+        store.addDevToGroup(groups.at(1), light(addrs.at(2)));
+        // The others keep their places when one goes.
+        store.delDev(defaultGroupUuid(), addrs.takeAt(3));
+    }
+
+    DevDataMgr store;
+    store.readConfig();
+    QCOMPARE(store.devices().keys(), addrs);
+    QCOMPARE(store.groups().keys(), groups);
+    QCOMPARE(store.groups().value(groups.at(1)).devs, (QStringList{addrs.at(4), addrs.at(2)}));
+
+    // The file lists them in that order, also after a write of live state.
+    DevData changed = *store.findDev(addrs.at(7));
+    changed.brightness = 33;
+    store.updateDev(changed);
+    store.flush();
+    QStringList inFile;
+    const QJsonArray devs = fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray();
+    for (const QJsonValue &dev : devs)
+        inFile << dev.toObject().value(QLatin1String("addr")).toString();
+    QCOMPARE(inFile, addrs);
+    QCOMPARE(devs.at(7).toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(),
+             33);
 }
 
 void TestDevDataMgr::writeReplacesFileAtomically()
