@@ -34,7 +34,6 @@ ModifyWindow::ModifyWindow(QWidget *parent)
     , m_titleBar(new ModifyTitleBar(this, tr("Brivon Lumen")))
     , m_middleWidget(new MiddleWidget(this))
     , m_controlWidget(new ControlWidget(this))
-    , m_scanWidget(new ScanWidget(this))
     , m_messageBox(new MessageBoxWidget(this))
     , m_updateCheck(std::make_shared<UpdateCheck>())
     , m_updateDialog(new UpdateDialog(this))
@@ -50,7 +49,6 @@ ModifyWindow::ModifyWindow(QWidget *parent)
     m_contentLayout->addWidget(m_controlWidget, 1);
     m_contentLayout->addWidget(m_middleWidget, 1);
 
-    m_scanWidget->hide();
     m_messageBox->hide();
     m_updateDialog->hide();
 
@@ -86,7 +84,6 @@ void ModifyWindow::setBluetoothSettingsOpener(BluetoothSettingsOpener opener)
 
 void ModifyWindow::initConnections()
 {
-    connect(m_scanWidget, &ScanWidget::OKClicked, this, &ModifyWindow::onGotoControlUI);
     connect(m_controlWidget, &ControlWidget::clearDeviceSig, this, &ModifyWindow::onGotoMiddleUI);
     connect(DeviceMgrSingleton::instance(), &BaseDevice::sigDeviceDiscoveredErrorOccurred, this,
             &ModifyWindow::onBluetoothError);
@@ -114,10 +111,22 @@ void ModifyWindow::initTrayIcon()
     m_trayIcon->setToolTip(tr("Brivon Lumen"));
 }
 
+ScanWidget *ModifyWindow::scanWidget()
+{
+    // Made when first opened, like the group settings: it clears itself at every opening anyway.
+    if (!m_scanWidget) {
+        m_scanWidget = new ScanWidget(this);
+        m_scanWidget->hide();
+        connect(m_scanWidget, &ScanWidget::OKClicked, this, &ModifyWindow::onGotoControlUI);
+    }
+    return m_scanWidget;
+}
+
 void ModifyWindow::onSwitchControlInterface()
 {
-    m_scanWidget->show();
-    m_scanWidget->raise();
+    ScanWidget *scan = scanWidget();
+    scan->show();
+    scan->raise();
 }
 
 void ModifyWindow::onGotoControlUI()
@@ -136,7 +145,7 @@ void ModifyWindow::slotDiscoveredDev(DevData data)
 
 SettingWindow *ModifyWindow::settingWindow()
 {
-    // Built when first opened: it lists every light, which costs start-up time for a window that
+    // Made when first opened: it lists every light, which costs start-up time for a window that
     // most sessions never open.
     if (!m_settingWindow) {
         m_settingWindow = new SettingWindow(this);

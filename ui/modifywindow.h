@@ -39,7 +39,7 @@ public:
     ModifyTitleBar *titleBar() const { return m_titleBar; }
     MiddleWidget *middleWidget() const { return m_middleWidget; }
     ControlWidget *controlWidget() const { return m_controlWidget; }
-    ScanWidget *scanWidget() const { return m_scanWidget; }
+    ScanWidget *scanWidget();
     SettingWindow *settingWindow();
     QSystemTrayIcon *trayIcon() const { return m_trayIcon; }
     MessageBoxWidget *messageBox() const { return m_messageBox; }
