@@ -109,7 +109,7 @@ void TestHueBridgeDialog::init()
     m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost);
     // And its own id: the same id at a new address would be the paired bridge having moved.
     m_bridgeId = QStringLiteral("ecb5fafffe2d4e%1").arg(m_nextHost++, 2, 16, QLatin1Char('0'));
-    qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("https://%1/discovery").arg(m_address).toUtf8());
+    qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("http://%1/discovery").arg(m_address).toUtf8());
     allowDiscovery();
     QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}));
 }

@@ -9,6 +9,7 @@
 #include "testhome.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSettings>
@@ -69,6 +70,16 @@ private slots:
         m_home = std::make_unique<TestHome>();
         QVERIFY(m_home->isValid());
         QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path()));
+        m_pin = FakeBridgeProcess::publicKeyPin(m_home->path());
+        QVERIFY(m_pin.size() > 50);
+        // A test root in place of the Hue root, for the bridges whose certificate chains to it.
+        for (const QString &folder : {QStringLiteral("/other"), QStringLiteral("/chain"), QStringLiteral("/chain-other")})
+            QVERIFY(QDir().mkpath(m_home->path() + folder));
+        QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path() + QStringLiteral("/chain"), m_home->path(), kBridgeId));
+        QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path() + QStringLiteral("/chain-other"), m_home->path(),
+                                                   QStringLiteral("ecb5fafffe999999")));
+        QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path() + QStringLiteral("/other")));
+        qputenv("BRIVON_HUE_ROOT_CERT", (m_home->path() + QStringLiteral("/root.pem")).toUtf8());
         m_log = std::make_unique<LogCapture>(true);
     }
 
@@ -84,7 +95,7 @@ private slots:
         m_log->clear();
         // A fresh loopback address per case, so no case meets a socket left over from another.
         m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost++);
-        qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("https://%1/discovery").arg(m_address).toUtf8());
+        qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("http://%1/discovery").arg(m_address).toUtf8());
     }
 
     void cleanup()
@@ -185,7 +196,7 @@ private slots:
         QCOMPARE(request.value("body").toString(),
                  QStringLiteral("{\n    \"devicetype\": \"appName#instanceName\",\n    \"generateclientkey\": true\n}\n"));
         QCOMPARE(request.value("headers").toObject().value("content-type").toString(), QStringLiteral("application/json"));
-        QCOMPARE(request.value("tls").toBool(), false);
+        QCOMPARE(request.value("tls").toBool(), true);
         QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
         bridge.pairBridge(target);
 
@@ -202,6 +213,8 @@ private slots:
                      .value("hue-application-key").toString(), stored.at(0));
         HueBridge nextRun;
         QCOMPARE(nextRun.pairedBridges().value({m_address, kBridgeId}).clientkey, stored.at(1));
+        // The certificate of that first contact is the bridge's from now on.
+        QCOMPARE(nextRun.certificatePin(kBridgeId), m_pin);
 
         // Add, then set every property.
         for (const QList<QVariant> &arguments : qAsConst(discovered))
@@ -429,7 +442,7 @@ private slots:
 
     void singlePortServesPairingAndLights()
     {
-        // Plain HTTP for pairing and HTTPS for the lights, both through "address:port", as the demo
+        // Plain HTTP for discovery and HTTPS for pairing and the lights, all through "address:port", as the demo
         // runs it: the link button goes down on its own a second after the first refused request.
         QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), kBridgeId,
                                               QStringLiteral("--port"), QStringLiteral("8443"),
@@ -438,7 +451,7 @@ private slots:
         HueBridge bridge;
         QSignalSpy found(&bridge, &HueBridge::discover);
         QSignalSpy lights(&bridge, &HueBridge::discoverLight);
-        qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("https://%1/discovery").arg(ip).toUtf8());
+        qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("http://%1/discovery").arg(ip).toUtf8());
         bridge.discoverBridges();
         QVERIFY(waitUntil([&]() { return found.size() == 1; }, 15000));
         const Bridge target = found.first().first().value<QList<Bridge>>().first();
@@ -457,7 +470,7 @@ private slots:
         QVERIFY(waitUntil([&]() { return lights.size() == 1; }, 15000));
         QCOMPARE(paired.size(), 1);
         QCOMPARE(lights.first().at(0).value<Bridge>().ip, ip);
-        QCOMPARE(m_fake.requests(QStringLiteral("POST"), QStringLiteral("/api")).first().value("tls").toBool(), false);
+        QCOMPARE(m_fake.requests(QStringLiteral("POST"), QStringLiteral("/api")).first().value("tls").toBool(), true);
         QCOMPARE(m_fake.requests(QStringLiteral("GET"), kLightPath).first().value("tls").toBool(), true);
         QVERIFY(hueSettings().contains(QStringLiteral("bridge/") + ip + QLatin1Char('/') + kBridgeId));
     }
@@ -594,6 +607,56 @@ private slots:
         QVERIFY(nextRun.findDev(address(kColorLight)));
     }
 
+    void bridgeCertificates_data();
+    void bridgeCertificates()
+    {
+        QFETCH(QString, certificate);
+        QFETCH(bool, pinned);
+        QFETCH(bool, trusted);
+
+        seedPairedBridge(m_address, pinned);
+        auto store = std::make_shared<DevDataMgr>();
+        DevData lamp = storedLight(address(kColorLight));
+        lamp.linkState = 1;
+        store->addDev(lamp);
+        HueDeviceMgr mgr(store);
+        if (certificate == QLatin1String("other")) {
+            // Paired and answering, then back with a new certificate.
+            QVERIFY(startFake());
+            mgr.refreshDevices();
+            QVERIFY(waitUntil([&]() { return lightReads() == 1 && store->findDev(lamp.addr)->linkState == 1; }, 15000));
+            m_fake.kill();
+        }
+        QVERIFY(startFake({}, m_home->path() + QLatin1Char('/') + certificate));
+        mgr.refreshDevices();
+        if (trusted) {
+            QVERIFY(waitUntil([&]() { return store->findDev(lamp.addr)->brightness == 79; }, 15000));
+            QVERIFY(m_fake.waitForRequests(1, QStringLiteral("GET"), QStringLiteral("/eventstream/clip/v2")));
+            QCOMPARE(store->findDev(lamp.addr)->linkState, quint8(1));
+            return;
+        }
+        const QString logged = QStringLiteral("Hue bridge %1 at %2 is not the bridge that was paired").arg(kBridgeId, m_address);
+        QVERIFY(waitUntil([&]() { return m_log->contains(logged); }, 15000));
+        mgr.setBrightness(lamp.addr, 20);
+        mgr.powerOn(lamp.addr);
+        QTest::qWait(1500);
+        for (const QJsonObject &request : m_fake.requests())
+            QVERIFY2(!request.value("headers").toObject().contains("hue-application-key"), qPrintable(request.value("path").toString()));
+        QCOMPARE(store->findDev(lamp.addr)->linkState, quint8(0));
+        QVERIFY(!mgr.hueBridge()->isOnline(m_address, kBridgeId));
+        if (!pinned || certificate != QLatin1String("other"))
+            return;
+
+        // The user vouches for the new certificate by pairing the bridge again; the scan offers it.
+        QSignalSpy found(mgr.hueBridge().get(), &HueBridge::discover);
+        mgr.hueBridge()->discoverBridges();
+        QVERIFY(waitUntil([&]() { return found.size() == 1; }, 15000));
+        QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
+        mgr.hueBridge()->pairBridge(found.first().first().value<QList<Bridge>>().first());
+        QVERIFY(waitUntil([&]() { return lightReads() >= 1 && store->findDev(lamp.addr)->linkState == 1; }, 15000));
+        QCOMPARE(mgr.hueBridge()->certificatePin(kBridgeId), FakeBridgeProcess::publicKeyPin(m_home->path() + QStringLiteral("/other")));
+    }
+
     void badLightReplies_data();
     void badLightReplies()
     {
@@ -642,19 +705,21 @@ private:
         return false;
     }
 
-    bool startFake(const QStringList &extra = {})
+    bool startFake(const QStringList &extra = {}, const QString &certificateFolder = {})
     {
-        return m_fake.start(m_home->path(), QStringList{QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"),
+        return m_fake.start(certificateFolder.isEmpty() ? m_home->path() : certificateFolder, QStringList{QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"),
                                                         kBridgeId, QStringLiteral("--user"), kAppKey}
                                                 + extra);
     }
 
     // Marks the fake bridge as paired in the settings, with a key the fake accepts.
-    void seedPairedBridge(const QString &address)
+    void seedPairedBridge(const QString &address, bool pinned = true)
     {
         QSettings settings = hueSettings();
         settings.setValue(QStringLiteral("bridge/") + address + QLatin1Char('/') + kBridgeId,
                           kAppKey + QStringLiteral("/clientkey"));
+        if (pinned)
+            settings.setValue(QStringLiteral("certificate/") + kBridgeId, m_pin);
     }
 
     QString address(const QString &light) const { return m_address + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + light; }
@@ -663,6 +728,7 @@ private:
     std::unique_ptr<LogCapture> m_log;
     FakeBridgeProcess m_fake;
     QString m_address;
+    QString m_pin; // of the certificate in m_home
     int m_nextHost = 160;
 };
 
@@ -715,6 +781,18 @@ void TestHueFlow::requestsCarryBodyAndKey_data()
                           << 0.0 << 0.0;
     QTest::newRow("white") << "color" << 0 << QColor(Qt::white) << QByteArray() << 0.3227 << 0.3290;
     QTest::newRow("black") << "color" << 0 << QColor(Qt::black) << QByteArray() << 0.0 << 0.0;
+}
+
+void TestHueFlow::bridgeCertificates_data()
+{
+    QTest::addColumn<QString>("certificate"); // under the test home; empty: the one paired
+    QTest::addColumn<bool>("pinned");
+    QTest::addColumn<bool>("trusted");
+    QTest::newRow("the paired key") << QString() << true << true;
+    QTest::newRow("a new key") << "other" << true << false;
+    QTest::newRow("chain to the root, named the bridge id") << "chain" << false << true;
+    QTest::newRow("chain to the root, another name") << "chain-other" << false << false;
+    QTest::newRow("chain to the root, another name, pinned elsewhere") << "chain-other" << true << false;
 }
 
 void TestHueFlow::badLightReplies_data()
