@@ -369,8 +369,10 @@ void TestModifyWindow::checkUpdate_data()
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<bool>("offered");
     QTest::addColumn<QString>("message");
+    // Its installer does not match the offered MD5: installing ends in the message box.
+    m_updateServer.setFile(QStringLiteral("setup.run"), "#!/bin/sh\n");
     QTest::newRow("newer version") << FakeUpdateServer::offerReply(QStringLiteral("1.2.0"), QStringLiteral("Faster pairing."),
-                                                                    QStringLiteral("http://127.0.0.1:1/setup.run"), 10, QString())
+                                                                    m_updateServer.url("/files/setup.run"), 10, QString(32, u'0'))
                                    << true << QString();
     QTest::newRow("up to date") << FakeUpdateServer::upToDateReply() << false << QStringLiteral("已是最新版本，不需要更新");
 }
@@ -391,6 +393,9 @@ void TestModifyWindow::checkUpdate()
     if (offered) {
         QVERIFY(m_window->updateDialog()->findChild<QLabel *>(QStringLiteral("label_desc"))->text().contains(QLatin1String("1.2.0")));
         shot(m_window->updateDialog(), QStringLiteral("updatedialog"));
+        QTest::mouseClick(m_window->updateDialog()->findChild<QPushButton *>(QStringLiteral("pushButton_update")), Qt::LeftButton);
+        QVERIFY(waitUntil([&] { return m_window->messageBox()->isVisible(); }, 10000));
+        QVERIFY(m_window->messageBox()->text().contains(QLatin1String("MD5")));
     } else {
         QCOMPARE(m_window->messageBox()->text(), message);
     }
