@@ -86,42 +86,39 @@ private slots:
             QCOMPARE(expected->first().first().toString(), text);
     }
 
-    // The check goes over HTTPS with the usual verification; plain HTTP only to a loopback host.
+    // Over HTTPS with the usual verification; plain HTTP only to a loopback host.
     void transport_data()
     {
         QTest::addColumn<QString>("base");
         QTest::addColumn<bool>("trustRoot");
         QTest::addColumn<bool>("movedToHttp");
-        QTest::addColumn<bool>("answered");
-        QTest::addColumn<int>("requests"); // reaching the HTTPS server
+        QTest::addColumn<int>("requests"); // reaching the HTTPS server; answered when 1 and not moved
 
         const QString pki = m_home.path() + QStringLiteral("/pki");
-        if (!QFile::exists(pki + QStringLiteral("/server.pem"))) {
+        if (!m_https.isListening()) {
             QVERIFY(TestCerts::makeRoot(pki));
             QVERIFY(TestCerts::makeServer(pki, "server", pki, "127.0.0.1", {"IP:127.0.0.1", "DNS:localhost"}));
-            QVERIFY(m_https.setTls(pki + "/server.pem", pki + "/server.key"));
-            QVERIFY(m_https.listen());
-            m_https.setCheckReply(FakeUpdateServer::upToDateReply());
+            QVERIFY(m_https.setTls(pki + "/server.pem", pki + "/server.key") && m_https.listen());
         }
-        QString https = m_https.baseUrl();
-        QTest::newRow("https, trusted root") << https << true << false << true << 1;
-        QTest::newRow("https by host name") << https.replace("127.0.0.1", "localhost") << true << false << true << 1;
-        QTest::newRow("https, root not trusted") << m_https.baseUrl() << false << false << false << 0;
-        QTest::newRow("plain http to another host") << "http://update.example.com" << true << false << false << 0;
-        QTest::newRow("redirected from https to http") << m_https.baseUrl() << true << true << false << 1;
+        const QString https = m_https.baseUrl();
+        QTest::newRow("https, trusted root") << https << true << false << 1;
+        QTest::newRow("https by host name") << QString(https).replace("127.0.0.1", "localhost") << true << false << 1;
+        QTest::newRow("https, root not trusted") << https << false << false << 0;
+        QTest::newRow("plain http to another host") << "http://update.example.com" << true << false << 0;
+        QTest::newRow("redirected from https to http") << https << true << true << 1;
     }
     void transport()
     {
         QFETCH(QString, base);
         QFETCH(bool, trustRoot);
         QFETCH(bool, movedToHttp);
-        QFETCH(bool, answered);
         QFETCH(int, requests);
         if (trustRoot)
             qputenv("BRIVON_UPDATE_CA_FILE", (m_home.path() + QStringLiteral("/pki/ca.pem")).toUtf8());
         else
             qunsetenv("BRIVON_UPDATE_CA_FILE");
         qputenv("BRIVON_UPDATE_URL", base.toUtf8());
+        m_https.setCheckReply(FakeUpdateServer::upToDateReply());
         m_https.setMovedTo(movedToHttp ? m_server.baseUrl() : QString());
         const int plainBefore = m_server.requests().size();
         const int httpsBefore = m_https.requests().size();
@@ -132,9 +129,9 @@ private slots:
         QSignalSpy error(&check, &UpdateCheck::errorMessage);
         runCheck(check, reply, version, error);
         qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
+        const bool answered = requests == 1 && !movedToHttp;
         QCOMPARE(reply.size(), answered ? 1 : 0);
-        if (!answered)
-            QCOMPARE(error.first().first().toString(), kNoResponse);
+        QCOMPARE(error.size(), answered ? 0 : 1);
         QCOMPARE(m_https.requests().size() - httpsBefore, requests);
         QCOMPARE(m_server.requests().size(), plainBefore);
     }

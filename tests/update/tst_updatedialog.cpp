@@ -174,39 +174,6 @@ private slots:
         QVERIFY(choicesShown());
     }
 
-    // Nothing unchecked runs, and what cannot start stays for the user to start.
-    void failuresTellTheUser_data()
-    {
-        QTest::addColumn<QString>("md5");
-        QTest::addColumn<bool>("launches");
-        QTest::addColumn<QString>("message");
-        const QString installer = downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run");
-        QTest::newRow("wrong md5") << QString(32, u'f') << true
-                                   << "下载的安装程序与更新服务器给出的大小或 MD5 不符，已删除，未启动。";
-        QTest::newRow("installer does not start") << QString() << false << "无法启动安装程序。文件保留在：" + installer;
-    }
-    void failuresTellTheUser()
-    {
-        QFETCH(QString, md5);
-        QFETCH(bool, launches);
-        QFETCH(QString, message);
-        m_dialog->setInstallerLauncher([this, launches](const QString &path) {
-            m_started << path;
-            return launches;
-        });
-        QSignalSpy messages(m_dialog.get(), &UpdateDialog::sigMessage);
-        VersionData data = offer(QStringLiteral("/files/BeamcrafterSetup.run"));
-        data.md5 = md5;
-        m_dialog->onVersionMessage(data);
-        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-        QVERIFY(waitUntil([&] { return !messages.isEmpty(); }, 20000));
-        QCOMPARE(messages.first().first().toString(), message);
-        QCOMPARE(m_started.size(), md5.isEmpty() ? 1 : 0);
-        QCOMPARE(QFile::exists(downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run")), md5.isEmpty());
-        QVERIFY(m_dialog->isVisible());
-        QVERIFY(choicesShown());
-    }
-
     void progress_data()
     {
         QTest::addColumn<qlonglong>("bytesRead");

@@ -73,6 +73,11 @@ bool FakeUpdateServer::listen(quint16 port, const QHostAddress &address)
     return m_server->listen(address, port);
 }
 
+bool FakeUpdateServer::isListening() const
+{
+    return m_server->isListening();
+}
+
 bool FakeUpdateServer::setTls(const QString &certificateFile, const QString &keyFile)
 {
     const QList<QSslCertificate> chain = QSslCertificate::fromPath(certificateFile, QSsl::Pem);

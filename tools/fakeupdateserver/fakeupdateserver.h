@@ -38,6 +38,7 @@ public:
     bool listen(quint16 port = 0, const QHostAddress &address = QHostAddress::LocalHost);
     // Serves HTTPS from now on with this certificate chain (leaf first) and private key (PEM files).
     bool setTls(const QString &certificateFile, const QString &keyFile);
+    bool isListening() const;
     // http(s)://<address>:<port>
     QString baseUrl() const;
     QString url(const QString &path) const { return baseUrl() + path; }
