@@ -3,62 +3,47 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 
 namespace {
 
-bool openssl(const QStringList &arguments)
+// openssl req -x509 with a new key, valid for two days.
+bool request(const QString &keyFile, const QString &certFile, const QString &commonName, const QStringList &more)
 {
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(QStringLiteral("openssl"), arguments);
-    const bool ok = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit
-                    && process.exitCode() == 0;
+    QDir().mkpath(QFileInfo(certFile).absolutePath());
+    const QStringList arguments = QStringList{"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
+                                              "-nodes", "-days", "2", "-subj", "/CN=" + commonName, "-keyout", keyFile,
+                                              "-out", certFile}
+                                  + more;
+    QProcess openssl;
+    openssl.setProcessChannelMode(QProcess::MergedChannels);
+    openssl.start(QStringLiteral("openssl"), arguments);
+    const bool ok = openssl.waitForFinished(60000) && openssl.exitStatus() == QProcess::NormalExit
+                    && openssl.exitCode() == 0;
     if (!ok)
-        qWarning().noquote() << "openssl" << arguments.join(QLatin1Char(' ')) << "failed:" << process.readAll();
+        qWarning().noquote() << "openssl" << arguments.join(u' ') << "failed:" << openssl.readAll();
     return ok;
 }
 
-// P-256 keys: made in a moment, unlike RSA ones.
-const QStringList kNewKey = {QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
-                             QStringLiteral("ec_paramgen_curve:P-256"), QStringLiteral("-nodes"),
-                             QStringLiteral("-days"), QStringLiteral("2")};
-
 } // namespace
 
-namespace TestCerts {
-
-bool makeRoot(const QString &folder, const QString &commonName)
+bool TestCerts::makeRoot(const QString &folder, const QString &commonName)
 {
-    QDir().mkpath(folder);
-    return openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + kNewKey
-                   + QStringList{QStringLiteral("-subj"), QStringLiteral("/CN=") + commonName,
-                                 QStringLiteral("-addext"), QStringLiteral("basicConstraints=critical,CA:TRUE"),
-                                 QStringLiteral("-addext"), QStringLiteral("keyUsage=critical,keyCertSign,cRLSign"),
-                                 QStringLiteral("-keyout"), folder + QStringLiteral("/ca.key"),
-                                 QStringLiteral("-out"), folder + QStringLiteral("/ca.pem")});
+    return request(folder + "/ca.key", folder + "/ca.pem", commonName,
+                   {"-addext", "basicConstraints=critical,CA:TRUE", "-addext", "keyUsage=critical,keyCertSign,cRLSign"});
 }
 
-bool makeServer(const QString &folder, const QString &name, const QString &rootFolder, const QString &commonName,
-                const QStringList &altNames)
+bool TestCerts::makeServer(const QString &folder, const QString &name, const QString &rootFolder,
+                           const QString &commonName, const QStringList &altNames)
 {
-    QDir().mkpath(folder);
-    const QString certificate = folder + QLatin1Char('/') + name + QStringLiteral(".pem");
-    if (!openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + kNewKey
-                 + QStringList{QStringLiteral("-CA"), rootFolder + QStringLiteral("/ca.pem"),
-                               QStringLiteral("-CAkey"), rootFolder + QStringLiteral("/ca.key"),
-                               QStringLiteral("-subj"), QStringLiteral("/CN=") + commonName,
-                               QStringLiteral("-addext"), QStringLiteral("basicConstraints=critical,CA:FALSE"),
-                               QStringLiteral("-addext"), QStringLiteral("extendedKeyUsage=serverAuth"),
-                               QStringLiteral("-addext"), QStringLiteral("subjectAltName=") + altNames.join(QLatin1Char(',')),
-                               QStringLiteral("-keyout"), folder + QLatin1Char('/') + name + QStringLiteral(".key"),
-                               QStringLiteral("-out"), certificate}))
+    const QString root = rootFolder + "/ca.pem";
+    const QString certificate = folder + '/' + name + ".pem";
+    if (!request(folder + '/' + name + ".key", certificate, commonName,
+                 {"-CA", root, "-CAkey", rootFolder + "/ca.key", "-addext", "basicConstraints=critical,CA:FALSE",
+                  "-addext", "extendedKeyUsage=serverAuth", "-addext", "subjectAltName=" + altNames.join(u',')}))
         return false;
-    QFile root(rootFolder + QStringLiteral("/ca.pem"));
+    QFile rootFile(root);
     QFile chain(certificate);
-    if (!root.open(QIODevice::ReadOnly) || !chain.open(QIODevice::Append))
-        return false;
-    return chain.write(root.readAll()) > 0;
+    return rootFile.open(QIODevice::ReadOnly) && chain.open(QIODevice::Append) && chain.write(rootFile.readAll()) > 0;
 }
-
-} // namespace TestCerts
