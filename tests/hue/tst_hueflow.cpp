@@ -79,7 +79,7 @@ private slots:
         QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path() + QStringLiteral("/chain-other"), m_home->path(),
                                                    QStringLiteral("ecb5fafffe999999")));
         QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path() + QStringLiteral("/other")));
-        qputenv("BRIVON_HUE_ROOT_CERT", (m_home->path() + QStringLiteral("/root.pem")).toUtf8());
+        qputenv("BRIVON_HUE_ROOT_CERT", (m_home->path() + QStringLiteral("/ca.pem")).toUtf8());
         m_log = std::make_unique<LogCapture>(true);
     }
 

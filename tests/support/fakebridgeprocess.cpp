@@ -1,6 +1,7 @@
 #include "fakebridgeprocess.h"
 
 #include "processutil.h"
+#include "testcerts.h"
 
 #include <QEventLoop>
 #include <QFile>
@@ -43,19 +44,11 @@ bool FakeBridgeProcess::makeCertificate(const QString &folder, const QString &ro
         return run(QStringLiteral("openssl"), QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + newKey
                        + QStringList{QStringLiteral("-subj"), QStringLiteral("/CN=") + commonName,
                                      QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
-    const QString root = rootFolder + QStringLiteral("/root.pem");
-    const QString rootKey = rootFolder + QStringLiteral("/root.key");
-    if (!QFile::exists(root)
-        && !run(QStringLiteral("openssl"), QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + newKey
-                    + QStringList{QStringLiteral("-subj"), QStringLiteral("/CN=Test Hue Root"), QStringLiteral("-addext"),
-                                  QStringLiteral("basicConstraints=critical,CA:TRUE"), QStringLiteral("-addext"),
-                                  QStringLiteral("keyUsage=critical,keyCertSign"), QStringLiteral("-keyout"), rootKey,
-                                  QStringLiteral("-out"), root}))
+    // The certificate, then the root: the chain the bridge presents.
+    if (!QFile::exists(rootFolder + QStringLiteral("/ca.pem")) && !TestCerts::makeRoot(rootFolder))
         return false;
-    return run(QStringLiteral("openssl"), QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + newKey
-                   + QStringList{QStringLiteral("-subj"), QStringLiteral("/CN=") + commonName, QStringLiteral("-CA"), root,
-                                 QStringLiteral("-CAkey"), rootKey, QStringLiteral("-addext"), QStringLiteral("basicConstraints=CA:FALSE"),
-                                 QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
+    return TestCerts::makeServer(folder, QStringLiteral("cert"), rootFolder, commonName, {QStringLiteral("DNS:") + commonName})
+        && QFile::rename(folder + QStringLiteral("/cert.key"), key);
 }
 
 QString FakeBridgeProcess::publicKeyPin(const QString &folder)

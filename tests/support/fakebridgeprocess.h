@@ -14,7 +14,7 @@ public:
     ~FakeBridgeProcess();
 
     // Writes a certificate and key into `folder` with openssl (once per folder): self-signed, or,
-    // with `rootFolder`, issued to `commonName` by the test root kept there (made on first use).
+    // with `rootFolder`, issued to `commonName` by the test root there (TestCerts, made on first use).
     static bool makeCertificate(const QString &folder, const QString &rootFolder = {},
                                 const QString &commonName = QStringLiteral("fakehuebridge"));
     // The pin of the public key of `folder`'s certificate ("sha256/<base64>"), as openssl reckons it.
