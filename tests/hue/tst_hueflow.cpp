@@ -94,7 +94,7 @@ private slots:
         settings.clear();
         m_log->clear();
         // A fresh loopback address per case, so no case meets a socket left over from another.
-        m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost++);
+        m_address = nextAddress();
         qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("http://%1/discovery").arg(m_address).toUtf8());
     }
 
@@ -588,7 +588,7 @@ private slots:
         QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 1; }, 15000));
 
         const QString oldAddress = m_address;
-        m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost++);
+        m_address = nextAddress();
         QVERIFY(m_fake.control(oldAddress, QStringLiteral("move"), {{"address", m_address}}));
         mgr.powerOn(oldAddress + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + kColorLight);
         QVERIFY(waitUntil([&]() {
@@ -722,6 +722,13 @@ private:
             settings.setValue(QStringLiteral("certificate/") + kBridgeId, m_pin);
     }
 
+    // A loopback network of this process's own, so that no other run of these tests (another
+    // checkout's included) meets its bridges.
+    QString nextAddress()
+    {
+        return QStringLiteral("127.%1.0.%2").arg(10 + QCoreApplication::applicationPid() % 240).arg(m_nextHost++);
+    }
+
     QString address(const QString &light) const { return m_address + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + light; }
 
     std::unique_ptr<TestHome> m_home;
@@ -729,7 +736,7 @@ private:
     FakeBridgeProcess m_fake;
     QString m_address;
     QString m_pin; // of the certificate in m_home
-    int m_nextHost = 140; // up to about 185; the dialog test starts at 200
+    int m_nextHost = 10;
 };
 
 // Defined outside the class: moc cannot skip bodies that hold raw string literals.

@@ -3,6 +3,7 @@
 #include "processutil.h"
 #include "testcerts.h"
 
+#include <QDebug>
 #include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
@@ -22,11 +23,12 @@ namespace {
 bool run(const QString &program, const QStringList &arguments, QByteArray *output = nullptr)
 {
     QProcess process;
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start(program, arguments);
     const bool ok = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
     if (output)
         *output = process.readAllStandardOutput().trimmed();
+    if (!ok)
+        qWarning().noquote() << program << arguments.join(QLatin1Char(' ')) << "failed:" << process.readAllStandardError();
     return ok;
 }
 
