@@ -52,12 +52,14 @@ private slots:
     void cleanup();
     void secondStartHandsOverAndExits();
     void killedInstanceDoesNotBlockTheNextStart();
+    void unusableLockStillStarts();
     void crashWritesADump_data();
     void crashWritesADump();
     void writesOnlyInsideItsHome();
 
 private:
-    std::unique_ptr<QProcess> start();
+    std::unique_ptr<QProcess> start(const QString &workingDirectory = QString(),
+                                    const QProcessEnvironment &extra = QProcessEnvironment());
     bool waitUntilListening(int timeoutMs = 15000);
     // Listening happens before the crash handler is installed; the language line comes after it.
     bool waitUntilStarted(QProcess *process, QByteArray *log);
@@ -97,10 +99,15 @@ QString TestStartup::socketPath() const
     return m_home->path() + QStringLiteral("/runtime/") + QtLocalPeer::socketNameFor(kAppId);
 }
 
-std::unique_ptr<QProcess> TestStartup::start()
+std::unique_ptr<QProcess> TestStartup::start(const QString &workingDirectory, const QProcessEnvironment &extra)
 {
     auto process = std::make_unique<QProcess>();
-    process->setProcessEnvironment(m_home->environment());
+    QProcessEnvironment environment = m_home->environment();
+    for (const QString &name : extra.keys())
+        environment.insert(name, extra.value(name));
+    process->setProcessEnvironment(environment);
+    if (!workingDirectory.isEmpty())
+        process->setWorkingDirectory(workingDirectory);
     process->setProgram(beamcrafterPath());
     process->start();
     process->waitForStarted(10000);
@@ -128,10 +135,12 @@ bool TestStartup::waitUntilStarted(QProcess *process, QByteArray *log)
 
 void TestStartup::secondStartHandsOverAndExits()
 {
-    auto first = start();
+    // Nothing may depend on the working directory: /proc takes no new file even from root, and the
+    // second copy starts from another folder.
+    auto first = start(QStringLiteral("/proc"));
     QVERIFY(waitUntilListening());
 
-    auto second = start();
+    auto second = start(m_home->path());
     QVERIFY(second->waitForFinished(10000));
     QCOMPARE(second->exitStatus(), QProcess::NormalExit);
     QCOMPARE(second->exitCode(), 0);
@@ -160,6 +169,27 @@ void TestStartup::killedInstanceDoesNotBlockTheNextStart()
     QCOMPARE(third->exitCode(), 0);
     QVERIFY(waitUntil([&] { return next->readAllStandardError().contains("message: \"Show\""); }, 5000));
     m_processes.push_back(std::move(next));
+}
+
+void TestStartup::unusableLockStillStarts()
+{
+    // No folder for the lock and the socket can be written: the program says why and comes up.
+    QProcessEnvironment unwritable;
+    unwritable.insert(QStringLiteral("XDG_RUNTIME_DIR"), QStringLiteral("/proc"));
+    unwritable.insert(QStringLiteral("TMPDIR"), QStringLiteral("/proc"));
+    auto process = start(QStringLiteral("/proc"), unwritable);
+    QByteArray log;
+    QVERIFY2(waitUntil([&] {
+        log += process->readAllStandardError();
+        return log.contains("System Language is");
+    }, 15000), log.constData());
+    QVERIFY2(QRegularExpression(QStringLiteral("QtLocalPeer: lock file /proc/qtsingleapp-\\S+-lockfile "
+                                               "unusable: (permission denied|unknown error)"))
+                 .match(QString::fromLocal8Bit(log)).hasMatch(),
+             log.constData());
+    QTest::qWait(300);
+    QCOMPARE(process->state(), QProcess::Running);
+    m_processes.push_back(std::move(process));
 }
 
 void TestStartup::crashWritesADump_data()
