@@ -4,6 +4,7 @@
 // tests' view of the lights.
 #include "bluetoothmgr.h"
 #include "devdatamgr.h"
+#include "logcapture.h"
 #include "processutil.h"
 #include "testhome.h"
 
@@ -45,6 +46,8 @@ private slots:
         qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
         qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
         qunsetenv("BRIVON_SIM_LIGHTS");
+        // Lost links: a schedule ten times shorter than the real one (100 ms doubling up to 6 s).
+        qputenv(BluetoothMgr::kReconnectEnvVar, "100,6000,5000");
         m_store = std::make_shared<DevDataMgr>();
         m_mgr = std::make_unique<BluetoothMgr>(m_store);
         QVERIFY(m_mgr->isPluginLoaded());
@@ -186,17 +189,22 @@ private slots:
             QVERIFY(waitStored(addr, [](const DevData &d) { return d.switchState; }));
         }
 
-        // The 55 AA light is switched with brightness: off is 0, on is the remembered brightness.
-        DevData q = stored(kQ);
-        q.oldBrightness = 64;
-        m_store->updateDev(q);
+        // The 55 AA light is switched with brightness: off is 0, on brings back the brightness it
+        // had, also after a restart.
+        m_mgr->setBrightness(kQ, 70);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 70}}));
         m_mgr->powerOff(kQ);
         QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
         QCOMPARE(stored(kQ).switchState, false);
+        m_store->writeConfig();
+        DevDataMgr restarted;
+        restarted.readConfig();
+        QVERIFY(restarted.findDev(kQ));
+        QCOMPARE(restarted.findDev(kQ)->oldBrightness, 70);
         m_mgr->powerOn(kQ);
-        QVERIFY(waitSimHas(kQ, {{"brightness", 64}}));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 70}}));
         QCOMPARE(stored(kQ).switchState, true);
-        QCOMPARE(stored(kQ).brightness, 64);
+        QCOMPARE(stored(kQ).brightness, 70);
     }
 
     void knobTurnedOnTheLight()
@@ -210,77 +218,86 @@ private slots:
         QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kV1)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.switchState; }));
 
-        // While the user holds a slider, a 162 light's reports are held back; a protocol-1 light's are not.
-        m_mgr->setAdjusting(true);
+        // While the user drags the 162 light, its reports are held back; the other lights' are
+        // not, the 55 AA light's included.
+        m_mgr->setAdjusting(kV162, true);
         QCOMPARE(ctl(QStringLiteral("knob %1 brightness 21").arg(kV162)), QStringLiteral("ok"));
         QCOMPARE(ctl(QStringLiteral("knob %1 brightness 22").arg(kV1)), QStringLiteral("ok"));
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 23").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.brightness == 22; }));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 23; }));
         QTest::qWait(150);
         QCOMPARE(stored(kV162).brightness, 33);
-        m_mgr->setAdjusting(false);
+        m_mgr->setAdjusting(kV162, false);
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 24").arg(kV162)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 24; }));
 
         // On the 55 AA light: id 32 reports.
         QCOMPARE(ctl(QStringLiteral("knob %1 temperature 3500").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.temperature == 3500 && d.devCurModel == 1; }));
         QCOMPARE(ctl(QStringLiteral("knob %1 brightness 18").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 18; }));
-        QCOMPARE(ctl(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
 
         // Switched off in the app, then on at the light: the app re-sends the remembered brightness.
         m_mgr->setTemperature(kQ, 4000);
-        DevData q = stored(kQ);
-        q.oldBrightness = 47;
-        m_store->updateDev(q);
         m_mgr->powerOff(kQ);
         QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
         QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kQ)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 47; }));
-        QVERIFY(waitSimHas(kQ, {{"brightness", 47}}));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 18; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 18}}));
+
+        // Off in the app, then an effect is started and brightened at the light: it shows as on.
+        m_mgr->powerOff(kQ);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
+        QCOMPARE(ctl(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
+        QCOMPARE(stored(kQ).switchState, false);
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 25").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 25 && d.devCurModel == 2; }));
     }
 
-    void droppedLinkAndReconnect()
+    void droppedLinkComesBackByItself()
     {
+        QSignalSpy reconnecting(m_mgr.get(), &BaseDevice::sigReconnecting);
         QCOMPARE(ctl(QStringLiteral("drop ") + kV7), QStringLiteral("ok"));
         QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState == 0; }));
+        // Turned at the light while the link is down: what the light reports when it is back wins.
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 91").arg(kV7)), QStringLiteral("ok"));
         const int frames = simInt(kV7, "framesReceived");
-        m_mgr->powerOff(kV7); // the power flag is still set: a frame goes out into the void
-        QSignalSpy reconnects(m_mgr.get(), &BaseDevice::sigReconnectDevice);
-        QVERIFY(m_mgr->reconnectDevice(kV7));
-        QCOMPARE(reconnects.count(), 1);
-        QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState != 0; }, 5000));
-        // The state request after the connection is the first frame the light receives again.
-        QVERIFY(waitSimHas(kV7, {{"framesReceived", frames + 1}}));
+        QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState != 0 && d.brightness == 91; }, 5000));
+        QCOMPARE(reconnecting.count(), 2);
+        // Only the state request reached the light: nothing stored was pushed back onto it.
+        QVERIFY(waitSimHas(kV7, {{"framesReceived", frames + 1}, {"brightness", 91}}));
         QVERIFY(ctl(QStringLiteral("frames ") + kV7).endsWith(QLatin1String("\"ff a1 01 30 30 aa\"]")));
 
-        // The 55 AA light goes offline and comes back only after it reports its mode.
+        // The 55 AA light is back only once it has reported its mode.
         QCOMPARE(ctl(QStringLiteral("drop ") + kQ), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState == 0; }));
-        m_mgr->connectToDevice(kQ);
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState != 0; }, 5000));
     }
 
-    void unpluggedLightIsFoundAgainAndReconnects()
+    void unpluggedLightIsTriedWithGrowingPauses()
     {
+        // Two minutes on the real schedule, about 12 s on this one: a connection to a light that is
+        // not there fails after 3 s, so four attempts fail before it is plugged in again.
+        LogCapture log(true);
         QCOMPARE(ctl(QStringLiteral("unplug ") + kV1), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState == 0; }));
-
-        // Not there: a scan does not see it and a connection attempt fails.
-        QList<DevData> found = scan();
-        for (const DevData &dev : qAsConst(found))
+        for (const DevData &dev : scan())
             QVERIFY(dev.addr != kV1);
-        m_mgr->connectToDevice(kV1);
-        QTest::qWait(1000);
+        const QString scheduled = QStringLiteral("[BluetoothMgr::scheduleReconnect]: addr: ") + kV1;
+        QVERIFY(waitUntil([&] { return log.matching(scheduled).size() >= 5; }, 30000));
         QCOMPARE(int(stored(kV1).linkState), 0);
+        const QStringList pauses = log.matching(scheduled);
+        for (int i = 0; i < 4; ++i) {
+            const int ms = pauses.at(i).section(QStringLiteral("inMs: "), 1).toInt(), nominal = 100 << i;
+            QVERIFY2(ms <= nominal && ms >= nominal * 85 / 100, qPrintable(pauses.at(i)));
+        }
 
-        // Plugged in again, the next scan finds it and the manager connects on its own.
         QCOMPARE(ctl(QStringLiteral("plug ") + kV1), QStringLiteral("ok"));
-        found = scan();
-        bool seen = false;
-        for (const DevData &dev : qAsConst(found))
-            seen = seen || dev.addr == kV1;
-        QVERIFY(seen);
-        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState != 0; }, 5000));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState != 0; }, 15000));
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceConnected]: reconnected, addr: ") + kV1));
+        QCOMPARE(simInt(kV1, "overlappingAttempts"), 0);
     }
 
     void lightsFileAndControlErrors()
@@ -316,6 +333,46 @@ private slots:
         qputenv("BRIVON_SIM_LIGHTS", QByteArray("/nonexistent/lights.json"));
         QVERIFY(ctl(QStringLiteral("reset")).startsWith(QLatin1String("error cannot read")));
         QCOMPARE(ctl(QStringLiteral("list")), QStringLiteral("ok []"));
+        qunsetenv("BRIVON_SIM_LIGHTS");
+        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
+    }
+
+    void tenLightsDroppedTogether()
+    {
+        QJsonArray lights;
+        for (int i = 0; i < 10; ++i)
+            lights.append(QJsonObject{{"addr", QStringLiteral("AB:00:00:00:00:%1").arg(i, 2, 10, QLatin1Char('0'))},
+                                      {"protocol", i < 2 ? 1001 : 1 + i % 2}});
+        const QJsonObject timing{{"discoverFirstMs", 20}, {"discoverStepMs", 10}, {"scanMs", 400}, {"connectMs", 150}};
+        const QString path = m_home->path() + QStringLiteral("/ten.json");
+        QVERIFY(writeFile(path, QJsonDocument(QJsonObject{{"timing", timing}, {"lights", lights}}).toJson()));
+        qputenv("BRIVON_SIM_LIGHTS", QFile::encodeName(path));
+        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 10 lights"));
+        const QList<DevData> found = scan();
+        QCOMPARE(found.size(), 10);
+        const auto allOnline = [&] {
+            return std::all_of(found.begin(), found.end(), [&](const DevData &d) { return stored(d.addr).linkState != 0; });
+        };
+        for (const DevData &dev : found) {
+            m_store->addDev(dev);
+            m_mgr->connectToDevice(dev.addr);
+        }
+        QVERIFY(waitUntil(allOnline, 10000));
+
+        // All dropped at once, and seen by a scan while they are being tried again.
+        LogCapture log;
+        for (const DevData &dev : found)
+            QCOMPARE(ctl(QStringLiteral("drop ") + dev.addr), QStringLiteral("ok"));
+        m_mgr->startScan();
+        QVERIFY(waitUntil(allOnline, 15000));
+        QSet<QString> firstPauses;
+        for (const DevData &dev : found) {
+            QCOMPARE(simInt(dev.addr, "overlappingAttempts"), 0);
+            firstPauses << log.matching(QStringLiteral("[BluetoothMgr::scheduleReconnect]: addr: ") + dev.addr).value(0).section(QStringLiteral("inMs: "), 1);
+            m_mgr->removeDevice(dev.addr);
+            m_store->delDev(defaultGroupUuid(), dev.addr);
+        }
+        QVERIFY2(firstPauses.size() > 1, "jitter keeps them out of step");
         qunsetenv("BRIVON_SIM_LIGHTS");
         QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
     }

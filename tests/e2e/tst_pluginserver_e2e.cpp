@@ -1,8 +1,12 @@
-// A control-deck client driving the real program over its WebSocket server, with the simulated
-// Bluetooth lights answering on the other side.
+// A control-deck client driving the installed program over its WebSocket server, with the
+// simulated Bluetooth lights from its plug-in folder answering on the other side. The program
+// runs from the prefix the "installed" fixture fills, so the effect list proves that it found its
+// installed tables.
 #include "processutil.h"
 #include "testhome.h"
 
+#include <QElapsedTimer>
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -77,6 +81,9 @@ private slots:
     void noticesFollowTheLights();
     void groupCommandFansOut();
     void repliesReachOnlyTheLatestClient();
+    void exampleClientListsAndDims();
+    void sigtermKeepsTheLastChange();
+    void defaultPluginFoundByBareName();
 
 private:
     QJsonObject simState(const QString &addr);
@@ -102,8 +109,9 @@ void TestPluginServerE2E::initTestCase()
              "temperature": 4300, "mode": 1}
         ]})"));
     QVERIFY(writeFile(m_home->configFile(), QStringLiteral(R"({
-        "devs": [{"addr": "%1", "name": "RGB panel", "protocol": 2},
-                 {"addr": "%2", "name": "COB", "protocol": 1001}],
+        "devs": [{"addr": "%1", "name": "RGB panel", "protocol": 2, "lightEffect": {"enable": true},
+                  "colorLight": {"value": "#ffffff", "enable": true}},
+                 {"addr": "%2", "name": "COB", "protocol": 1001, "lightEffect": {"enable": true}}],
         "groups": [{"name": "Set", "uuid": "%3", "devs": ["%1", "%2"]}]})").arg(kRgb, kCob, kGroup).toUtf8()));
 
     // Take the first free port from 8000 so the program has to move past it.
@@ -114,13 +122,13 @@ void TestPluginServerE2E::initTestCase()
 
     m_control = QStringLiteral("/tmp/brivon-e2e-sim-%1").arg(QCoreApplication::applicationPid());
     QProcessEnvironment env = m_home->environment();
-    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_BIN_DIR "/libBrivonBleSim.so"));
+    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_INSTALLED_PLUGINS "/libBrivonBleSim.so"));
     env.insert(QStringLiteral("BRIVON_SIM_LIGHTS"), m_home->path() + QStringLiteral("/lights.json"));
     env.insert(QStringLiteral("BRIVON_SIM_CONTROL"), m_control);
     m_app = std::make_unique<QProcess>();
     m_app->setProcessEnvironment(env);
     m_app->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_app->start(beamcrafterPath(), {});
+    m_app->start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
     QVERIFY(m_app->waitForStarted(10000));
 
     // The port it found is published in its settings.
@@ -180,8 +188,13 @@ bool TestPluginServerE2E::waitForSim(const QString &addr, const QString &key, co
 void TestPluginServerE2E::listsStoredLightsAndGroups()
 {
     m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
-    QVERIFY(waitUntil([&] { return !m_client->received.isEmpty(); }, 5000));
-    const QJsonObject reply = m_client->received.takeLast();
+    QJsonObject reply;
+    QVERIFY(waitUntil([&] {
+        for (const QJsonObject &message : std::as_const(m_client->received))
+            if (message.value(QLatin1String("subCmd")).toString() == QLatin1String("listdevice"))
+                reply = message;
+        return !reply.isEmpty();
+    }, 5000));
     QCOMPARE(reply.value(QLatin1String("cmd")).toInt(), 20000);
     const QJsonObject param = reply.value(QLatin1String("param")).toObject();
     QCOMPARE(param.value(QLatin1String("light")).toArray().size(), 2);
@@ -190,6 +203,16 @@ void TestPluginServerE2E::listsStoredLightsAndGroups()
     QCOMPARE(groups.at(0).toObject().value(QLatin1String("id")).toString(), kGroup);
     QCOMPARE(groups.at(0).toObject().value(QLatin1String("switch")).toBool(), true);
     QVERIFY(!param.value(QLatin1String("effect")).toArray().isEmpty());
+    // Each light offers its own family's effects from the shipped table.
+    for (const QJsonValue &value : param.value(QLatin1String("light")).toArray()) {
+        const QJsonObject light = value.toObject();
+        QCOMPARE(light.value(QLatin1String("linked")).toBool(), true);
+        const QJsonArray effects = light.value(QLatin1String("effects")).toArray();
+        QVERIFY(effects.size() >= 5);
+        const bool aa = light.value(QLatin1String("type")).toInt() == 1001;
+        for (const QJsonValue &effect : effects)
+            QCOMPARE(effect.toObject().value(QLatin1String("cmd")).toString().contains(QLatin1Char('-')), aa);
+    }
 }
 
 void TestPluginServerE2E::controlCommandsReachTheLights()
@@ -198,9 +221,16 @@ void TestPluginServerE2E::controlCommandsReachTheLights()
         m_client->socket.sendTextMessage(envelope(10000, subCmd, QJsonObject{{"id", id}, {"value", value}}));
     };
 
-    control(QStringLiteral("brightness"), kRgb, 50);
-    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 50));
-    control(QStringLiteral("temperature"), kRgb, 3200);
+    // Values as decks send them: rounded, clamped to the light's range, numbers in text.
+    control(QStringLiteral("brightness"), kRgb, 50.5);
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 51));
+    control(QStringLiteral("brightness"), kRgb, QStringLiteral("29"));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 29));
+    control(QStringLiteral("temperature"), kRgb, 70000);
+    QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 6500));
+    control(QStringLiteral("temperature"), kRgb, QStringLiteral("-3"));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 2700));
+    control(QStringLiteral("temperature"), kRgb, 3200.4);
     QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 3200));
     control(QStringLiteral("color"), kRgb, QStringLiteral("#00ff00"));
     QVERIFY(waitForSim(kRgb, QStringLiteral("hue"), 120));
@@ -213,12 +243,25 @@ void TestPluginServerE2E::controlCommandsReachTheLights()
     control(QStringLiteral("effect"), kCob, QStringLiteral("B-4"));
     QVERIFY(waitForSim(kCob, QStringLiteral("effect"), QStringLiteral("B-4")));
 
-    // A brightness without a value, and an unknown id, reach nobody.
+    // Refused requests reach nobody: no value, an unknown id, the other family's effect.
+    QTest::qWait(150);
     const int framesBefore = simState(kRgb).value(QLatin1String("framesReceived")).toInt();
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}}));
     control(QStringLiteral("brightness"), QStringLiteral("nobody"), 10);
+    control(QStringLiteral("effect"), kRgb, QStringLiteral("A-1"));
+    control(QStringLiteral("brightness"), kRgb, QStringLiteral("NaN"));
+    QVERIFY(m_client->waitFor(QStringLiteral("error")));
     QTest::qWait(300);
     QCOMPARE(simState(kRgb).value(QLatin1String("framesReceived")).toInt(), framesBefore);
+    QCOMPARE(simState(kRgb).value(QLatin1String("effect")).toString(), QStringLiteral("7"));
+
+    // A flood reaches the light as a few frames, ending with the latest value.
+    for (int i = 1; i <= 300; ++i)
+        control(QStringLiteral("brightness"), kRgb, i == 300 ? 77 : i % 100);
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 77));
+    QTest::qWait(300);
+    const int flooded = simState(kRgb).value(QLatin1String("framesReceived")).toInt() - framesBefore;
+    QVERIFY2(flooded < 100, qPrintable(QString::number(flooded)));
 }
 
 void TestPluginServerE2E::noticesFollowTheLights()
@@ -232,12 +275,12 @@ void TestPluginServerE2E::noticesFollowTheLights()
     QVERIFY(waitUntil([&] { return socket.canReadLine(); }, 2000));
     QVERIFY(socket.readLine().startsWith("ok"));
     QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, false));
+    QVERIFY(m_client->waitFor(QStringLiteral("state"), kRgb));
 
     // "switch" toggles: the light is off, so it goes on, and the notice says so.
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
     QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
     QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, true));
-    QVERIFY(m_client->waitFor(QStringLiteral("switch"), kGroup, true));
 }
 
 void TestPluginServerE2E::groupCommandFansOut()
@@ -251,6 +294,7 @@ void TestPluginServerE2E::groupCommandFansOut()
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kGroup}}));
     QVERIFY(waitForSim(kRgb, QStringLiteral("power"), false));
     QVERIFY(waitForSim(kCob, QStringLiteral("power"), false));
+    QVERIFY(m_client->waitFor(QStringLiteral("switch"), kGroup, false));
 }
 
 void TestPluginServerE2E::repliesReachOnlyTheLatestClient()
@@ -264,6 +308,77 @@ void TestPluginServerE2E::repliesReachOnlyTheLatestClient()
     QVERIFY(newer.waitFor(QStringLiteral("listdevice")));
     QTest::qWait(200);
     QVERIFY(m_client->received.isEmpty());
+}
+
+void TestPluginServerE2E::exampleClientListsAndDims()
+{
+    // The README's example client, run as a user would run it.
+    m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
+    QProcess example;
+    example.setProcessChannelMode(QProcess::MergedChannels);
+    example.start(QStringLiteral("python3"), {QStringLiteral(BRIVON_SOURCE_DIR "/examples/deck_client.py"), QStringLiteral("--port"),
+                                              QString::number(m_port), QStringLiteral("--dim"), kRgb, QStringLiteral("35")});
+    QVERIFY(example.waitForFinished(20000));
+    const QString output = QString::fromUtf8(example.readAll());
+    QVERIFY2(example.exitCode() == 0 && output.contains(QStringLiteral("light %1  \"RGB panel\"").arg(kRgb)), qPrintable(output));
+    QVERIFY2(output.contains(QStringLiteral("state %1: on, brightness 35").arg(kRgb)), qPrintable(output));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 35));
+}
+
+void TestPluginServerE2E::sigtermKeepsTheLastChange()
+{
+    const auto brightness = [this](int value) {
+        m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}, {"value", value}}));
+        return waitForSim(kRgb, QStringLiteral("brightness"), value);
+    };
+    // "switch" toggles: the light may already be on from an earlier case.
+    if (simState(kRgb).value(QLatin1String("power")) != QJsonValue(true))
+        m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
+    // The first change is written at once, the second one waits for the next half-second write.
+    QVERIFY(brightness(62));
+    QElapsedTimer sinceChange;
+    sinceChange.start();
+    QVERIFY(brightness(63));
+    m_app->terminate(); // SIGTERM
+    qInfo() << "SIGTERM" << sinceChange.elapsed() << "ms after the change was sent";
+    QVERIFY(m_app->waitForFinished(10000));
+    QCOMPARE(m_app->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_app->exitCode(), 0);
+    const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
+    for (const QJsonValue &dev : devs) {
+        if (dev.toObject().value(QLatin1String("addr")).toString() == kRgb)
+            QCOMPARE(dev.toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 63);
+    }
+    QCOMPARE(devs.size(), 2);
+}
+
+void TestPluginServerE2E::defaultPluginFoundByBareName()
+{
+    // A second instance of its own (another runtime folder), without the plug-in override: the
+    // BlueZ plug-in comes from the installed plug-in folder and finds its light profiles.
+    QProcessEnvironment env = m_home->environment();
+    const QString runtime = m_home->path() + QStringLiteral("/runtime2");
+    QVERIFY(QDir().mkpath(runtime));
+    QFile(runtime).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    env.insert(QStringLiteral("QT_DEBUG_PLUGINS"), QStringLiteral("1"));
+    QProcess app;
+    app.setProcessEnvironment(env);
+    app.setProcessChannelMode(QProcess::MergedChannels);
+    QByteArray output;
+    app.start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
+    QVERIFY(app.waitForStarted(10000));
+    const QByteArray loaded = "\"" BRIVON_INSTALLED_PLUGINS "/libBrivonQXBleDLL.so\" loaded library";
+    const bool found = waitUntil([&] {
+        output += app.readAll();
+        return output.contains(loaded);
+    }, 15000);
+    app.kill();
+    app.waitForFinished(5000);
+    QVERIFY2(found, output.right(3000).constData());
+    QVERIFY2(!output.contains("[BleBluezPlugin::loadProfiles]"), output.right(3000).constData());
 }
 
 QTEST_GUILESS_MAIN(TestPluginServerE2E)

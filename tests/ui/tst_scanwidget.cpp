@@ -68,6 +68,7 @@ private slots:
     void connectNeedsASelection();
     void everyWayOutStopsTheScan_data();
     void everyWayOutStopsTheScan();
+    void emptyScanOffersAnother();
     void connectingTwoLightsSwitchesOnce();
     void groupBoxReportsTheChange_data();
     void groupBoxReportsTheChange();
@@ -139,7 +140,13 @@ void TestScanWidget::eachLightListedOncePerScan()
     QCOMPARE(listedAddresses(m_scan->deviceWidget()),
              (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:02", "AA:00:00:00:00:03", "AA:00:00:00:00:04",
                           "AA:00:00:00:00:05"}));
-    QCOMPARE(m_scan->deviceWidget()->listWidget()->item(1)->text(), QStringLiteral("Fill light"));
+    // The address beside the name; a nameless light by its address alone.
+    QVERIFY(m_scan->deviceWidget()->listWidget()->item(1)->text().startsWith(QStringLiteral("Fill light")));
+    QVERIFY(m_scan->deviceWidget()->listWidget()->item(1)->text().endsWith(QStringLiteral("AA:00:00:00:00:02")));
+    DevData nameless;
+    nameless.addr = QStringLiteral("AA:00:00:00:00:09");
+    emit mgr->sigDeviceDiscovered(nameless);
+    QCOMPARE(m_scan->deviceWidget()->listWidget()->item(5)->text(), nameless.addr);
 
     // The next showing starts from an empty list.
     m_scan->hide();
@@ -147,6 +154,22 @@ void TestScanWidget::eachLightListedOncePerScan()
     QCOMPARE(m_scan->deviceWidget()->count(), 0);
     QVERIFY(waitListed(5));
     QCOMPARE(m_scan->deviceWidget()->count(), 5);
+}
+
+void TestScanWidget::emptyScanOffersAnother()
+{
+    DeviceMgr *mgr = DeviceMgrSingleton::instance();
+    m_scan->show();
+    QVERIFY(!m_scan->rescanButton()->isEnabled());
+    // A transport whose scan ends before anything is found.
+    emit mgr->sigDeviceDiscoveredFinished();
+    QVERIFY(m_scan->deviceWidget()->isNothingFoundVisible());
+    QVERIFY(m_scan->rescanButton()->isEnabled());
+    QTest::mouseClick(m_scan->rescanButton(), Qt::LeftButton);
+    QVERIFY(m_scan->isVisible());
+    QVERIFY(!m_scan->deviceWidget()->isNothingFoundVisible());
+    QVERIFY(m_scan->deviceWidget()->isDiscoverTipVisible());
+    QVERIFY(waitListed(1));
 }
 
 void TestScanWidget::connectNeedsASelection()
@@ -218,8 +241,18 @@ void TestScanWidget::connectingTwoLightsSwitchesOnce()
     m_scan->show();
     QVERIFY(waitListed(5));
     QListWidget *list = m_scan->deviceWidget()->listWidget();
-    list->item(1)->setSelected(true);
-    list->item(2)->setSelected(true);
+    // Any set: a click, a Ctrl click two rows further, then the keyboard, which adds nothing more.
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(1)).center());
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                      list->visualItemRect(list->item(3)).center());
+    QCOMPARE(list->selectedItems().size(), 2);
+    list->setFocus();
+    QVERIFY(list->hasFocus());
+    QTest::keyClick(list, Qt::Key_Down, Qt::ControlModifier);
+    QTest::keyClick(list, Qt::Key_Space, Qt::ControlModifier);
+    QCOMPARE(list->selectedItems().size(), 3);
+    QTest::keyClick(list, Qt::Key_Space, Qt::ControlModifier);
+    QCOMPARE(list->selectedItems().size(), 2);
     QTest::mouseClick(m_scan->connectButton(), Qt::LeftButton);
 
     QCOMPARE(switched.size(), 1);
@@ -229,12 +262,12 @@ void TestScanWidget::connectingTwoLightsSwitchesOnce()
     QVERIFY(fill);
     QCOMPARE(fill->name, QStringLiteral("Fill light"));
     QCOMPARE(fill->protocol, 2); // the record as discovery reported it
-    QVERIFY(mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:03")));
+    QVERIFY(mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:04")));
     QVERIFY(!m_scan->isVisible());
     // Both are linked at once, not only when a later scan sees them again.
     QVERIFY(waitUntil([&]() {
         return mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:02"))->linkState == 1
-            && mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:03"))->linkState == 1;
+            && mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:04"))->linkState == 1;
     }, 3000));
 
     // Next time the stored lights are not offered again.
@@ -242,7 +275,7 @@ void TestScanWidget::connectingTwoLightsSwitchesOnce()
     QVERIFY(waitListed(3));
     QTest::qWait(600);
     QCOMPARE(listedAddresses(m_scan->deviceWidget()),
-             (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:04", "AA:00:00:00:00:05"}));
+             (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:03", "AA:00:00:00:00:05"}));
 }
 
 void TestScanWidget::groupBoxReportsTheChange_data()
@@ -257,6 +290,8 @@ void TestScanWidget::groupBoxReportsTheChange_data()
     QTest::newRow("one removed") << QStringList{"A", "B"} << QList<int>{0} << QStringList() << QStringList{"A"};
     QTest::newRow("clicked twice") << QStringList{"C"} << QList<int>{1, 1} << QStringList() << QStringList();
     QTest::newRow("swapped") << QStringList{"A"} << QList<int>{0, 1} << QStringList{"B"} << QStringList{"A"};
+    // Rows reached with the arrows and toggled with Space.
+    QTest::newRow("keyboard") << QStringList{"A"} << QList<int>{2, 0} << QStringList{"C"} << QStringList{"A"};
 }
 
 void TestScanWidget::groupBoxReportsTheChange()
@@ -287,8 +322,20 @@ void TestScanWidget::groupBoxReportsTheChange()
     connect(&box, &DeviceNameWidget::handleDelDevice, this, [&](QString addr) { removed << addr; });
 
     QListWidget *list = box.listWidget();
-    for (int row : clicks)
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(row)).center());
+    const bool keys = QByteArray(QTest::currentDataTag()) == "keyboard";
+    for (int row : clicks) {
+        if (!keys) {
+            QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(row)).center());
+            continue;
+        }
+        list->setFocus();
+        QVERIFY(list->hasFocus());
+        while (list->currentRow() < row)
+            QTest::keyClick(list, Qt::Key_Down);
+        while (list->currentRow() > row)
+            QTest::keyClick(list, Qt::Key_Up);
+        QTest::keyClick(list, Qt::Key_Space);
+    }
     box.findChild<QPushButton *>(QStringLiteral("btnDeviceNameOk"))->click();
     QTEST(added, "added");
     QTEST(removed, "removed");
