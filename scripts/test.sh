@@ -2,8 +2,8 @@
 # Sets everything up, builds, and runs the whole test suite, then compiles every source for Windows.
 #   BRIVON_SANITIZE=1   build into build-asan/ with AddressSanitizer and UndefinedBehaviorSanitizer
 #                       and run every suite there instead (leak checks on for suites without windows).
-# Under CI (CI=true) the fuzz targets are also built with clang and run for a short while over their
-# corpora.
+# Under CI (CI=true) the sanitized suites run after the plain ones, and the fuzz targets are also built
+# with clang and run for a short while over their corpora.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -27,6 +27,10 @@ if [ -n "${BRIVON_SANITIZE:-}" ] && [ "${BRIVON_SANITIZE}" != 0 ]; then
     run_sanitized "$@"
 else
     run_plain "$@"
+    # CI holds every submission to the sanitizers as well.
+    if [ "${CI:-}" = "true" ]; then
+        run_sanitized "$@"
+    fi
 fi
 
 if [ "${CI:-}" = "true" ] || [ -n "${BRIVON_FUZZ_SECONDS:-}" ]; then
