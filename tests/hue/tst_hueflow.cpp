@@ -219,11 +219,14 @@ private slots:
         mgr.refreshDevices();
         QVERIFY(waitUntil([&]() {
             return store->findDev(address(kColorLight))->brightness == 42
-                && store->findDev(address(kAmbianceLight))->temperature == 250
+                && store->findDev(address(kAmbianceLight))->temperature == 4000
+                && store->findDev(address(kColorLight))->devCurModel == 3
                 && !store->findDev(address(kDimmableLight))->switchState;
         }, 15000));
         const DevData *color = store->findDev(address(kColorLight));
-        QCOMPARE(color->temperature, 0); // colour mode: the bridge reports no mirek
+        // Colour mode: no mirek from the bridge; the temperature nearest to red, kept in range.
+        QVERIFY(color->temperature >= color->temperatureMin && color->temperature <= color->temperatureMax);
+        QVERIFY2(color->colorLight.startsWith(QLatin1String("#ff")), qPrintable(color->colorLight));
         QCOMPARE(color->switchState, true);
         QVERIFY(store->findDev(address(kAmbianceLight))->switchState);
     }
@@ -268,7 +271,7 @@ private slots:
         QVERIFY(waitUntil([&]() { return updates.size() == 1; }, 15000));
         QVERIFY(mgr.hueBridge()->discoveredBridges().isEmpty());
         const DevData *dev = store->findDev(address(kColorLight));
-        QCOMPARE(dev->temperature, 366);
+        QCOMPARE(dev->temperature, 2700); // 366 mirek
         QCOMPARE(dev->linkState, quint8(1));
     }
 
@@ -282,8 +285,8 @@ private slots:
         QTest::addColumn<int>("temperatureMin");
         QTest::addColumn<int>("temperatureMax");
 
-        QTest::newRow("colour") << kColorLight << "Hue color lamp 1" << true << 79 << 366 << 2000 << 6500;
-        QTest::newRow("ambiance") << kAmbianceLight << "Hue ambiance lamp" << false << 50 << 233 << 2200 << 6500;
+        QTest::newRow("colour") << kColorLight << "Hue color lamp 1" << true << 79 << 2700 << 2000 << 6500;
+        QTest::newRow("ambiance") << kAmbianceLight << "Hue ambiance lamp" << false << 50 << 4200 << 2200 << 6500;
         QTest::newRow("dimmable only") << kDimmableLight << "Hue white lamp" << true << 100 << -1 << 0 << 0;
     }
 
@@ -322,12 +325,12 @@ private slots:
         QCOMPARE(dev.brightnessRatio, 1);
         QCOMPARE(dev.linkState, quint8(1));
         QVERIFY(dev.enablePower);
-        QVERIFY(dev.colorLightEnable);
+        QCOMPARE(dev.colorLightEnable, light == kColorLight);
         QVERIFY(!dev.lightEffectEnable);
         QCOMPARE(dev.oldBrightness, -1);
         QCOMPARE(dev.auxValue1, -1);
         QCOMPARE(dev.auxValue2, -1);
-        QCOMPARE(dev.devCurModel, -1);
+        QCOMPARE(dev.devCurModel, temperature > 0 ? 1 : -1); // colour temperature mode, when reported
         QCOMPARE(dev.colorLight, QStringLiteral("#FFFFFF"));
     }
 
@@ -347,10 +350,10 @@ private slots:
 
         mgr.refreshDevices();
         QVERIFY(waitUntil([&]() { return updates.size() == 3; }, 15000));
-        QCOMPARE(m_fake.requests(QStringLiteral("GET")).size(), 3);
+        QCOMPARE(lightReads(), 3);
 
         const DevData *color = store->findDev(address(kColorLight));
-        QCOMPARE(color->temperature, 366); // mirek, as the bridge reports it
+        QCOMPARE(color->temperature, 2700); // 366 mirek
         QCOMPARE(color->brightness, 79);
         QCOMPARE(color->switchState, true);
         QCOMPARE(color->linkState, quint8(1));
@@ -358,7 +361,7 @@ private slots:
         QCOMPARE(color->temperatureMax, 6500);
         QCOMPARE(color->name, QStringLiteral("stored"));
         const DevData *ambiance = store->findDev(address(kAmbianceLight));
-        QCOMPARE(ambiance->temperature, 233);
+        QCOMPARE(ambiance->temperature, 4200);
         QCOMPARE(ambiance->switchState, false);
         QCOMPARE(ambiance->temperatureMin, 2200);
         const DevData *dimmable = store->findDev(address(kDimmableLight));
@@ -459,31 +462,136 @@ private slots:
         QVERIFY(hueSettings().contains(QStringLiteral("bridge/") + ip + QLatin1Char('/') + kBridgeId));
     }
 
-    void bridgeStoppedMidSession()
+    void bridgeGoesAwayAndComesBack()
     {
         QVERIFY(startFake());
         seedPairedBridge(m_address);
         auto store = std::make_shared<DevDataMgr>();
         store->addDev(storedLight(address(kColorLight)));
         HueDeviceMgr mgr(store);
-        QSignalSpy updates(store.get(), &DevDataMgr::onUpdateDev);
-        QSignalSpy powered(mgr.hueBridge().get(), &HueBridge::updatePower);
         mgr.refreshDevices();
-        QVERIFY(waitUntil([&]() { return updates.size() == 1; }, 15000));
+        QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 1; }, 15000));
 
-        m_fake.kill();
-        mgr.powerOn(address(kColorLight));
-        QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 30000));
-        m_log->clear();
-        mgr.refreshDevices();
-        QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 30000));
-        QCOMPARE(powered.size(), 0);
-        QCOMPARE(updates.size(), 1);
+        // Switched off without closing anything: the request times out and the card shows it.
+        QVERIFY(m_fake.control(m_address, QStringLiteral("outage"), {{"on", true}}));
+        mgr.setBrightness(address(kColorLight), 20);
+        QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 0; }, 30000));
+        QVERIFY(networkErrorLogged());
+        QVERIFY(!mgr.hueBridge()->isOnline(m_address, kBridgeId));
 
-        // Still running: once the bridge is back, the next refresh goes through.
-        QVERIFY(startFake());
+        QVERIFY(m_fake.control(m_address, QStringLiteral("outage"), {{"on", false}}));
+        mgr.setBrightness(address(kColorLight), 30);
+        QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 1; }, 40000));
+        const QString path = kLightPath + QLatin1Char('/') + kColorLight;
+        QVERIFY(waitUntil([&]() {
+            const QList<QJsonObject> puts = m_fake.requests(QStringLiteral("PUT"), path);
+            return !puts.isEmpty() && puts.last().value("status").toInt() == 200
+                && puts.last().value("body").toString().contains(QLatin1String("30"));
+        }, 40000));
+    }
+
+    void realBridgeLampsAndAGroupDrag()
+    {
+        QVERIFY(startFake({QStringLiteral("--lights"), QStringLiteral(BRIVON_SOURCE_DIR "/tests/hue/data/hue-bridge-lights.json")}));
+        seedPairedBridge(m_address);
+        setDiscoveryStamp(QDateTime::currentDateTime());
+        auto store = std::make_shared<DevDataMgr>();
+        HueDeviceMgr mgr(store);
+        QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
+        mgr.startScan();
+        QVERIFY(waitUntil([&]() { return discovered.size() == 8; }, 15000));
+        int colourLamps = 0;
+        for (const QList<QVariant> &arguments : qAsConst(discovered)) {
+            DevData dev = arguments.first().value<DevData>();
+            QVERIFY2(dev.temperatureMin > 0 && dev.temperature >= dev.temperatureMin && dev.temperature <= dev.temperatureMax,
+                     qPrintable(QStringLiteral("%1: %2 K in %3..%4").arg(dev.name).arg(dev.temperature)
+                                    .arg(dev.temperatureMin).arg(dev.temperatureMax)));
+            QVERIFY(!dev.lightEffectEnable);
+            colourLamps += dev.colorLightEnable ? 1 : 0;
+            dev.switchState = true;
+            if (store->devices().size() < 5)
+                store->addDev(dev);
+        }
+        QCOMPARE(colourLamps, 5); // lamps 1, 3, 4, 5, 8 have "color"
+        QCOMPARE(store->findDev(address(QStringLiteral("f427202e-d8cd-cb0e-479f-72955a2d7cbe")))->temperature, 2700);
+
+        // A slider on a group of five held for five seconds: every lamp every 100 ms.
+        const int before = int(m_fake.requests().size());
+        const QStringList lamps = store->devices().keys();
+        int value = 0;
+        for (int tick = 0; tick < 50; ++tick) {
+            value = 10 + tick;
+            for (const QString &lamp : lamps)
+                mgr.setBrightness(lamp, value);
+            QTest::qWait(100);
+        }
+        const int duringDrag = int(m_fake.requests().size()) - before;
+        QVERIFY(waitUntil([&]() { return mgr.hueBridge()->queuedCommands(m_address, kBridgeId) == 0; }, 15000));
+        QTest::qWait(1000);
+        const QList<QJsonObject> puts = m_fake.requests(QStringLiteral("PUT")).mid(0);
+        qInfo("group drag: %d requests during the 5 s drag, %d in all", duringDrag, int(m_fake.requests().size()) - before);
+        for (const QJsonObject &put : puts)
+            QCOMPARE(put.value("status").toInt(), 200);
+        QVERIFY(duringDrag <= 5 * 10 + 1);
+        for (const QString &lamp : lamps) {
+            const QString path = kLightPath + QLatin1Char('/') + lamp.section(QLatin1Char('/'), 2);
+            const QList<QJsonObject> lampPuts = m_fake.requests(QStringLiteral("PUT"), path);
+            QVERIFY(!lampPuts.isEmpty());
+            QCOMPARE(QJsonDocument::fromJson(lampPuts.last().value("body").toString().toUtf8())
+                         .object().value("dimming").toObject().value("brightness").toInt(), value);
+            QCOMPARE(store->findDev(lamp)->brightness, value);
+        }
+    }
+
+    void discoveryAsksMdnsFirst()
+    {
+        QVERIFY(startFake({QStringLiteral("--mdns"), QStringLiteral("127.0.0.1:0")}));
+        qputenv("BRIVON_HUE_MDNS", m_fake.mdnsAddress().toUtf8());
+        HueBridge bridge;
+        QSignalSpy found(&bridge, &HueBridge::discover);
+        bridge.discoverBridges();
+        QVERIFY(waitUntil([&]() { return found.size() == 1; }, 15000));
+        qputenv("BRIVON_HUE_MDNS", "127.0.0.1:9");
+        const QList<Bridge> bridges = found.first().first().value<QList<Bridge>>();
+        QCOMPARE(bridges.size(), 1);
+        QCOMPARE(bridges.first().id, kBridgeId);
+        QCOMPARE(bridges.first().ip, m_address);
+        QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 0);
+    }
+
+    void movedBridgeKeepsLampsAndGroups()
+    {
+        QVERIFY(startFake({QStringLiteral("--mdns"), QStringLiteral("127.0.0.1:0")}));
+        qputenv("BRIVON_HUE_MDNS", m_fake.mdnsAddress().toUtf8());
+        seedPairedBridge(m_address);
+        auto store = std::make_shared<DevDataMgr>();
+        for (const QString &light : {kColorLight, kAmbianceLight})
+            store->addDev(storedLight(address(light)));
+        const QString group = store->addGroup(QStringLiteral("Desk"));
+        store->addDevToGroup(group, *store->findDev(address(kAmbianceLight)));
+        store->addDevToGroup(group, *store->findDev(address(kColorLight)));
+        HueDeviceMgr mgr(store);
         mgr.refreshDevices();
-        QVERIFY(waitUntil([&]() { return updates.size() == 2; }, 30000));
+        QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 1; }, 15000));
+
+        const QString oldAddress = m_address;
+        m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost++);
+        QVERIFY(m_fake.control(oldAddress, QStringLiteral("move"), {{"address", m_address}}));
+        mgr.powerOn(oldAddress + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + kColorLight);
+        QVERIFY(waitUntil([&]() {
+            const DevData *dev = store->findDev(address(kColorLight));
+            return dev && dev->linkState == 1 && store->findDev(address(kAmbianceLight));
+        }, 40000));
+        qputenv("BRIVON_HUE_MDNS", "127.0.0.1:9");
+        QCOMPARE(store->devices().size(), 2);
+        QCOMPARE(store->groups().value(group).devs, QStringList({address(kAmbianceLight), address(kColorLight)}));
+        QCOMPARE(store->findDev(address(kColorLight))->name, QStringLiteral("stored"));
+        QVERIFY(hueSettings().contains(QStringLiteral("bridge/") + m_address + QLatin1Char('/') + kBridgeId));
+        QVERIFY(!hueSettings().contains(QStringLiteral("bridge/") + oldAddress + QLatin1Char('/') + kBridgeId));
+        // And so does the next run.
+        DevDataMgr nextRun;
+        nextRun.readConfig();
+        QVERIFY(nextRun.findDev(address(kColorLight)));
     }
 
     void badLightReplies_data();
@@ -517,6 +625,14 @@ private slots:
     }
 
 private:
+    int lightReads() const
+    {
+        int reads = 0;
+        for (const QJsonObject &request : m_fake.requests(QStringLiteral("GET")))
+            reads += request.value("path").toString().startsWith(kLightPath) ? 1 : 0;
+        return reads;
+    }
+
     bool networkErrorLogged() const
     {
         for (const QString &line : m_log->matching(QStringLiteral("Network error:"))) {
