@@ -60,21 +60,6 @@ private slots:
         m_dialog.reset();
     }
 
-    void formTexts()
-    {
-        QCOMPARE(m_dialog->windowTitle(), QStringLiteral("软件更新"));
-        QCOMPARE(m_dialog->size(), QSize(700, 600));
-        QCOMPARE(m_dialog->minimumSize(), m_dialog->maximumSize());
-        QVERIFY(!(m_dialog->windowFlags() & Qt::WindowContextHelpButtonHint));
-        QCOMPARE(child<QPushButton>("pushButton_skip")->text(), QStringLiteral("跳过此版本"));
-        QCOMPARE(child<QPushButton>("pushButton_promptLater")->text(), QStringLiteral("稍后提示"));
-        QCOMPARE(child<QPushButton>("pushButton_update")->text(), QStringLiteral("安装更新"));
-        QCOMPARE(child<QPushButton>("pushButton_cancel")->text(), QStringLiteral("取消"));
-        QVERIFY(!child<QLabel>("label_icon")->pixmap().isNull());
-        QVERIFY(child<QLabel>("label_tip")->isHidden());
-        QVERIFY(choicesShown());
-    }
-
     void offerShowsTheRelease()
     {
         m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
