@@ -1,5 +1,6 @@
 #include "fakeupdateserver.h"
 #include "processutil.h"
+#include "testcerts.h"
 #include "testhome.h"
 #include "updatecheck.h"
 
@@ -85,6 +86,55 @@ private slots:
             QCOMPARE(expected->first().first().toString(), text);
     }
 
+    // Over HTTPS with the usual verification; plain HTTP only to a loopback host.
+    void transport_data()
+    {
+        QTest::addColumn<QString>("base");
+        QTest::addColumn<bool>("trustRoot");
+        QTest::addColumn<bool>("movedToHttp");
+        QTest::addColumn<int>("requests"); // reaching the HTTPS server; answered when 1 and not moved
+
+        const QString pki = m_home.path() + QStringLiteral("/pki");
+        if (!m_https.isListening()) {
+            QVERIFY(TestCerts::makeRoot(pki));
+            QVERIFY(TestCerts::makeServer(pki, "server", pki, "127.0.0.1", {"IP:127.0.0.1", "DNS:localhost"}));
+            QVERIFY(m_https.setTls(pki + "/server.pem", pki + "/server.key") && m_https.listen());
+        }
+        const QString https = m_https.baseUrl();
+        QTest::newRow("https, trusted root") << https << true << false << 1;
+        QTest::newRow("https, root not trusted") << https << false << false << 0;
+        QTest::newRow("plain http to another host") << "http://update.example.com" << true << false << 0;
+        QTest::newRow("redirected from https to http") << https << true << true << 1;
+    }
+    void transport()
+    {
+        QFETCH(QString, base);
+        QFETCH(bool, trustRoot);
+        QFETCH(bool, movedToHttp);
+        QFETCH(int, requests);
+        if (trustRoot)
+            qputenv("BRIVON_UPDATE_CA_FILE", (m_home.path() + QStringLiteral("/pki/ca.pem")).toUtf8());
+        else
+            qunsetenv("BRIVON_UPDATE_CA_FILE");
+        qputenv("BRIVON_UPDATE_URL", base.toUtf8());
+        m_https.setCheckReply(FakeUpdateServer::upToDateReply());
+        m_https.setMovedTo(movedToHttp ? m_server.baseUrl() : QString());
+        const int plainBefore = m_server.requests().size();
+        const int httpsBefore = m_https.requests().size();
+
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        QSignalSpy version(&check, &UpdateCheck::versionMessage);
+        QSignalSpy error(&check, &UpdateCheck::errorMessage);
+        runCheck(check, reply, version, error);
+        qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
+        const bool answered = requests == 1 && !movedToHttp;
+        QCOMPARE(reply.size(), answered ? 1 : 0);
+        QCOMPARE(error.size(), answered ? 0 : 1);
+        QCOMPARE(m_https.requests().size() - httpsBefore, requests);
+        QCOMPARE(m_server.requests().size(), plainBefore);
+    }
+
     void offerCarriesTheRelease_data();
     void offerCarriesTheRelease();
     void overlappingChecksEachAnswerOnce()
@@ -116,6 +166,7 @@ private:
 
     TestHome m_home;
     FakeUpdateServer m_server;
+    FakeUpdateServer m_https;
 };
 
 // Defined outside the class: moc cannot skip bodies that hold raw string literals.
@@ -187,7 +238,7 @@ void TestUpdateCheck::replies_data()
 void TestUpdateCheck::offerCarriesTheRelease_data()
 {
     QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<int>("size");
+    QTest::addColumn<qint64>("size");
     QTest::addColumn<QString>("version");
     QTest::addColumn<QString>("versionInfo");
     QTest::addColumn<QString>("downloadUrl");
@@ -195,14 +246,16 @@ void TestUpdateCheck::offerCarriesTheRelease_data()
 
     QTest::newRow("complete") << QByteArray(R"({"needUpdate": true, "version": "1.1.0", "versionInfo": "修复\nfixes",
         "downloadUrl": "http://dl.example/setup.exe", "size": 52428800, "md5": "abc123"})")
-                              << 52428800 << "1.1.0" << "修复\nfixes" << "http://dl.example/setup.exe" << "abc123";
+                              << 52428800LL << "1.1.0" << "修复\nfixes" << "http://dl.example/setup.exe" << "abc123";
     QTest::newRow("no size") << QByteArray(R"({"needUpdate": true, "version": "1.1.0",
         "downloadUrl": "http://dl.example/setup.exe"})")
-                             << 0 << "1.1.0" << "" << "http://dl.example/setup.exe" << "";
-    QTest::newRow("size beyond 32 bits") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": 9999999999})")
-                                         << 0 << "2.0" << "" << "" << "";
+                             << 0LL << "1.1.0" << "" << "http://dl.example/setup.exe" << "";
+    QTest::newRow("size of several gigabytes") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": 9999999999})")
+                                               << 9999999999LL << "2.0" << "" << "" << "";
+    QTest::newRow("negative size") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": -5})")
+                                   << 0LL << "2.0" << "" << "" << "";
     QTest::newRow("wrong types") << QByteArray(R"({"needUpdate": true, "version": 2, "size": "12", "md5": []})")
-                                 << 0 << "" << "" << "" << "";
+                                 << 0LL << "" << "" << "" << "";
 }
 
 void TestUpdateCheck::offerCarriesTheRelease()
@@ -220,7 +273,7 @@ void TestUpdateCheck::offerCarriesTheRelease()
     QCOMPARE(version.size(), 1);
 
     const VersionData offer = version.first().first().value<VersionData>();
-    QTEST(int(offer.size), "size");
+    QTEST(offer.size, "size");
     QTEST(offer.version, "version");
     QTEST(offer.versionInfo, "versionInfo");
     QTEST(offer.downloadUrl, "downloadUrl");
