@@ -334,9 +334,9 @@ bool DevDataMgr::changeDevAddr(const QString &oldAddr, const QString &newAddr)
 {
     if (oldAddr == newAddr || !m_devices.contains(oldAddr) || m_devices.contains(newAddr) || newAddr.isEmpty())
         return false;
-    DevData dev = m_devices.take(oldAddr);
+    DevData dev = m_devices.value(oldAddr);
     dev.addr = newAddr;
-    m_devices.insert(newAddr, dev);
+    m_devices.rekey(oldAddr, newAddr, dev);
     QList<QPair<QString, QString>> memberOf;
     for (auto it = m_groups.begin(); it != m_groups.end(); ++it) {
         const int index = int(it->devs.indexOf(oldAddr));

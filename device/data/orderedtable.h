@@ -108,6 +108,19 @@ public:
         m_entries.append(Entry(key, value));
     }
 
+    // Gives an entry a new key (absent from the table) and value, in its old place.
+    bool rekey(const QString &oldKey, const QString &newKey, const T &value)
+    {
+        const auto it = m_index.constFind(oldKey);
+        if (it == m_index.constEnd() || m_index.contains(newKey))
+            return false;
+        const qsizetype at = *it;
+        m_index.erase(it);
+        m_index.insert(newKey, at);
+        m_entries[at] = Entry(newKey, value);
+        return true;
+    }
+
     qsizetype remove(const QString &key)
     {
         const auto it = m_index.constFind(key);
