@@ -1,7 +1,6 @@
 // Each language's translators installed the way the program does it: known texts come out
 // translated, and the markers the update check appends survive.
 
-#include "about.h"
 #include "applanguage.h"
 #include "controlitemwidget.h"
 #include "fakeupdateserver.h"
@@ -29,8 +28,6 @@ namespace {
 struct Language
 {
     const char *tag;
-    const char *about;       // the about box's title bar
-    const char *updateTitle; // the update dialog's title bar
     const char *groupSettings; // the group settings window's title bar and its entry in the settings menu
     const char *offer;       // the update dialog's offer, %1 the new and %2 the current version
     const char *cancel;      // Qt's standard Cancel button
@@ -39,18 +36,18 @@ struct Language
 };
 
 const Language kLanguages[] = {
-    {"en_US", "About", "Software Update", "Group Settings",
+    {"en_US", "Group Settings",
      "Brivon Lumen %1 is now available -- your current version is %2\u00A0. Would you like to install it now?",
      "Cancel", "&Pick Screen Color", "The update data received is incomplete"},
-    {"zh_CN", "关于", "软件更新", "群组设置", "Brivon Lumen %1现在可用 -- 您的当前版本是 %2 . 是否要立即安装？", "取消",
+    {"zh_CN", "群组设置", "Brivon Lumen %1现在可用 -- 您的当前版本是 %2 . 是否要立即安装？", "取消",
      "拾取屏幕颜色(&P)", "返回的更新数据不完整"},
-    {"de_DE", "Über", "Software-Update", "Gruppeneinstellungen",
+    {"de_DE", "Gruppeneinstellungen",
      "Brivon Lumen %1 ist jetzt verfügbar -- Ihre aktuelle Version ist %2\u00A0. Möchten Sie es jetzt installieren?",
      "Abbrechen", "&Farbe vom Bildschirm wählen", "Die empfangenen Update-Daten sind unvollständig"},
-    {"ja_JP", "バージョン情報", "ソフトウェア更新", "グループ設定",
+    {"ja_JP", "グループ設定",
      "Brivon Lumen %1が利用可能になりました -- 現在のバージョンは %2\u00A0. 今すぐインストールしますか？", "キャンセル",
      "スクリーンの色を取得(&P)", "受信した更新データが不完全です"},
-    {"zh_HK", "關於", "軟件更新", "群組設定", "Brivon Lumen %1現已推出 -- 您目前的版本是 %2\u00A0. 是否要立即安裝？", "取消",
+    {"zh_HK", "群組設定", "Brivon Lumen %1現已推出 -- 您目前的版本是 %2\u00A0. 是否要立即安裝？", "取消",
      "擷取螢幕顏色(&P)", "傳回的更新資料不完整"},
 };
 
@@ -91,11 +88,7 @@ private slots:
         if (QTest::currentTestFailed())
             return;
 
-        About about;
-        QCOMPARE(about.windowTitle(), QString::fromUtf8(lang.about));
-
         UpdateDialog update;
-        QCOMPARE(update.windowTitle(), QString::fromUtf8(lang.updateTitle));
         VersionData offer;
         offer.version = QStringLiteral("9.9.9");
         update.onVersionMessage(offer);
@@ -142,13 +135,11 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("marker");
         const QByteArray ok = R"("succ": true, "code": 200, "message": "ok")";
-        for (const Language &lang : kLanguages) {
-            QTest::addRow("%s [2]", lang.tag) << QString::fromLatin1(lang.tag)
-                                              << QByteArray(R"({"succ": false, "code": 200, "message": "ok", "data": {}})")
-                                              << QStringLiteral("[2]");
-            QTest::addRow("%s [1]", lang.tag) << QString::fromLatin1(lang.tag) << "{" + ok + R"(, "data": {}})"
-                                              << QStringLiteral("[1]");
-        }
+        // One marker per language is enough: the code appends either the same way.
+        for (const Language &lang : kLanguages)
+            QTest::addRow("%s", lang.tag) << QString::fromLatin1(lang.tag) << "{" + ok + R"(, "data": {}})" << QStringLiteral("[1]");
+        QTest::newRow("zh_CN [2]") << QStringLiteral("zh_CN") << QByteArray(R"({"succ": false, "code": 200, "message": "ok", "data": {}})")
+                                   << QStringLiteral("[2]");
     }
 
     void updateMarkersSurvive()

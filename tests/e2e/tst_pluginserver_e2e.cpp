@@ -1,6 +1,7 @@
 // A control-deck client driving the real program over its WebSocket server, with the simulated
 // Bluetooth lights answering on the other side.
 #include "processutil.h"
+#include "simlights.h"
 #include "testhome.h"
 
 #include <QJsonArray>
@@ -63,6 +64,12 @@ struct Client
     }
 };
 
+// Waits until the simulated light's state shows `value` under `key`.
+bool waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs = 5000)
+{
+    return waitUntil([&] { return SimLights::state(addr).value(key) == value; }, timeoutMs);
+}
+
 } // namespace
 
 class TestPluginServerE2E : public QObject
@@ -72,35 +79,30 @@ class TestPluginServerE2E : public QObject
 private slots:
     void initTestCase();
     void cleanupTestCase();
-    void listsStoredLightsAndGroups();
     void controlCommandsReachTheLights();
     void noticesFollowTheLights();
     void groupCommandFansOut();
     void repliesReachOnlyTheLatestClient();
 
 private:
-    QJsonObject simState(const QString &addr);
-    bool waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs = 5000);
-
     std::unique_ptr<TestHome> m_home;
     std::unique_ptr<QProcess> m_app;
     std::unique_ptr<QTcpServer> m_squatter;
     std::unique_ptr<Client> m_client;
-    QString m_control;
     quint16 m_port = 0;
 };
 
 void TestPluginServerE2E::initTestCase()
 {
     m_home = std::make_unique<TestHome>();
-    QVERIFY(writeFile(m_home->path() + QStringLiteral("/lights.json"), R"({
+    SimLights::select(R"({
         "timing": {"discoverFirstMs": 50, "discoverStepMs": 20, "scanMs": 800, "connectMs": 50, "replyMs": 10},
         "lights": [
             {"addr": "AA:00:00:00:00:02", "name": "RGB panel", "protocol": 2, "power": true,
              "brightness": 80, "temperature": 5600, "mode": 2},
             {"addr": "AA:00:00:00:10:01", "name": "COB", "protocol": 1001, "brightness": 60,
              "temperature": 4300, "mode": 1}
-        ]})"));
+        ]})", true); // the program started below inherits the simulator's settings
     QVERIFY(writeFile(m_home->configFile(), QStringLiteral(R"({
         "devs": [{"addr": "%1", "name": "RGB panel", "protocol": 2},
                  {"addr": "%2", "name": "COB", "protocol": 1001}],
@@ -112,13 +114,8 @@ void TestPluginServerE2E::initTestCase()
     while (!m_squatter->listen(QHostAddress(QStringLiteral("127.0.0.1")), taken))
         ++taken;
 
-    m_control = QStringLiteral("/tmp/brivon-e2e-sim-%1").arg(QCoreApplication::applicationPid());
-    QProcessEnvironment env = m_home->environment();
-    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_BIN_DIR "/libBrivonBleSim.so"));
-    env.insert(QStringLiteral("BRIVON_SIM_LIGHTS"), m_home->path() + QStringLiteral("/lights.json"));
-    env.insert(QStringLiteral("BRIVON_SIM_CONTROL"), m_control);
     m_app = std::make_unique<QProcess>();
-    m_app->setProcessEnvironment(env);
+    m_app->setProcessEnvironment(m_home->environment());
     m_app->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     m_app->start(beamcrafterPath(), {});
     QVERIFY(m_app->waitForStarted(10000));
@@ -150,48 +147,6 @@ void TestPluginServerE2E::cleanupTestCase()
     m_home.reset();
 }
 
-QJsonObject TestPluginServerE2E::simState(const QString &addr)
-{
-    QLocalSocket socket;
-    socket.connectToServer(m_control);
-    if (!socket.waitForConnected(1000))
-        return {};
-    socket.write("state " + addr.toUtf8() + '\n');
-    if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
-        return {};
-    const QByteArray line = socket.readLine().trimmed();
-    if (!line.startsWith("ok "))
-        return {};
-    return QJsonDocument::fromJson(line.mid(3)).object();
-}
-
-bool TestPluginServerE2E::waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs)
-{
-    QJsonValue last;
-    const bool ok = waitUntil([&] {
-        last = simState(addr).value(key);
-        return last == value;
-    }, timeoutMs);
-    if (!ok)
-        qWarning() << addr << key << "is" << last << "expected" << value;
-    return ok;
-}
-
-void TestPluginServerE2E::listsStoredLightsAndGroups()
-{
-    m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
-    QVERIFY(waitUntil([&] { return !m_client->received.isEmpty(); }, 5000));
-    const QJsonObject reply = m_client->received.takeLast();
-    QCOMPARE(reply.value(QLatin1String("cmd")).toInt(), 20000);
-    const QJsonObject param = reply.value(QLatin1String("param")).toObject();
-    QCOMPARE(param.value(QLatin1String("light")).toArray().size(), 2);
-    const QJsonArray groups = param.value(QLatin1String("group")).toArray();
-    QCOMPARE(groups.size(), 1);
-    QCOMPARE(groups.at(0).toObject().value(QLatin1String("id")).toString(), kGroup);
-    QCOMPARE(groups.at(0).toObject().value(QLatin1String("switch")).toBool(), true);
-    QVERIFY(!param.value(QLatin1String("effect")).toArray().isEmpty());
-}
-
 void TestPluginServerE2E::controlCommandsReachTheLights()
 {
     auto control = [this](const QString &subCmd, const QString &id, const QJsonValue &value) {
@@ -214,23 +169,18 @@ void TestPluginServerE2E::controlCommandsReachTheLights()
     QVERIFY(waitForSim(kCob, QStringLiteral("effect"), QStringLiteral("B-4")));
 
     // A brightness without a value, and an unknown id, reach nobody.
-    const int framesBefore = simState(kRgb).value(QLatin1String("framesReceived")).toInt();
+    const int framesBefore = SimLights::state(kRgb).value(QLatin1String("framesReceived")).toInt();
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}}));
     control(QStringLiteral("brightness"), QStringLiteral("nobody"), 10);
     QTest::qWait(300);
-    QCOMPARE(simState(kRgb).value(QLatin1String("framesReceived")).toInt(), framesBefore);
+    QCOMPARE(SimLights::state(kRgb).value(QLatin1String("framesReceived")).toInt(), framesBefore);
 }
 
 void TestPluginServerE2E::noticesFollowTheLights()
 {
     m_client->received.clear();
     // Switched off at the light: the program hears the report and tells the client.
-    QLocalSocket socket;
-    socket.connectToServer(m_control);
-    QVERIFY(socket.waitForConnected(1000));
-    socket.write("knob " + kRgb.toUtf8() + " power off\n");
-    QVERIFY(waitUntil([&] { return socket.canReadLine(); }, 2000));
-    QVERIFY(socket.readLine().startsWith("ok"));
+    QCOMPARE(SimLights::command(QStringLiteral("knob %1 power off").arg(kRgb)), QStringLiteral("ok"));
     QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, false));
 
     // "switch" toggles: the light is off, so it goes on, and the notice says so.

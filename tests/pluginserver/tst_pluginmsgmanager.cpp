@@ -141,14 +141,9 @@ void TestPluginMsgManager::listDeviceReply()
         if (value.toObject().value(QLatin1String("id")).toString() == QLatin1String("AA:01"))
             key = value.toObject();
     }
-    QCOMPARE(key.value(QLatin1String("type")).toInt(), 2);
-    QCOMPARE(key.value(QLatin1String("name")).toString(), QStringLiteral("Key"));
-    QCOMPARE(key.value(QLatin1String("switch")).toBool(), true);
-    QCOMPARE(key.value(QLatin1String("brightness")).toInt(), 40);
-    QCOMPARE(key.value(QLatin1String("temperature")).toObject(),
-             (QJsonObject{{"value", 5600}, {"max", 6500}, {"min", 2700}, {"ratio", 100}}));
-    QCOMPARE(key.value(QLatin1String("isEnableColor")).toBool(), true);
-    QCOMPARE(key.value(QLatin1String("isEnableEffect")).toBool(), true);
+    QCOMPARE(key, (QJsonObject{{"id", "AA:01"}, {"type", 2}, {"name", "Key"}, {"switch", true}, {"brightness", 40},
+                               {"temperature", QJsonObject{{"value", 5600}, {"max", 6500}, {"min", 2700}, {"ratio", 100}}},
+                               {"isEnableColor", true}, {"isEnableEffect", true}}));
 
     // A group carries its name, id and combined power; the rest is fixed.
     const QJsonArray groups = param.value(QLatin1String("group")).toArray();
@@ -208,12 +203,9 @@ void TestPluginMsgManager::malformedRequestsAreDroppedSilently_data()
     QTest::addColumn<QString>("message");
     QTest::newRow("not json") << "listdevice please";
     QTest::newRow("array") << R"([{"cmd":20000,"subCmd":"listdevice"}])";
-    QTest::newRow("no subCmd") << R"({"cmd":20000})";
-    QTest::newRow("no cmd") << R"({"subCmd":"listdevice"})";
     QTest::newRow("cmd as string") << R"({"cmd":"20000","subCmd":"listdevice"})";
     QTest::newRow("unknown query") << R"({"cmd":20000,"subCmd":"listgroups"})";
     QTest::newRow("unknown class") << R"({"cmd":40000,"subCmd":"listdevice"})";
-    QTest::newRow("null members") << R"({"cmd":null,"subCmd":null,"param":null})";
     QTest::newRow("control without param") << R"({"cmd":10000,"subCmd":"switch"})";
     QTest::newRow("control param not an object") << R"({"cmd":10000,"subCmd":"switch","param":"DD:01"})";
     QTest::newRow("control id not a string") << R"({"cmd":10000,"subCmd":"brightness","param":{"id":5,"value":3}})";

@@ -12,7 +12,8 @@
 namespace SimLights {
 
 // Points the device manager at the simulator with the given lights file contents (written into
-// the current home) and control socket. Call before the first use of the device manager.
+// the current home; empty: the simulator's own five lights) and control socket. Call before the
+// first use of the device manager.
 void select(const QByteArray &lightsJson, bool withControlSocket);
 // Scans, stores every light found and connects it; true once all of them report in and are on.
 bool addAndConnectAll(int expected, int timeoutMs = 8000);

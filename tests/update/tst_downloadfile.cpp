@@ -43,10 +43,7 @@ private slots:
         QTest::addColumn<QByteArray>("existing");
 
         QTest::newRow("direct") << "/files/setup.run" << "setup.run" << QByteArray();
-        QTest::newRow("one redirect") << "/redirect/1/setup.run" << "setup.run" << QByteArray();
         QTest::newRow("redirect chain") << "/redirect/4/setup.run" << "setup.run" << QByteArray();
-        QTest::newRow("existing target replaced")
-            << "/files/setup.run" << "setup.run" << QByteArray(400 * 1024, 'x');
         QTest::newRow("redirect over a longer stale file")
             << "/redirect/2/setup.run" << "setup.run" << QByteArray(400 * 1024, 'x');
         QTest::newRow("encoded file name") << "/files/%E5%AE%89%E8%A3%85%20%E7%A8%8B%E5%BA%8F.run"
@@ -77,11 +74,7 @@ private slots:
         const QByteArray expected = fileName == QLatin1String("setup.run") ? m_body : QByteArray("small body");
         QCOMPARE(readFile(target), expected);
 
-        QVERIFY(!progress.isEmpty());
-        const QList<QVariant> last = progress.last();
-        QCOMPARE(last.at(0).toLongLong(), qlonglong(expected.size()));
-        QCOMPARE(last.at(1).toLongLong(), qlonglong(expected.size()));
-        QCOMPARE(last.at(2).toDouble(), 1.0);
+        QCOMPARE(progress.last(), (QVariantList{qlonglong(expected.size()), qlonglong(expected.size()), 1.0}));
     }
 
     void refused_data()
@@ -91,10 +84,8 @@ private slots:
         QTest::addColumn<QString>("log");
 
         const QString home = m_home.path();
-        QTest::newRow("empty url") << "" << m_dir << "Download failed:  is invalid";
         QTest::newRow("blank url") << "  \t " << m_dir << "Download failed:   \t  is invalid";
         QTest::newRow("no file name") << m_server.url("/files/") << m_dir << "";
-        QTest::newRow("host only") << m_server.baseUrl() << m_dir << "";
         QTest::newRow("dot dot") << m_server.url("/files/%2E%2E") << m_dir << "";
         // A folder below a regular file can never be created, even by root.
         QTest::newRow("unwritable folder") << m_server.url("/files/setup.run") << home + "/blocker/sub"
@@ -126,7 +117,6 @@ private slots:
         QTest::addColumn<QString>("fileName");
 
         QTest::newRow("connection dropped mid-body") << m_server.url("/broken/setup.run") << "setup.run";
-        QTest::newRow("not found") << m_server.url("/files/missing.run") << "missing.run";
         QTest::newRow("dropped after a redirect") << m_server.url("/redirect/1/missing.run") << "missing.run";
         QTest::newRow("nothing listening") << "http://127.0.0.1:1/setup.run" << "setup.run";
     }
@@ -149,7 +139,7 @@ private slots:
         QVERIFY(!QFile::exists(target));
     }
 
-    void cancelMidwayLeavesNothing()
+    void busyThenCancelledMidwayLeavesNothing()
     {
         m_server.setSlowPace(4096, 20);
         const QString target = m_dir + QStringLiteral("/setup.run");
@@ -157,6 +147,8 @@ private slots:
         QSignalSpy progress(&download, &DownloadFile::currentProgress);
         QSignalSpy finished(&download, &DownloadFile::downloadFinished);
         QVERIFY(download.startDownload(m_server.url("/slow/setup.run"), m_dir));
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^\\[DownloadFile::startDownload\\]: busy")));
+        QVERIFY(!download.startDownload(m_server.url("/files/setup.run"), m_dir));
         QVERIFY(waitUntil([&] { return !progress.isEmpty() && progress.last().at(0).toLongLong() > 0; }, 10000));
         QVERIFY(progress.last().at(0).toLongLong() < m_body.size());
         QVERIFY(QFile::exists(target));
@@ -171,19 +163,6 @@ private slots:
         QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 20000));
         QCOMPARE(finished.first().at(1).toBool(), true);
         QCOMPARE(readFile(target), m_body);
-    }
-
-    void busyWhileRunning()
-    {
-        m_server.setSlowPace(4096, 20);
-        DownloadFile download;
-        QSignalSpy finished(&download, &DownloadFile::downloadFinished);
-        QVERIFY(download.startDownload(m_server.url("/slow/setup.run"), m_dir));
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^\\[DownloadFile::startDownload\\]: busy")));
-        QVERIFY(!download.startDownload(m_server.url("/files/setup.run"), m_dir));
-        QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 30000));
-        QCOMPARE(finished.size(), 1);
-        QCOMPARE(readFile(m_dir + QStringLiteral("/setup.run")), m_body);
     }
 
 private:
