@@ -286,6 +286,9 @@ void TestHueFlow::wholeFlowFromDiscoveryToRefresh()
         store->addDev(dev);
     }
     QCOMPARE(store->devices().size(), 3);
+    DevData offline = *store->findDev(address(kAmbianceLight));
+    offline.linkState = 0;
+    store->updateDev(offline);
 
     // Every property: the bodies, the key and TLS as the bridge receives them.
     mgr.powerOn(address(kAmbianceLight));
@@ -308,8 +311,8 @@ void TestHueFlow::wholeFlowFromDiscoveryToRefresh()
                                   R"(7b {"on":{"on":true}})", R"(c9 {"on":{"on":false}})"}));
     // The power answer names the light; the store follows it.
     QVERIFY(waitUntil([&]() {
-        const DevData *dimmable = store->findDev(address(kDimmableLight));
-        return !dimmable->switchState && dimmable->linkState == 0;
+        const DevData *ambiance = store->findDev(address(kAmbianceLight));
+        return ambiance->switchState && ambiance->linkState == 1;
     }, 15000));
 
     // Refresh: the store now holds what the bridge holds.
