@@ -1,5 +1,8 @@
 # Everything under ":/resource/": artwork and style sheets from resource/, the Roboto fonts from the
 # system's font package, the program's translation catalogues and Qt's own translations.
+# All of it is compiled into brivoncore: the core installs the translators, the font and the window
+# icon at start-up and its tests load the catalogues, and resources need nothing of Qt Widgets. The
+# catalogues are refreshed from the sources of both libraries.
 
 set(BRIVON_RES_DIR "${CMAKE_SOURCE_DIR}/resource")
 set(BRIVON_GEN_RES_DIR "${CMAKE_BINARY_DIR}/generated/resource")
@@ -90,6 +93,8 @@ endforeach()
 set_source_files_properties(${BRIVON_TS_FILES} PROPERTIES OUTPUT_LOCATION "${BRIVON_GEN_RES_DIR}/translations")
 qt_add_translations(brivoncore
     TS_FILES ${BRIVON_TS_FILES}
+    SOURCES ${BRIVON_CORE_SOURCES} ${BRIVON_UI_SOURCES}
+    INCLUDE_DIRECTORIES "$<TARGET_PROPERTY:brivoncore,INCLUDE_DIRECTORIES>" "${CMAKE_SOURCE_DIR}/ui"
     QM_FILES_OUTPUT_VARIABLE BRIVON_QM_FILES
     LUPDATE_OPTIONS -no-obsolete -locations none)
 foreach(qm IN LISTS BRIVON_QM_FILES)
