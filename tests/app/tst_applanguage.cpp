@@ -16,7 +16,6 @@ private slots:
     void posixLocaleToDashedName();
     void mappedNames_data();
     void mappedNames();
-    void catalogueResourcesExist();
     void systemLanguageProbesOnceAndInstallsTranslators();
 };
 
@@ -78,19 +77,6 @@ void TestAppLanguage::mappedNames()
     QFETCH(QString, tag);
     QTEST(qtTranslationName(tag), "qtName");
     QTEST(dashedLanguageName(tag), "dashed");
-}
-
-void TestAppLanguage::catalogueResourcesExist()
-{
-    for (const char *tag : {"en_US", "zh_CN", "de_DE", "ja_JP", "zh_HK"}) {
-        const QString folder = QStringLiteral(":/resource/translations/");
-        QVERIFY2(QFile::exists(folder + tag + ".ts"), qPrintable(tag));
-        QVERIFY2(QFile::exists(folder + tag + ".qm"), qPrintable(tag));
-        QTranslator qt;
-        QVERIFY2(qt.load(folder + qtTranslationName(tag) + ".qm"), qPrintable(tag));
-    }
-    QVERIFY(QFile::exists(QStringLiteral(":/resource/font/Roboto-Light-10.ttf")));
-    QVERIFY(QFile::exists(QStringLiteral(":/resource/svg/logo-app.ico")));
 }
 
 void TestAppLanguage::systemLanguageProbesOnceAndInstallsTranslators()

@@ -57,7 +57,6 @@ private slots:
 
     void listDeviceReply();
     void noticesFollowTheStore();
-    void switchNoticesForLightThenItsGroups();
     void malformedRequestsAreDroppedSilently_data();
     void malformedRequestsAreDroppedSilently();
 
@@ -175,27 +174,6 @@ void TestPluginMsgManager::noticesFollowTheStore()
     m_deviceMgr->delDev(defaultGroupUuid(), QStringLiteral("BB:01"));
     notice = nextMessage();
     QCOMPARE(notice.value(QLatin1String("param")).toObject().value(QLatin1String("light")).toArray().size(), 0);
-}
-
-void TestPluginMsgManager::switchNoticesForLightThenItsGroups()
-{
-    m_deviceMgr->addDev(light(QStringLiteral("CC:01"), 2, false));
-    m_deviceMgr->addDev(light(QStringLiteral("CC:02"), 2, false));
-    const QString withIt = m_deviceMgr->addGroup(QStringLiteral("With"));
-    const QString without = m_deviceMgr->addGroup(QStringLiteral("Without"));
-    m_deviceMgr->addDevToGroup(withIt, *m_deviceMgr->store()->findDev(QStringLiteral("CC:01")));
-    m_deviceMgr->addDevToGroup(without, *m_deviceMgr->store()->findDev(QStringLiteral("CC:02")));
-    QTest::qWait(100);
-    m_received.clear();
-
-    m_deviceMgr->store()->updateDev(light(QStringLiteral("CC:01"), 2, true));
-    QJsonObject notice = nextMessage();
-    QCOMPARE(notice.value(QLatin1String("subCmd")).toString(), QStringLiteral("switch"));
-    QCOMPARE(notice.value(QLatin1String("param")).toObject(), (QJsonObject{{"id", "CC:01"}, {"value", true}}));
-    notice = nextMessage();
-    QCOMPARE(notice.value(QLatin1String("param")).toObject(), (QJsonObject{{"id", withIt}, {"value", true}}));
-    QTest::qWait(100);
-    QVERIFY2(m_received.isEmpty(), qPrintable(m_received.join('\n'))); // nothing for the other group
 }
 
 void TestPluginMsgManager::malformedRequestsAreDroppedSilently_data()

@@ -16,8 +16,6 @@ class TestCustomWidgets : public QObject
 private slots:
     void bubbleFollowsTheValue_data();
     void bubbleFollowsTheValue();
-    void stepSliderShowsAndReportsTheStep_data();
-    void stepSliderShowsAndReportsTheStep();
     void wheelIsLeftToTheSurroundingList();
     void pressAndReleaseSignals_data();
     void pressAndReleaseSignals();
@@ -88,35 +86,6 @@ void TestCustomWidgets::bubbleFollowsTheValue()
 
     QTEST(slider->popup()->text(), "text");
     QCOMPARE(slider->popup()->pos(), minimum == maximum ? before : expectedBubblePos(*slider));
-}
-
-void TestCustomWidgets::stepSliderShowsAndReportsTheStep_data()
-{
-    QTest::addColumn<int>("value");
-    QTest::addColumn<int>("ratio");
-    QTest::addColumn<int>("shown");
-    QTest::newRow("zero reads as -1") << 0 << 1 << -1;
-    QTest::newRow("factor not applied") << 6 << 10 << 6;
-}
-
-void TestCustomWidgets::stepSliderShowsAndReportsTheStep()
-{
-    QFETCH(int, value);
-    QFETCH(int, ratio);
-    QFETCH(int, shown);
-
-    auto *slider = new CustomStepSlider;
-    SliderWindow window(slider, 0, 10);
-    slider->setRatio(ratio);
-    slider->setUnit(QStringLiteral(" s"));
-    slider->setValue(3);
-    QSignalSpy steps(slider, &CustomStepSlider::valueChanged);
-    slider->setValue(value);
-
-    QCOMPARE(steps.count(), 1);
-    QCOMPARE(steps.first().first().toInt(), shown);
-    QCOMPARE(slider->popup()->text(), QString::number(shown) + QStringLiteral(" s"));
-    QCOMPARE(slider->popup()->pos(), expectedBubblePos(*slider));
 }
 
 void TestCustomWidgets::wheelIsLeftToTheSurroundingList()

@@ -1,10 +1,8 @@
 // The add-light flow with the real DeviceMgr over the simulated lights: what a scan lists, what
 // "连接" stores, and that every way out of the scan window stops the scan.
 #include "devicemgr.h"
-#include "devicenamewidget.h"
 #include "devicewidget.h"
 #include "huebridgedialog.h"
-#include "middlewidget.h"
 #include "processutil.h"
 #include "scanwidget.h"
 #include "testhome.h"
@@ -42,18 +40,6 @@ QStringList listedAddresses(const DeviceWidget *list)
 
 } // namespace
 
-// A parent that stands in for the main window's slot, to see the empty page reach it.
-class SwitchTarget : public QWidget
-{
-    Q_OBJECT
-
-public:
-    int calls = 0;
-
-public slots:
-    void onSwitchControlInterface() { ++calls; }
-};
-
 class TestScanWidget : public QObject
 {
     Q_OBJECT
@@ -67,8 +53,6 @@ private slots:
     void everyWayOutStopsTheScan_data();
     void everyWayOutStopsTheScan();
     void connectingTwoLightsSwitchesOnce();
-    void groupBoxReportsTheChange_data();
-    void groupBoxReportsTheChange();
 
 private:
     bool waitListed(int count) { return waitUntil([&]() { return m_scan->deviceWidget()->count() >= count; }, 5000); }
@@ -213,55 +197,6 @@ void TestScanWidget::connectingTwoLightsSwitchesOnce()
     QTest::qWait(600);
     QCOMPARE(listedAddresses(m_scan->deviceWidget()),
              (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:04", "AA:00:00:00:00:05"}));
-}
-
-void TestScanWidget::groupBoxReportsTheChange_data()
-{
-    QTest::addColumn<QStringList>("members");
-    QTest::addColumn<QList<int>>("clicks"); // rows clicked, in order
-    QTest::addColumn<QStringList>("added");
-    QTest::addColumn<QStringList>("removed");
-
-    QTest::newRow("nothing changed") << QStringList{"B"} << QList<int>{} << QStringList() << QStringList();
-    QTest::newRow("two added") << QStringList() << QList<int>{2, 0} << QStringList{"A", "C"} << QStringList();
-    QTest::newRow("clicked twice") << QStringList{"C"} << QList<int>{1, 1} << QStringList() << QStringList();
-    QTest::newRow("swapped") << QStringList{"A"} << QList<int>{0, 1} << QStringList{"B"} << QStringList{"A"};
-}
-
-void TestScanWidget::groupBoxReportsTheChange()
-{
-    QFETCH(QStringList, members);
-    QFETCH(QList<int>, clicks);
-    QList<DevData> offered;
-    QList<DevData> groupLights;
-    for (const QString &addr : {QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}) {
-        DevData dev;
-        dev.addr = addr;
-        dev.name = QStringLiteral("Light ") + addr;
-        offered << dev;
-        if (members.contains(addr))
-            groupLights << dev;
-    }
-    DeviceNameWidget box;
-    box.setDevices(offered);
-    box.onSyncSelectDevice(groupLights);
-    box.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&box));
-    QStringList added;
-    QStringList removed;
-    connect(&box, &DeviceNameWidget::handleAddDevice, this, [&](QList<DevData> &info) {
-        for (const DevData &dev : info)
-            added << dev.addr;
-    });
-    connect(&box, &DeviceNameWidget::handleDelDevice, this, [&](QString addr) { removed << addr; });
-
-    QListWidget *list = box.listWidget();
-    for (int row : clicks)
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(row)).center());
-    box.findChild<QPushButton *>(QStringLiteral("btnDeviceNameOk"))->click();
-    QTEST(added, "added");
-    QTEST(removed, "removed");
-    QVERIFY(!box.isVisible());
 }
 
 QTEST_MAIN(TestScanWidget)

@@ -169,9 +169,6 @@ private slots:
         QSignalSpy errors(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredErrorOccurred);
         QSignalSpy found(m_ble, &BrivonQXBleInterface::sigDeviceDiscovered);
         QSignalSpy finished(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredFinished);
-        QList<QThread *> threads;
-        connect(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredErrorOccurred, this,
-                [&threads] { threads << QThread::currentThread(); }, Qt::DirectConnection);
 
         // Twice: a second scan after a failed one must fail the same way, not hang or crash.
         for (int round = 1; round <= 2; ++round) {
@@ -185,7 +182,6 @@ private slots:
         QCOMPARE(errors.size(), 2);
         QCOMPARE(found.size(), 0);
         QCOMPARE(finished.size(), 0);
-        QCOMPARE(threads, (QList<QThread *>{thread(), thread()}));
     }
 
     void linkWithoutAdapterFailsOnce()
