@@ -599,23 +599,6 @@ private slots:
         QVERIFY(m_plugin->writes.isEmpty());
     }
 
-    void aaLightNeverAnsweringStaysOffline()
-    {
-        m_store->addDev(light(1001, false, false));
-        emit m_plugin->sigDeviceConnected(kAddr);
-        m_plugin->writes.clear();
-        m_mgr->powerOn(kAddr);
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(stored().switchState, false);
-
-        // Once it reports its mode it is online and can be switched.
-        message(hex("55 AA 03 06 00 04 01 00 13 88 00 00"));
-        QCOMPARE(int(stored().linkState), 1);
-        m_plugin->writes.clear();
-        m_mgr->powerOn(kAddr);
-        QCOMPARE(m_plugin->writes.size(), 1);
-    }
-
 private:
     DevData light(int protocol, bool online = true, bool power = true, const QString &addr = kAddr) const
     {

@@ -8,6 +8,7 @@
 #include "pairlabel.h"
 #include "processutil.h"
 #include "scanwidget.h"
+#include "simlights.h"
 #include "testhome.h"
 
 #include <QDateTime>
@@ -76,12 +77,7 @@ void TestHueBridgeDialog::initTestCase()
     m_home = std::make_unique<TestHome>();
     QVERIFY(m_home->isValid());
     QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path()));
-    // No Bluetooth lights: the simulator with an empty lights file.
-    const QString lights = m_home->path() + QStringLiteral("/lights.json");
-    QVERIFY(writeFile(lights, "[]"));
-    qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
-    qputenv("BRIVON_SIM_LIGHTS", lights.toUtf8());
-    qputenv("BRIVON_SIM_CONTROL", "");
+    SimLights::select("[]", false); // no Bluetooth lights
     QVERIFY(std::dynamic_pointer_cast<HueDeviceMgr>(DeviceMgrSingleton::instance()->getDeviceMgrByProtocol(2001)));
 }
 

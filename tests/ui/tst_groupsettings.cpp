@@ -12,6 +12,7 @@
 #include "processutil.h"
 #include "settingmiddlewdg.h"
 #include "settingwindow.h"
+#include "simlights.h"
 #include "testhome.h"
 
 #include <QApplication>
@@ -97,9 +98,7 @@ private:
 void TestGroupSettings::initTestCase()
 {
     m_home = std::make_unique<TestHome>();
-    qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
-    qputenv("BRIVON_SIM_CONTROL", QByteArray());
-    qunsetenv("BRIVON_SIM_LIGHTS");
+    SimLights::select(QByteArray(), false);
     // Three lights are stored before the device manager first reads its configuration.
     QVERIFY(writeFile(m_home->configFile(), R"({"devs": [
         {"addr": "C4:7F:0E:10:00:01", "name": "Brivon V60 Bi-Color", "protocol": 1},

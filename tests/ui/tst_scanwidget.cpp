@@ -5,6 +5,7 @@
 #include "huebridgedialog.h"
 #include "processutil.h"
 #include "scanwidget.h"
+#include "simlights.h"
 #include "testhome.h"
 
 #include <QDateTime>
@@ -64,14 +65,8 @@ private:
 void TestScanWidget::initTestCase()
 {
     m_home = std::make_unique<TestHome>();
-    QVERIFY(m_home->isValid());
-    const QString lights = m_home->path() + QStringLiteral("/lights.json");
-    QVERIFY(writeFile(lights, kLights));
-    qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
-    qputenv("BRIVON_SIM_LIGHTS", lights.toUtf8());
-    qputenv("BRIVON_SIM_CONTROL", "");
+    SimLights::select(kLights, false);
     // Keep the Hue side of every scan off the network: discovery is refused for years.
-    qputenv("BRIVON_HUE_DISCOVERY_URL", "https://127.0.0.1:9/");
     QSettings hue(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
                   QStringLiteral("com.brivon.beamcrafter.philipshue"));
     hue.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime().addYears(50));
