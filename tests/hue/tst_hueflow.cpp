@@ -314,6 +314,9 @@ void TestHueFlow::wholeFlowFromDiscoveryToRefresh()
         const DevData *ambiance = store->findDev(address(kAmbianceLight));
         return ambiance->switchState && ambiance->linkState == 1;
     }, 15000));
+    // Only power answers switch: the colour light's brightness and colour answers leave it on.
+    QTest::qWait(300);
+    QVERIFY(store->findDev(address(kColorLight))->switchState);
 
     // Refresh: the store now holds what the bridge holds.
     mgr.refreshDevices();
