@@ -124,39 +124,6 @@ private slots:
         QCOMPARE(bluetoothProtocol2::crc16Modbus(reinterpret_cast<const quint8 *>("123456789"), 9), quint16(0x4B37));
     }
 
-    void vTypeReport_data()
-    {
-        QTest::addColumn<QByteArray>("payload");
-        QTest::addColumn<int>("hue");
-        QTest::addColumn<int>("devCurModel");
-        QTest::addColumn<QString>("effect");
-        QTest::addColumn<QString>("color");
-        QTest::addColumn<bool>("powerOn");
-
-        QTest::newRow("CCT mode, on") << hex("32 15 E0 00 00 00 00 02 01") << 0 << 1 << "2" << "#ffffff" << true;
-        QTest::newRow("colour mode red") << hex("64 0A 8C 00 00 64 00 03 01") << 0 << 3 << "3" << "#ff0000" << true;
-        QTest::newRow("colour mode blue") << hex("0A 0A 8C 00 F0 64 00 03 01") << 240 << 3 << "3" << "#0000ff" << true;
-        QTest::newRow("no saturation is white") << hex("0A 0A 8C 01 2C 00 00 03 01") << 300 << 3 << "3" << "#ffffff" << true;
-        QTest::newRow("effect 255, off") << hex("50 19 64 00 00 00 00 FF 00") << 0 << 2 << "255" << "#ffffff" << false;
-        QTest::newRow("mode 1 unknown, power 2 is off") << hex("50 19 64 00 00 00 00 01 02") << 0 << -1 << "1" << "#ffffff"
-                                                        << false;
-    }
-
-    void vTypeReport()
-    {
-        QFETCH(QByteArray, payload);
-        VTypeReport report;
-        QVERIFY(VTypeReport::decode(bytes(payload + hex("EE")), report));
-        QCOMPARE(report.brightness, int(quint8(payload.at(0))));
-        QCOMPARE(report.temperature, (quint8(payload.at(1)) << 8) | quint8(payload.at(2)));
-        QTEST(report.hue, "hue");
-        QTEST(report.devCurModel(), "devCurModel");
-        QTEST(report.effectText(), "effect");
-        QTEST(report.colorName(), "color");
-        QTEST(report.powerOn, "powerOn");
-        QVERIFY(!VTypeReport::decode(bytes(payload.left(VTypeReport::kSize - 1)), report));
-    }
-
     void effectTexts_data()
     {
         QTest::addColumn<QString>("text");

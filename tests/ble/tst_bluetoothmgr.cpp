@@ -186,6 +186,11 @@ private slots:
                                       << QStringLiteral("9") << QStringLiteral("#123456") << 2 << false;
         QTest::newRow("unknown mode, 162") << 162 << hex("FF 01 09 0A 19 64 00 00 00 00 01 01 00 AA") << 10 << 6500 << 0
                                            << 0 << QStringLiteral("1") << QStringLiteral("#123456") << -1 << true;
+        QTest::newRow("colour without saturation is white") << 2 << hex("FF A4 09 0A 0A 8C 01 2C 00 00 03 01 00 AA") << 10
+                                                            << 2700 << 300 << 0 << QStringLiteral("3")
+                                                            << QStringLiteral("#ffffff") << 3 << true;
+        QTest::newRow("power byte 2 is off") << 1 << hex("FF 10 09 50 19 64 00 00 00 00 02 02 00 AA") << 80 << 6500 << 0
+                                             << 0 << QStringLiteral("2") << QStringLiteral("#123456") << 1 << false;
         QTest::newRow("163, bad checksum no trailer") << 163 << hex("FF 01 09 0B 19 64 00 00 00 00 02 01") << 11 << 6500
                                                       << 0 << 0 << QStringLiteral("2") << QStringLiteral("#123456") << 1
                                                       << true;
