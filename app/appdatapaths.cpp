@@ -1,6 +1,17 @@
 #include "appdatapaths.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
+
+// Both relative to the executable's folder; set by the build from the install layout.
+#ifndef BRIVON_INSTALL_DATA_RELDIR
+#define BRIVON_INSTALL_DATA_RELDIR "../share/beamcrafter"
+#endif
+#ifndef BRIVON_INSTALL_PLUGIN_RELDIR
+#define BRIVON_INSTALL_PLUGIN_RELDIR "../lib/beamcrafter"
+#endif
 
 QString appDataBase()
 {
@@ -22,4 +33,21 @@ QString crashFolderPath()
 QString downloadFolderPath()
 {
     return appDataBase() + QStringLiteral("Brivon/Beamcrafter/download/software/");
+}
+
+QString programDataFile(const QString &name)
+{
+    const QString folder = QCoreApplication::applicationDirPath();
+    const QString inPlace = folder + QStringLiteral("/data/") + name;
+    const QString installed =
+        QDir::cleanPath(folder + QStringLiteral("/" BRIVON_INSTALL_DATA_RELDIR "/") + name);
+    return QFileInfo::exists(inPlace) || !QFileInfo::exists(installed) ? inPlace : installed;
+}
+
+void addPrivatePluginFolder()
+{
+    const QString folder =
+        QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/" BRIVON_INSTALL_PLUGIN_RELDIR));
+    if (QFileInfo(folder).isDir())
+        QCoreApplication::addLibraryPath(folder);
 }

@@ -1,9 +1,12 @@
+#include "appdatapaths.h"
 #include "appidentity.h"
 #include "applanguage.h"
 #include "crashdump.h"
+#include "devicemgr.h"
 #include "modifywindow.h"
 #include "pluginmsgmanager.h"
 #include "qtsingleapplication.h"
+#include "quitsignals.h"
 
 #include <QFontDatabase>
 #include <QTextCodec>
@@ -17,14 +20,20 @@ int main(int argc, char *argv[])
     }
 
     applyApplicationIdentity();
+    addPrivatePluginFolder();
 
     installCrashHandler();
+    installQuitSignals();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
     const int fontId = loadApplicationFont(QStringLiteral(":/resource/font/Roboto-Light-10.ttf"));
     loadTranslations();
 
     // The device manager comes into being here, on first use.
     auto *pluginMsgManager = new PluginMsgManager();
+    // The store writes what is pending when the loop ends; a session that is ending may not wait
+    // for that.
+    QObject::connect(&app, &QGuiApplication::commitDataRequest, DeviceMgrSingleton::instance()->store(),
+                     &DevDataMgr::flush);
 
     int exitCode = 0;
     {

@@ -1,5 +1,7 @@
 #include "qtlocalpeer.h"
 
+#include "qtlocalpeer_platform.h"
+
 #include <QDataStream>
 #include <QDebug>
 #include <QDeadlineTimer>
@@ -12,25 +14,19 @@
 #include <QThread>
 #include <QTimer>
 
-#ifdef Q_OS_WIN
-#include <windows.h>
-#else
-#include <unistd.h>
-#endif
-
 namespace {
 
 const char kAck[] = "ack";
 
-qulonglong sessionOrUserId()
+QString lockErrorText(QLockFile::LockError error)
 {
-#ifdef Q_OS_WIN
-    DWORD sessionId = 0;
-    ProcessIdToSessionId(GetCurrentProcessId(), &sessionId);
-    return sessionId;
-#else
-    return ::getuid();
-#endif
+    switch (error) {
+    case QLockFile::NoError: return QStringLiteral("no error");
+    case QLockFile::LockFailedError: return QStringLiteral("held by another process");
+    case QLockFile::PermissionError: return QStringLiteral("permission denied");
+    case QLockFile::UnknownError: break;
+    }
+    return QStringLiteral("unknown error");
 }
 
 } // namespace
@@ -42,38 +38,16 @@ QString QtLocalPeer::socketNameFor(const QString &appId)
     const QByteArray utf8 = appId.toUtf8();
     const quint16 checksum = qChecksum(QByteArrayView(utf8));
     return QStringLiteral("qtsingleapp-") + letters + QLatin1Char('-') + QString::number(checksum, 16)
-        + QLatin1Char('-') + QString::number(sessionOrUserId(), 16);
-}
-
-QString QtLocalPeer::peerFolder(const QString &socketName)
-{
-#ifdef Q_OS_WIN
-    return QDir::tempPath();
-#else
-    // A local socket path must fit in sockaddr_un (108 bytes); a deep runtime folder falls back
-    // to shorter ones.
-    constexpr int kMaxSocketPath = 100;
-    const qsizetype nameLength = QFile::encodeName(socketName).size() + 1;
-    const QStringList candidates{QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation),
-                                 QDir::tempPath(), QStringLiteral("/tmp")};
-    for (const QString &folder : candidates) {
-        if (!folder.isEmpty() && QFile::encodeName(folder).size() + nameLength <= kMaxSocketPath)
-            return folder;
-    }
-    return QStringLiteral("/tmp");
-#endif
+        + QLatin1Char('-') + QString::number(LocalPeerPlatform::sessionId(), 16);
 }
 
 QtLocalPeer::QtLocalPeer(QObject *parent, const QString &appId)
     : QObject(parent)
     , m_id(appId)
 {
-#ifdef Q_OS_WIN
-    m_socketPath = socketNameFor(appId);
-#else
     const QString name = socketNameFor(appId);
-    m_socketPath = peerFolder(name) + QLatin1Char('/') + name;
-#endif
+    m_socketPath = LocalPeerPlatform::serverName(name);
+    m_lockPath = LocalPeerPlatform::lockFolder(name) + QLatin1Char('/') + name + QStringLiteral("-lockfile");
 }
 
 QtLocalPeer::~QtLocalPeer()
@@ -93,8 +67,17 @@ bool QtLocalPeer::isClient()
         // still recognised by its process id.
         m_lockFile->setStaleLockTime(0);
     }
-    if (!m_lockFile->tryLock(0))
-        return true;
+    if (!m_lockFile->tryLock(0)) {
+        if (m_lockFile->error() == QLockFile::LockFailedError)
+            return true;
+        // A lock that cannot be taken at all says nothing about another instance. Ask the socket
+        // instead, and without an answer run unguarded rather than not at all.
+        qWarning().noquote() << "QtLocalPeer: lock file" << m_lockPath << "unusable:"
+                             << lockErrorText(m_lockFile->error())
+                             << "- starting without the single-instance lock";
+        if (ownerAnswers())
+            return true;
+    }
 
     // We own the id now: whatever socket is left from an earlier owner is dead.
     QLocalServer::removeServer(m_socketPath);
@@ -104,6 +87,15 @@ bool QtLocalPeer::isClient()
         qWarning() << "QtLocalPeer: listen on local socket failed," << m_server->errorString();
     connect(m_server, &QLocalServer::newConnection, this, &QtLocalPeer::receiveConnection);
     return false;
+}
+
+bool QtLocalPeer::ownerAnswers() const
+{
+    QLocalSocket socket;
+    socket.connectToServer(m_socketPath);
+    const bool answered = socket.waitForConnected(500);
+    socket.abort();
+    return answered;
 }
 
 bool QtLocalPeer::sendMessage(const QString &message, int timeout)

@@ -29,11 +29,10 @@ public:
 
     // "qtsingleapp-" + the id's letters + "-" + checksum of the id + "-" + the user id, in hex.
     static QString socketNameFor(const QString &appId);
-    // The folder that holds the socket and the lock: the user's runtime folder, unless the
-    // socket's path would be too long there.
-    static QString peerFolder(const QString &socketName);
+    // The socket and the lock file live in a folder of the user (the runtime folder here, the
+    // temporary folder on Windows), never in the working directory.
     QString socketPath() const { return m_socketPath; }
-    QString lockFilePath() const { return m_socketPath + QStringLiteral("-lockfile"); }
+    QString lockFilePath() const { return m_lockPath; }
 
 signals:
     void messageReceived(const QString &message);
@@ -41,9 +40,11 @@ signals:
 private:
     void receiveConnection();
     void readMessage(QLocalSocket *socket);
+    bool ownerAnswers() const;
 
     QString m_id;
     QString m_socketPath;
+    QString m_lockPath;
     QLocalServer *m_server = nullptr;
     std::unique_ptr<QLockFile> m_lockFile;
 };

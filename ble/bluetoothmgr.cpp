@@ -5,8 +5,11 @@
 #include "brivonqxbleinterface.h"
 #include "devdatamgr.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QFileInfo>
+#include <QRandomGenerator>
+#include <QTimer>
 
 namespace {
 
@@ -50,25 +53,65 @@ void assign(T &field, const V &value, bool &changed)
     }
 }
 
+// A 55 AA light is dark at brightness 0 and has no power switch of its own: the brightness it had
+// before going dark is what switching it on brings back, so it is kept in oldBrightness (stored).
+void assignAaBrightness(DevData &dev, int value, bool &changed)
+{
+    if (value < 1 && dev.brightness >= 1)
+        assign(dev.oldBrightness, dev.brightness, changed);
+    assign(dev.brightness, value, changed);
+}
+
 } // namespace
 
-BluetoothMgr::BluetoothMgr(std::shared_ptr<DevDataMgr> store, QObject *parent)
-    : BaseDevice(parent)
-    , m_store(std::move(store))
+ReconnectSchedule ReconnectSchedule::fromEnvironment()
 {
-    m_protocols.insert(kVTypeKey, std::make_shared<bluetoothProtocol>());
-    m_protocols.insert(k55AAKey, std::make_shared<bluetoothProtocol2>());
+    ReconnectSchedule schedule;
+    const QStringList parts = qEnvironmentVariable(BluetoothMgr::kReconnectEnvVar).split(QLatin1Char(','));
+    int *const fields[] = {&schedule.baseMs, &schedule.limitMs, &schedule.attemptTimeoutMs};
+    for (int i = 0; i < parts.size() && i < 3; ++i) {
+        bool ok = false;
+        const int value = parts.at(i).trimmed().toInt(&ok);
+        if (ok && value > 0 && value <= 3600 * 1000)
+            *fields[i] = value;
+    }
+    schedule.limitMs = qMax(schedule.limitMs, schedule.baseMs);
+    return schedule;
+}
+
+int ReconnectSchedule::pauseMs(int attempt, double unit) const
+{
+    qint64 nominal = baseMs;
+    for (int i = 1; i < attempt && nominal < limitMs; ++i)
+        nominal *= 2;
+    nominal = qMin<qint64>(nominal, limitMs);
+    return int(nominal - qint64(double(nominal) * 0.15 * qBound(0.0, unit, 1.0)));
+}
+
+BluetoothMgr::BluetoothMgr(std::shared_ptr<DevDataMgr> store, QObject *parent)
+    : BluetoothMgr(std::move(store), nullptr, parent)
+{
     loadPlugin();
 }
 
 BluetoothMgr::BluetoothMgr(std::shared_ptr<DevDataMgr> store, QObject *pluginInstance, QObject *parent)
     : BaseDevice(parent)
     , m_store(std::move(store))
+    , m_schedule(ReconnectSchedule::fromEnvironment())
 {
     m_protocols.insert(kVTypeKey, std::make_shared<bluetoothProtocol>());
     m_protocols.insert(k55AAKey, std::make_shared<bluetoothProtocol2>());
     if (pluginInstance)
         attachPlugin(pluginInstance);
+    // A light the user removed is not tried again; on the way out nothing is.
+    if (m_store) {
+        connect(m_store.get(), &DevDataMgr::onDelDev, this, [this](const QString &uuid, const QString &, const QString &addr) {
+            if (uuid == defaultGroupUuid())
+                stopReconnecting(addr);
+        });
+    }
+    if (QCoreApplication::instance())
+        connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this, &BluetoothMgr::stopAllReconnecting);
 }
 
 // The plug-in's instance belongs to its loader and may be shared with another manager: it is
@@ -142,28 +185,162 @@ void BluetoothMgr::stopScan()
 void BluetoothMgr::connectToDevice(const QString &addr)
 {
     qDebug().noquote() << "[BluetoothMgr::connectToDevice]: addr:" << addr;
-    if (auto *iface = plugin())
-        iface->connectToDevice(addr);
+    m_unlinking.remove(addr);
+    const DevData *stored = m_store ? m_store->findDev(addr) : nullptr;
+    if (!stored || stored->linkState != kOffline) {
+        if (auto *iface = plugin())
+            iface->connectToDevice(addr);
+        return;
+    }
+    // One attempt at a time per light: a scan that sees it while one runs changes nothing.
+    if (linkRetry(addr).inFlight)
+        return;
+    beginAttempt(addr, false);
 }
 
 bool BluetoothMgr::reconnectDevice(const QString &addr)
 {
     qDebug().noquote() << "[BluetoothMgr::reconnectDevice]:  addr:" << addr;
     emit sigReconnectDevice(addr);
+    m_unlinking.remove(addr);
     auto *iface = plugin();
-    return iface ? iface->reconnectDevice(addr) : false;
+    if (!iface)
+        return false;
+    if (!m_store || !m_store->findDev(addr))
+        return iface->reconnectDevice(addr);
+    if (linkRetry(addr).inFlight)
+        return true; // the attempt already under way answers for this one
+    return beginAttempt(addr, true);
 }
 
 void BluetoothMgr::removeDevice(const QString &addr)
 {
     qDebug().noquote() << "[BluetoothMgr::removeDevice]:  addr:" << addr;
+    stopReconnecting(addr);
+    m_unlinking.insert(addr);
+    m_adjusting.remove(addr);
     if (auto *iface = plugin())
         iface->removeDevice(addr);
 }
 
-void BluetoothMgr::setAdjusting(bool on)
+// ---- lost links --------------------------------------------------------------------------------
+
+bool BluetoothMgr::isReconnecting(const QString &addr) const
 {
-    m_adjusting = on;
+    const auto it = m_retries.constFind(addr);
+    return it != m_retries.constEnd() && it->reconnecting;
+}
+
+BluetoothMgr::LinkRetry &BluetoothMgr::linkRetry(const QString &addr)
+{
+    auto it = m_retries.find(addr);
+    if (it == m_retries.end()) {
+        it = m_retries.insert(addr, LinkRetry());
+        it->since.start();
+    }
+    return *it;
+}
+
+void BluetoothMgr::arm(const QString &addr, int ms)
+{
+    const quint64 timer = ++m_lastTimer;
+    linkRetry(addr).timer = timer;
+    QTimer::singleShot(ms, this, [this, addr, timer] { onRetryTimer(addr, timer); });
+}
+
+void BluetoothMgr::onRetryTimer(const QString &addr, quint64 timer)
+{
+    const auto it = m_retries.find(addr);
+    if (it == m_retries.end() || it->timer != timer)
+        return;
+    const DevData *dev = m_store ? m_store->findDev(addr) : nullptr;
+    if (!dev || dev->linkState != kOffline) {
+        stopReconnecting(addr);
+        return;
+    }
+    if (it->inFlight) {
+        attemptFailed(addr, "no answer");
+        return;
+    }
+    qDebug().noquote() << "[BluetoothMgr::reconnect]: addr:" << addr << ", attempt:" << it->failed + 1;
+    beginAttempt(addr, true);
+}
+
+bool BluetoothMgr::beginAttempt(const QString &addr, bool replace)
+{
+    linkRetry(addr).inFlight = true;
+    auto *iface = plugin();
+    // reconnectDevice drops what the plug-in still has going for the light before it starts again,
+    // so two attempts for one light never run side by side.
+    bool started = false;
+    if (iface && replace) {
+        started = iface->reconnectDevice(addr);
+    } else if (iface) {
+        iface->connectToDevice(addr);
+        started = true;
+    }
+    if (!started) {
+        attemptFailed(addr, "not started");
+        return false;
+    }
+    arm(addr, m_schedule.attemptTimeoutMs);
+    return true;
+}
+
+void BluetoothMgr::attemptFailed(const QString &addr, const char *why)
+{
+    const auto it = m_retries.find(addr);
+    if (it == m_retries.end() || !it->inFlight)
+        return;
+    it->inFlight = false;
+    ++it->failed;
+    qDebug().noquote() << "[BluetoothMgr::attemptFailed]: addr:" << addr << ", reason:" << why
+                       << ", failed:" << it->failed;
+    scheduleReconnect(addr);
+}
+
+void BluetoothMgr::scheduleReconnect(const QString &addr)
+{
+    if (!m_store || !m_store->findDev(addr) || !plugin()) {
+        stopReconnecting(addr);
+        return;
+    }
+    LinkRetry &retry = linkRetry(addr);
+    const int attempt = retry.failed + 1;
+    const int pause = m_schedule.pauseMs(attempt, QRandomGenerator::global()->generateDouble());
+    qDebug().noquote() << "[BluetoothMgr::scheduleReconnect]: addr:" << addr << ", attempt:" << attempt
+                       << ", inMs:" << pause;
+    const bool announce = !retry.reconnecting;
+    retry.reconnecting = true;
+    arm(addr, pause);
+    if (announce)
+        emit sigReconnecting(addr, true);
+}
+
+void BluetoothMgr::stopReconnecting(const QString &addr)
+{
+    const auto it = m_retries.find(addr);
+    if (it == m_retries.end())
+        return;
+    const bool announced = it->reconnecting;
+    m_retries.erase(it);
+    if (announced)
+        emit sigReconnecting(addr, false);
+}
+
+void BluetoothMgr::stopAllReconnecting()
+{
+    if (!m_retries.isEmpty())
+        qDebug().noquote() << "[BluetoothMgr::stopAllReconnecting]: lights:" << m_retries.size();
+    m_retries.clear();
+}
+
+void BluetoothMgr::setAdjusting(const QString &addr, bool on)
+{
+    if (on)
+        m_adjusting.insert(addr);
+    else
+        m_adjusting.remove(addr);
 }
 
 void BluetoothMgr::delDev(const QString &groupUuid, const QString &addr)
@@ -220,15 +397,17 @@ void BluetoothMgr::send(const QString &addr, const QByteArray &frame)
         iface->writeData(addr, frame);
 }
 
-QByteArray BluetoothMgr::modeFrame(const DevData &dev, int brightness) const
+QByteArray BluetoothMgr::modeFrame(DevData &dev, int brightness) const
 {
     if (dev.devCurModel == 2) {
-        if (dev.lightEffect.isEmpty()) {
-            // The same text for powerOn, powerOff and setBrightness, as the original has it.
-            qDebug().noquote() << "[BluetoothMgr::setBrightness], lightEffect is empty, devCurModel:" << dev.devCurModel;
-            return {};
-        }
-        return aaCodec()->effectModeFrame(brightness, dev.lightEffect);
+        const QByteArray effectFrame = aaCodec()->effectModeFrame(brightness, dev.lightEffect);
+        if (!effectFrame.isEmpty())
+            return effectFrame;
+        // An effect that cannot be named again must not leave switch and brightness dead: the
+        // light goes back to colour temperature.
+        qDebug().noquote() << "[BluetoothMgr::modeFrame]: no effect frame, colour temperature instead, effect:"
+                           << dev.lightEffect << ", addr:" << dev.addr;
+        dev.devCurModel = 1;
     }
     return aaCodec()->cctModeFrame(brightness, dev.temperature);
 }
@@ -241,20 +420,25 @@ void BluetoothMgr::powerOn(const QString &addr)
     if (!stored || stored->linkState == kOffline || stored->switchState)
         return;
     DevData dev = *stored;
+    QByteArray frame;
     switch (familyOf(dev.protocol)) {
     case Family::VType:
-        send(addr, vCodec()->powerFrame(true));
+        frame = vCodec()->powerFrame(true);
         break;
     case Family::Frame55AA: {
-        // A light never switched on through us has no previous brightness: come back at 1.
+        // Only a light whose brightness was never known comes back at 1.
         const int brightness = dev.oldBrightness < 1 ? 1 : dev.oldBrightness;
         dev.brightness = brightness;
-        send(addr, modeFrame(dev, brightness));
+        frame = modeFrame(dev, brightness);
         break;
     }
     case Family::None:
         break;
     }
+    // Nothing was sent, so the light did not come on.
+    if (frame.isEmpty())
+        return;
+    send(addr, frame);
     dev.switchState = true;
     m_store->updateDev(dev);
 }
@@ -280,6 +464,8 @@ void BluetoothMgr::powerOff(const QString &addr)
         break;
     case Family::Frame55AA:
         frame = modeFrame(dev, 0);
+        if (dev.brightness >= 1)
+            dev.oldBrightness = dev.brightness;
         break;
     case Family::None:
         break;
@@ -297,18 +483,25 @@ void BluetoothMgr::setBrightness(const QString &addr, int value)
     if (!switchedOn)
         return;
     DevData &dev = *switchedOn;
-    dev.brightness = value;
-    m_store->updateDev(dev);
+    if (dev.protocol == k55AAKey) {
+        bool changed = false;
+        assignAaBrightness(dev, value, changed);
+    } else {
+        dev.brightness = value;
+    }
+    QByteArray frame;
     switch (familyOf(dev.protocol)) {
     case Family::VType:
-        send(addr, vCodec()->brightnessFrame(value));
+        frame = vCodec()->brightnessFrame(value);
         break;
     case Family::Frame55AA:
-        send(addr, modeFrame(dev, value));
+        frame = modeFrame(dev, value);
         break;
     case Family::None:
         break;
     }
+    m_store->updateDev(dev);
+    send(addr, frame);
 }
 
 void BluetoothMgr::setTemperature(const QString &addr, int value)
@@ -338,21 +531,26 @@ void BluetoothMgr::setLightEffect(const QString &addr, const QString &effect)
     if (!switchedOn)
         return;
     DevData &dev = *switchedOn;
-    dev.lightEffect = effect;
-    dev.devCurModel = 2;
-    m_store->updateDev(dev);
-    if (effect.isEmpty())
-        return;
+    QByteArray frame;
     switch (familyOf(dev.protocol)) {
     case Family::VType:
-        send(addr, vCodec()->effectFrame(effect));
+        frame = vCodec()->effectFrame(effect);
         break;
     case Family::Frame55AA:
-        send(addr, aaCodec()->effectModeFrame(dev.brightness, effect));
+        frame = aaCodec()->effectModeFrame(dev.brightness, effect);
         break;
     case Family::None:
         break;
     }
+    // A text the light's family cannot run changes nothing: no frame, no stored effect mode.
+    if (frame.isEmpty()) {
+        qDebug().noquote() << "[BluetoothMgr::setLightEffect]: no such effect, addr:" << addr << ", effect:" << effect;
+        return;
+    }
+    dev.lightEffect = effect;
+    dev.devCurModel = 2;
+    m_store->updateDev(dev);
+    send(addr, frame);
 }
 
 void BluetoothMgr::setColor(const QString &addr, const QColor &color)
@@ -360,12 +558,14 @@ void BluetoothMgr::setColor(const QString &addr, const QColor &color)
     std::optional<DevData> switchedOn = poweredRecord(addr);
     if (!switchedOn)
         return;
+    // Only the colour lights have a colour mode; the others keep theirs.
+    if (familyOf(switchedOn->protocol) != Family::VType || !isColorCapable(switchedOn->protocol))
+        return;
     DevData &dev = *switchedOn;
     dev.colorLight = color.name();
     dev.devCurModel = 3;
     m_store->updateDev(dev);
-    if (familyOf(dev.protocol) == Family::VType && isColorCapable(dev.protocol))
-        send(addr, vCodec()->colorFrame(color.hsvHue(), color.hsvSaturation()));
+    send(addr, vCodec()->colorFrame(color.hsvHue(), color.hsvSaturation()));
 }
 
 // ---- plug-in signals ---------------------------------------------------------------------------
@@ -412,6 +612,15 @@ void BluetoothMgr::handleDeviceConnected(QString devAddr)
     const DevData *stored = m_store ? m_store->findDev(devAddr) : nullptr;
     if (!stored)
         return;
+    m_unlinking.remove(devAddr);
+    const auto retry = m_retries.constFind(devAddr);
+    if (retry != m_retries.constEnd()) {
+        if (retry->reconnecting) {
+            qDebug().noquote() << "[BluetoothMgr::handleDeviceConnected]: reconnected, addr:" << devAddr
+                               << ", failed attempts:" << retry->failed << ", afterMs:" << retry->since.elapsed();
+        }
+        stopReconnecting(devAddr);
+    }
     DevData dev = *stored;
     dev.linkState = kOnline;
     if (dev.protocol == k55AAKey) {
@@ -441,11 +650,25 @@ void BluetoothMgr::handleDeviceDisconnected(QString devAddr)
 {
     qDebug().noquote() << "[BluetoothMgr::handleDeviceDisconnected]:  addr:" << devAddr;
     const DevData *stored = m_store ? m_store->findDev(devAddr) : nullptr;
-    if (!stored)
+    if (!stored) {
+        stopReconnecting(devAddr);
         return;
+    }
     DevData dev = *stored;
     dev.linkState = kOffline;
     m_store->updateDev(dev);
+
+    if (m_unlinking.contains(devAddr))
+        return;
+    const auto retry = m_retries.constFind(devAddr);
+    if (retry == m_retries.constEnd()) {
+        // The link dropped (or an attempt made elsewhere failed): bring it back on its own.
+        qDebug().noquote() << "[BluetoothMgr::handleDeviceDisconnected]: link lost, addr:" << devAddr;
+        scheduleReconnect(devAddr);
+    } else if (retry->inFlight) {
+        attemptFailed(devAddr, "refused");
+    }
+    // Otherwise a late word about an attempt already given up: the next one is scheduled.
 }
 
 void BluetoothMgr::handleMessageReceived(QString devAddr, QByteArray data)
@@ -457,14 +680,15 @@ void BluetoothMgr::handleMessageReceived(QString devAddr, QByteArray data)
         return;
     }
 
-    if (isVTypeAlwaysApplied(protocol) || (isVTypeHeld(protocol) && !m_adjusting)) {
+    const bool adjusting = m_adjusting.contains(devAddr);
+    if (isVTypeAlwaysApplied(protocol) || (isVTypeHeld(protocol) && !adjusting)) {
         FrameHeader header;
         std::vector<quint8> payload;
         if (vCodec()->parseFrame(data, header, payload))
             doVTypeDevRecvData(devAddr, payload);
         return;
     }
-    if (protocol != k55AAKey || m_adjusting)
+    if (protocol != k55AAKey || adjusting)
         return;
 
     FrameHeader2 header;
@@ -546,7 +770,7 @@ void BluetoothMgr::doDevModeReport(const QString &addr, const std::vector<quint8
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[1]), changed);
+    assignAaBrightness(dev, int(payload[1]), changed);
     assign(dev.temperature, u16(payload, 2), changed);
     if (changed)
         m_store->updateDev(dev);
@@ -569,7 +793,7 @@ void BluetoothMgr::doDevCurModelData(const QString &addr, const std::vector<quin
     bool changed = false;
     const int brightness = payload[1];
     if (dev.switchState) {
-        assign(dev.brightness, brightness, changed);
+        assignAaBrightness(dev, brightness, changed);
     } else {
         changed = true;
         if (brightness != 0) {
@@ -595,7 +819,10 @@ void BluetoothMgr::applyEffectModeReport(const char *where, const QString &addr,
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[1]), changed);
+    assignAaBrightness(dev, int(payload[1]), changed);
+    // An effect that shines means the light is on, whoever switched it on.
+    if (payload[1] > 0)
+        assign(dev.switchState, true, changed);
     assign(dev.lightEffect, bluetoothProtocol2::effectText(payload[2], payload[3]), changed);
     assign(dev.devCurModel, 2, changed);
     qDebug().noquote() << where << addr << ", brightness:" << dev.brightness << ", effectCmd:" << dev.lightEffect
@@ -615,7 +842,7 @@ void BluetoothMgr::doDevCCTModelData(const QString &addr, const std::vector<quin
         return;
     DevData dev = *stored;
     bool changed = false;
-    assign(dev.brightness, int(payload[0]), changed);
+    assignAaBrightness(dev, int(payload[0]), changed);
     assign(dev.temperature, u16(payload, 1), changed);
     qDebug().noquote() << "[BluetoothMgr::doDevCCTModelData], brightness:" << dev.brightness
                        << ", temperature:" << dev.temperature << ", toUpdate:" << changed;
@@ -651,7 +878,7 @@ void BluetoothMgr::doDevModifyDataUpload(const QString &addr, const std::vector<
     bool resend = false;
     const int brightness = payload[1];
     if (dev.switchState) {
-        assign(dev.brightness, brightness, changed);
+        assignAaBrightness(dev, brightness, changed);
     } else {
         dev.switchState = true;
         changed = true;

@@ -4,9 +4,12 @@
 #include "bluetoothprotocolbase.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
+#include <QHash>
 #include <QMap>
 #include <QPluginLoader>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 
 #include <memory>
@@ -17,6 +20,21 @@ class BrivonQXBleInterface;
 class DevDataMgr;
 class bluetoothProtocol;
 class bluetoothProtocol2;
+
+// When a stored light that lost its link is tried again: the pause before the n-th attempt is
+// base * 2^(n-1), at most limit, shortened by up to 15 % at random so that many lights dropped
+// together do not retry in step. An attempt without an answer after attemptTimeout has failed.
+struct ReconnectSchedule
+{
+    int baseMs = 1000;
+    int limitMs = 60000;
+    int attemptTimeoutMs = 15000;
+
+    // BRIVON_BLE_RECONNECT_MS="base,limit[,attempt timeout]" overrides the defaults (tests, demos).
+    static ReconnectSchedule fromEnvironment();
+    // unit is a random number in [0, 1).
+    int pauseMs(int attempt, double unit) const;
+};
 
 // Drives every Bluetooth light: loads the BLE plug-in library, turns control operations
 // into frames for the light, and turns the lights' notifications into changes of their stored
@@ -39,7 +57,9 @@ public:
     void connectToDevice(const QString &addr) override;
     bool reconnectDevice(const QString &addr) override;
     void removeDevice(const QString &addr) override;
-    void setAdjusting(bool on) override;
+    using BaseDevice::setAdjusting;
+    // Reports of 162, 163 and 1001 lights are held back while that light is being adjusted.
+    void setAdjusting(const QString &addr, bool on) override;
     void delDev(const QString &groupUuid, const QString &addr) override;
     void powerOn(const QString &addr) override;
     void powerOff(const QString &addr) override;
@@ -52,10 +72,14 @@ public:
     int getProtocolType(const QString &addr);
 
     bool isPluginLoaded() const { return m_interface != nullptr; }
-    bool isAdjusting() const { return m_adjusting; }
+    bool isAdjusting(const QString &addr) const { return m_adjusting.contains(addr); }
+    // True while the light's link is being brought back on its own.
+    bool isReconnecting(const QString &addr) const;
+    const ReconnectSchedule &reconnectSchedule() const { return m_schedule; }
 
     static constexpr const char *kPluginBaseName = "BrivonQXBleDLL";
     static constexpr const char *kPluginEnvVar = "BRIVON_BLE_PLUGIN";
+    static constexpr const char *kReconnectEnvVar = "BRIVON_BLE_RECONNECT_MS";
 
 public slots:
     void handleMessageReceived(QString devAddr, QByteArray data);
@@ -65,6 +89,28 @@ public slots:
 
 private:
     enum class Family { None, VType, Frame55AA };
+
+    // The connection attempts of one stored light that is not connected.
+    struct LinkRetry
+    {
+        quint64 timer = 0;         // only the latest armed timer counts; earlier ones find it changed
+        int failed = 0;            // attempts failed since the link was lost
+        bool inFlight = false;
+        bool reconnecting = false; // announced through sigReconnecting
+        QElapsedTimer since;
+    };
+
+    LinkRetry &linkRetry(const QString &addr);
+    // After ms, the running attempt's deadline or the end of the pause before the next one.
+    void arm(const QString &addr, int ms);
+    void onRetryTimer(const QString &addr, quint64 timer);
+    // Starts an attempt; `replace` drops whatever the plug-in still has going for the light.
+    // False when it could not even start (and has been counted as failed).
+    bool beginAttempt(const QString &addr, bool replace);
+    void attemptFailed(const QString &addr, const char *why);
+    void scheduleReconnect(const QString &addr);
+    void stopReconnecting(const QString &addr);
+    void stopAllReconnecting();
 
     void loadPlugin();
     void attachPlugin(QObject *instance);
@@ -78,9 +124,9 @@ private:
     bluetoothProtocol2 *aaCodec() const;
     BrivonQXBleInterface *plugin() const;
     void send(const QString &addr, const QByteArray &frame);
-    // The 55 AA frame of the light's current mode with the given brightness; empty (and logged)
-    // for an effect mode without an effect text.
-    QByteArray modeFrame(const DevData &dev, int brightness) const;
+    // The 55 AA frame of the light's current mode with the given brightness. An effect mode whose
+    // text builds no frame falls back to colour temperature (devCurModel becomes 1).
+    QByteArray modeFrame(DevData &dev, int brightness) const;
 
     void doVTypeDevRecvData(const QString &addr, const std::vector<quint8> &payload);
     void doDevModeReport(const QString &addr, const std::vector<quint8> &payload);
@@ -96,5 +142,9 @@ private:
     BrivonQXBleInterface *m_interface = nullptr;
     std::shared_ptr<DevDataMgr> m_store;
     QMap<int, std::shared_ptr<bluetoothProtocolBase>> m_protocols;
-    bool m_adjusting = false;
+    QSet<QString> m_adjusting;
+    ReconnectSchedule m_schedule;
+    QHash<QString, LinkRetry> m_retries;
+    quint64 m_lastTimer = 0;
+    QSet<QString> m_unlinking; // removed by request: their link's end is not a drop
 };

@@ -1,6 +1,7 @@
 #include "bluetoothprotocol.h"
 
 #include <QColor>
+#include <QRegularExpression>
 
 QByteArray bluetoothProtocol::pack(quint8 cmd, quint8 length, std::vector<quint8> payload)
 {
@@ -64,7 +65,10 @@ QByteArray bluetoothProtocol::stateRequestFrame()
 
 QByteArray bluetoothProtocol::effectFrame(const QString &effect)
 {
-    return pack(kCmdSwitch, 1, {effectNumber(effect)});
+    const quint8 number = effectNumber(effect);
+    if (number == 0)
+        return {};
+    return pack(kCmdSwitch, 1, {number});
 }
 
 QByteArray bluetoothProtocol::brightnessFrame(int brightness)
@@ -88,9 +92,13 @@ QByteArray bluetoothProtocol::colorFrame(int hue, int saturation255)
 
 quint8 bluetoothProtocol::effectNumber(const QString &effect)
 {
-    bool ok = false;
-    const int number = effect.toInt(&ok, 10);
-    return ok ? quint8(number) : 0;
+    static const QRegularExpression digits(QStringLiteral("^[0-9]{1,3}$"));
+    if (!digits.match(effect).hasMatch())
+        return 0;
+    const int number = effect.toInt();
+    if (number < kFirstEffect || number > 255 || number == kStateRequest)
+        return 0;
+    return quint8(number);
 }
 
 bool VTypeReport::decode(const std::vector<quint8> &payload, VTypeReport &report)

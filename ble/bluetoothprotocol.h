@@ -20,6 +20,7 @@ public:
     static constexpr quint8 kSwitchOn = 0x00;       // the lights' own convention, inverted as it reads
     static constexpr quint8 kSwitchOff = 0x01;
     static constexpr quint8 kStateRequest = 0x30;
+    static constexpr int kFirstEffect = 4;          // below are on, off and the report's modes
 
     QByteArray pack(quint8 cmd, quint8 length, std::vector<quint8> payload) override;
     bool parseFrame(const QByteArray &frame, FrameHeader &header, std::vector<quint8> &payload) override;
@@ -30,12 +31,14 @@ public:
     // Frames of the command catalogue.
     QByteArray powerFrame(bool on);
     QByteArray stateRequestFrame();
+    // Empty unless the text is a plain effect number (4 to 255, never the state request 30 hex):
+    // an effect must not turn into power on, power off or a state request.
     QByteArray effectFrame(const QString &effect);
     QByteArray brightnessFrame(int brightness);
     QByteArray temperatureFrame(int temperature);
     QByteArray colorFrame(int hue, int saturation255);
 
-    // The effect number of an effect text: base-10 parse (0 when not a number), one byte.
+    // The effect number of an effect text, 0 when it names no effect the lights can run.
     static quint8 effectNumber(const QString &effect);
 };
 

@@ -1,5 +1,7 @@
 #include "bluetoothprotocol2.h"
 
+#include <QRegularExpression>
+
 #include <cstring>
 
 QByteArray bluetoothProtocol2::pack(quint8 cmd, quint8 length, std::vector<quint8> payload)
@@ -72,7 +74,7 @@ QByteArray bluetoothProtocol2::cctModeFrame(int brightness, int temperature)
 
 QByteArray bluetoothProtocol2::effectModeFrame(int brightness, const QString &effect)
 {
-    if (effect.isEmpty())
+    if (!isEffectText(effect))
         return {};
     return pack(kCmdMode, 5,
                 {kModeEffect, quint8(brightness), effectLetterIndex(effect), effectNumber(effect), 0x00});
@@ -83,21 +85,24 @@ QByteArray bluetoothProtocol2::requestFrame(quint8 cmd)
     return pack(cmd, 1, {0x01});
 }
 
+bool bluetoothProtocol2::isEffectText(const QString &effect)
+{
+    static const QRegularExpression letterNumber(QStringLiteral("^[A-Z]-[1-9][0-9]{0,2}$"));
+    return letterNumber.match(effect).hasMatch() && effect.mid(2).toInt() <= 255;
+}
+
 quint8 bluetoothProtocol2::effectLetterIndex(const QString &effect)
 {
-    if (effect.isEmpty())
+    if (!isEffectText(effect))
         return 0;
     return quint8(effect.at(0).unicode() - 0x40);
 }
 
 quint8 bluetoothProtocol2::effectNumber(const QString &effect)
 {
-    const int dash = effect.indexOf(QLatin1Char('-'));
-    if (dash < 0)
+    if (!isEffectText(effect))
         return 0;
-    bool ok = false;
-    const int number = effect.mid(dash + 1).toInt(&ok, 10);
-    return ok ? quint8(number) : 0;
+    return quint8(effect.mid(2).toInt());
 }
 
 QString bluetoothProtocol2::effectText(int letterIndex, int number)

@@ -34,12 +34,13 @@ public:
 
     // Frames of the command catalogue.
     QByteArray cctModeFrame(int brightness, int temperature);
-    // Empty when the effect text is empty.
+    // Empty unless the effect text is a letter and a number, such as "C-3".
     QByteArray effectModeFrame(int brightness, const QString &effect);
     // The one-byte requests 06, 07 and 21, payload 01.
     QByteArray requestFrame(quint8 cmd);
 
-    // Effect text <-> letter index and number: "A-7" <-> 1, 7.
+    // Effect text <-> letter index and number: "A-7" <-> 1, 7. Both give 0 for any other text.
+    static bool isEffectText(const QString &effect);
     static quint8 effectLetterIndex(const QString &effect);
     static quint8 effectNumber(const QString &effect);
     static QString effectText(int letterIndex, int number);

@@ -138,7 +138,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Harness &h = harness();
     for (const DevData &dev : qAsConst(h.initial))
         h.store->updateDev(dev);
-    h.mgr->setAdjusting(false);
+    for (const DevData &dev : qAsConst(h.initial))
+        h.mgr->setAdjusting(dev.addr, false);
 
     size_t at = 0;
     while (at + 2 <= size) {
@@ -149,7 +150,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const QString &addr = h.initial.at(selector & 0x0F).addr;
         const int arg = bytes.isEmpty() ? 0 : quint8(bytes.at(0));
         switch (selector >> 4) {
-        case 8: h.mgr->setAdjusting(!h.mgr->isAdjusting()); break;
+        case 8: h.mgr->setAdjusting(addr, !h.mgr->isAdjusting(addr)); break;
         case 9: h.mgr->handleDeviceConnected(addr); break;
         case 10: h.mgr->handleDeviceDisconnected(addr); break;
         case 11: h.mgr->powerOn(addr); break;

@@ -37,6 +37,7 @@ HueBridgeDialog::HueBridgeDialog(QWidget *parent)
     setFixedSize(600, 550);
     setStyleSheet(QString::fromLatin1(kDialogSheet));
     m_retryTimer.setInterval(kRetryIntervalMs);
+    connect(&m_retryTimer, &QTimer::timeout, this, &HueBridgeDialog::onRetryTick);
     setPage(SelectPage);
     m_repair = false;
 
@@ -123,7 +124,7 @@ void HueBridgeDialog::onDiscoverBridge(QList<Bridge> bridges)
         auto *item = new QListWidgetItem(bridge.id, ui->listWidget);
         item->setData(Qt::UserRole, QVariant::fromValue(bridge));
     }
-    showBesideParent();
+    // Listed for when the user opens the dialog; a scan's own discovery does not pop it up.
 }
 
 void HueBridgeDialog::onDiscoverBridge2(Bridge bridge, QString light)
@@ -146,28 +147,29 @@ void HueBridgeDialog::onPairBridge()
     const QList<QListWidgetItem *> selected = ui->listWidget->selectedItems();
     if (selected.isEmpty())
         return;
-    const Bridge bridge = selected.first()->data(Qt::UserRole).value<Bridge>();
+    m_pairing = selected.first()->data(Qt::UserRole).value<Bridge>();
     // The light id is taken now: the item itself is deleted once its bridge is paired.
-    const QString light = selected.first()->data(Qt::UserRole + 1).toString();
+    m_pairingLight = selected.first()->data(Qt::UserRole + 1).toString();
     setPage(PairingPage);
-    // Every press adds a handler and none is removed, so a second press sends two requests per
-    // tick. Kept on purpose: the bridge tolerates it and users retry after the count ran out.
-    connect(&m_retryTimer, &QTimer::timeout, this, [this, bridge, light]() {
-        --m_remaining;
-        if (m_remaining >= 0) {
-            if (!m_hueBridge)
-                return;
-            if (m_repair)
-                m_hueBridge->pairBridge(bridge.ip, bridge.id, light);
-            else
-                m_hueBridge->pairBridge(bridge);
-        } else {
-            onRegisterResult(false);
-        }
-    });
+    // A press while a round runs starts it over: one handler, one request per tick, a fresh count.
     m_remaining = kRetryCount;
     m_retryTimer.start();
     ui->label_pair_gif->start();
+}
+
+void HueBridgeDialog::onRetryTick()
+{
+    --m_remaining;
+    if (m_remaining < 0) {
+        onRegisterResult(false);
+        return;
+    }
+    if (!m_hueBridge)
+        return;
+    if (m_repair)
+        m_hueBridge->pairBridge(m_pairing.ip, m_pairing.id, m_pairingLight);
+    else
+        m_hueBridge->pairBridge(m_pairing);
 }
 
 void HueBridgeDialog::onTryBridge()
@@ -178,7 +180,8 @@ void HueBridgeDialog::onTryBridge()
 void HueBridgeDialog::onRegisterResult(bool result)
 {
     if (result) {
-        qDeleteAll(ui->listWidget->selectedItems());
+        // The bridge that was paired leaves the list, whichever item is selected by now.
+        qDeleteAll(ui->listWidget->findItems(m_pairing.id, Qt::MatchExactly));
         ui->listWidget->clearSelection();
         setPage(PairedPage);
     } else {

@@ -52,10 +52,13 @@ private:
     void markSteps(int count);
     void showBesideParent();
     bool hasBridge(const QString &id) const;
+    void onRetryTick();
 
     std::unique_ptr<Ui::HueBridgeDialog> ui;
     QTimer m_retryTimer;
     int m_remaining = 0;
     std::shared_ptr<HueBridge> m_hueBridge;
     bool m_repair = false;
+    Bridge m_pairing;       // the bridge of the running (or last) pairing round
+    QString m_pairingLight; // its light, in re-pair mode
 };

@@ -10,6 +10,9 @@ PACKAGES=(
     qt6-image-formats-plugins libgl-dev
     xvfb xauth x11-apps openssl fonts-roboto-unhinted fonts-wqy-microhei
     clang-14 libclang-rt-14-dev
+    desktop-file-utils appstream dpkg-dev file
+    dbus-daemon python3-dbusmock python3
+    g++-mingw-w64-x86-64-posix
 )
 
 missing=()

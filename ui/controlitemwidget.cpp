@@ -1,20 +1,23 @@
 #include "controlitemwidget.h"
 
+#include "adjustingtracker.h"
 #include "customslider.h"
 #include "devicemgr.h"
 #include "lighteffectsetdialog.h"
 #include "rotatingsvgwidget.h"
+#include "svgicon.h"
 #include "switchbutton.h"
 #include "uistylesheets.h"
 
 #include <QColorDialog>
 #include <QDebug>
 #include <QHBoxLayout>
+#include <QInputDialog>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMenu>
 #include <QPainter>
 #include <QPushButton>
-#include <QSvgRenderer>
 #include <QVBoxLayout>
 #include <QWidgetAction>
 
@@ -23,25 +26,11 @@ namespace {
 constexpr int kIconSize = 30;
 constexpr int kReconnectSpinLimitMs = 3000;
 
-QPixmap svgPixmap(const QString &path, int size)
-{
-    // Rendered at the label's size rather than scaled from the SVG's own size: stays sharp.
-    QPixmap pixmap(size, size);
-    pixmap.fill(Qt::transparent);
-    QSvgRenderer renderer(path);
-    if (renderer.isValid()) {
-        QPainter painter(&pixmap);
-        painter.setRenderHint(QPainter::Antialiasing);
-        renderer.render(&painter);
-    }
-    return pixmap;
-}
-
 QLabel *iconLabel(const QString &path, QWidget *parent)
 {
     auto *label = new QLabel(parent);
     label->setFixedSize(kIconSize, kIconSize);
-    label->setPixmap(svgPixmap(path, kIconSize));
+    label->setPixmap(svgPixmap(path, QSize(kIconSize, kIconSize), label->devicePixelRatioF()));
     return label;
 }
 
@@ -107,6 +96,13 @@ ControlItemWidget::ControlItemWidget(QWidget *parent)
     m_effectButton->setObjectName(QStringLiteral("controlItemLightEffectBtn"));
     m_effectButton->setFixedSize(60, 22);
     m_reconnectIcon = new RotatingSvgWidget(this);
+    m_reconnectIcon->setFocusPolicy(Qt::StrongFocus);
+    m_reconnectIcon->setToolTip(tr("重新连接"));
+    m_reconnectIcon->setAccessibleName(tr("重新连接"));
+    m_powerButton->setToolTip(tr("开关"));
+    m_powerButton->setAccessibleName(tr("开关"));
+    m_brightnessSlider->setAccessibleName(tr("亮度"));
+    m_temperatureSlider->setAccessibleName(tr("色温"));
 
     m_headerLayout->setContentsMargins(15, 24, 16, 0);
     m_headerLayout->setSpacing(4);
@@ -143,19 +139,16 @@ ControlItemWidget::ControlItemWidget(QWidget *parent)
     m_temperatureSlider->setPageStep(1);
     m_temperatureSlider->setFixedHeight(30);
     m_temperatureSlider->setRatio(m_temperatureRatio);
+    m_brightnessSlider->setUnit(QStringLiteral("%"));
+    m_temperatureSlider->setUnit(QStringLiteral("K"));
 
     m_mainLayout->addLayout(m_headerLayout);
     m_mainLayout->addLayout(m_brightnessLayout);
     m_mainLayout->addLayout(m_temperatureLayout);
     m_mainLayout->addStretch();
 
-    m_effectButton->setStyleSheet(QStringLiteral(
-        "QPushButton { background-color: #F6FFED; color: black; border: none; border-radius: 5px; font-size: 12px; }"
-        "QPushButton:disabled { background-color: #C0C0C0; }"
-        "QPushButton::menu-indicator{image:none; width: 0px;}"));
-    m_colorButton->setStyleSheet(QStringLiteral(
-        "QPushButton { background-color: #F6FFED; color: black; border: none;border-radius: 5px; font-size: 12px; }"
-        "QPushButton::menu-indicator{image:none; width: 0px;}"));
+    m_effectButton->setStyleSheet(UiStyleSheets::plainCardButton());
+    m_colorButton->setStyleSheet(UiStyleSheets::plainCardButton());
     m_powerButton->setStyleSheet(QStringLiteral(
         "SwitchButton[choose = true] { background-color: transparent; border-image: url(:/resource/svg/switch_on.svg);}"
         "SwitchButton[choose = false] { background-color: transparent; border-image: url(:/resource/svg/switch_off.svg);}"
@@ -189,6 +182,10 @@ ControlItemWidget::ControlItemWidget(QWidget *parent)
         DeviceMgrSingleton::instance()->reconnectDevice(m_addr);
     });
     connect(mgr, &BaseDevice::sigReconnectDevice, this, &ControlItemWidget::slotReconnectDevice);
+    connect(mgr, &BaseDevice::sigReconnecting, this, [this](const QString &addr, bool active) {
+        if (addr == m_addr)
+            showReconnecting(active);
+    });
 
     setContextMenuPolicy(Qt::CustomContextMenu);
     connect(this, &QWidget::customContextMenuRequested, this, &ControlItemWidget::showContextMenu);
@@ -210,7 +207,12 @@ ControlItemWidget::ControlItemWidget(QWidget *parent)
         Qt::QueuedConnection);
 }
 
-ControlItemWidget::~ControlItemWidget() = default;
+ControlItemWidget::~ControlItemWidget()
+{
+    // A card deleted in the middle of a drag must not leave its light adjusting for good.
+    if (m_dragMode != DragNone)
+        AdjustingTracker::instance()->end(m_addr);
+}
 
 void ControlItemWidget::setupEffectMenu()
 {
@@ -227,8 +229,9 @@ void ControlItemWidget::setupEffectMenu()
             m_effectPicker->selectEffectCmd(m_currentEffect);
     });
     connect(m_effectPicker, &LightEffectSetDialog::selectEffect, this, [this](const QString &name, const QString &cmd) {
-        m_effectButton->setToolTip(name);
+        Q_UNUSED(name)
         m_currentEffect = cmd;
+        showEffectName();
     });
 }
 
@@ -271,17 +274,51 @@ void ControlItemWidget::setDevice(const QString &groupUuid, const QString &group
 {
     m_groupUuid = groupUuid;
     m_groupName = groupName;
-    m_name = dev.name;
     m_addr = dev.addr;
     m_protocol = dev.protocol;
     m_colorLightEnable = dev.colorLightEnable;
     m_lightEffectEnable = dev.lightEffectEnable;
-    // A long name is cut with an ellipsis rather than mid-letter; the tool tip has it in full.
-    m_nameLabel->ensurePolished(); // the style sheet's font size, not the default one
-    m_nameLabel->setText(QFontMetrics(m_nameLabel->font()).elidedText(dev.name, Qt::ElideRight, m_nameLabel->width()));
-    m_nameLabel->setToolTip(dev.name);
+    // An effect button over an empty drop-down would promise what the light cannot do.
+    m_hasEffects = !DeviceMgrSingleton::instance()->getEffectData().effects(m_protocol).isEmpty();
+    showName(dev.name);
     applyParamRange(dev);
     slotUpdateLightState(dev);
+    showReconnecting(DeviceMgrSingleton::instance()->isReconnecting(m_addr));
+}
+
+void ControlItemWidget::showReconnecting(bool active)
+{
+    // The icon spins for as long as the program tries on its own; a connection hides it.
+    m_autoReconnecting = active;
+    if (active && !m_reconnectIcon->isRotating())
+        m_reconnectIcon->onStartRotation();
+    else if (!active && m_reconnectIcon->isRotating())
+        m_reconnectIcon->onStopRotation();
+}
+
+void ControlItemWidget::showName(const QString &name)
+{
+    m_name = name;
+    // A long name is cut with an ellipsis rather than mid-letter; the tool tip has it in full.
+    m_nameLabel->ensurePolished(); // the style sheet's font size, not the default one
+    m_nameLabel->setText(QFontMetrics(m_nameLabel->font()).elidedText(name, Qt::ElideRight, m_nameLabel->width()));
+    m_nameLabel->setToolTip(name);
+    setAccessibleName(name);
+}
+
+void ControlItemWidget::askForName()
+{
+    auto *dialog = new QInputDialog(this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowTitle(tr("重命名"));
+    dialog->setLabelText(tr("设备名称："));
+    dialog->setTextValue(m_name);
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->setStyleSheet(QStringLiteral("QInputDialog { background-color: #282828; } QLabel { color: #E6E6E6; }"));
+    const QString addr = m_addr;
+    connect(dialog, &QInputDialog::textValueSelected, this,
+            [addr](const QString &text) { DeviceMgrSingleton::instance()->renameDev(addr, text); });
+    dialog->open();
 }
 
 QString ControlItemWidget::textColorFor(const QColor &background)
@@ -295,6 +332,7 @@ void ControlItemWidget::setColorButton(const QString &colorName)
     m_currentColor = colorName;
     m_colorButton->setStyleSheet(QStringLiteral("QPushButton{ background-color: %1; color: %2; border: none; "
                                                 "border-radius: 5px; font-size: 12px; } "
+                                                "QPushButton:disabled { background-color: #C0C0C0; color: #6E6E6E; }"
                                                 "QPushButton::menu-indicator{image:none; width: 0px;}")
                                      .arg(colorName, textColorFor(QColor(colorName))));
 }
@@ -311,8 +349,31 @@ void ControlItemWidget::clearEffectSelection()
     if (m_currentEffect.isEmpty())
         return;
     m_effectPicker->clearEffectCmd(m_currentEffect);
-    m_effectButton->setToolTip(QString());
     m_currentEffect.clear();
+    showEffectName();
+}
+
+void ControlItemWidget::showEffectName()
+{
+    QString name;
+    if (!m_currentEffect.isEmpty()) {
+        const QList<EffectItem> effects = DeviceMgrSingleton::instance()->getEffectData().effects(m_protocol);
+        for (const EffectItem &effect : effects) {
+            if (effect.cmd == m_currentEffect) {
+                name = effect.name;
+                break;
+            }
+        }
+    }
+    if (name.isEmpty()) {
+        m_effectButton->setText(tr("光效"));
+        m_effectButton->setToolTip(tr("光效"));
+        return;
+    }
+    m_effectButton->ensurePolished();
+    m_effectButton->setText(
+        QFontMetrics(m_effectButton->font()).elidedText(name, Qt::ElideRight, m_effectButton->width() - 6));
+    m_effectButton->setToolTip(name);
 }
 
 void ControlItemWidget::showLinkState(bool connected)
@@ -337,13 +398,29 @@ void ControlItemWidget::showLinkState(bool connected)
         m_reconnectIcon->show();
         m_powerButton->hide();
     }
+    updateControlsEnabled();
 }
 
 void ControlItemWidget::applySwitchState(bool on)
 {
     m_powerButton->setChoose(on);
-    m_colorButton->setEnabled(on);
-    m_effectButton->setEnabled(on);
+    updateControlsEnabled();
+}
+
+void ControlItemWidget::updateControlsEnabled()
+{
+    const bool on = m_linkState != 0 && m_powerButton->choose();
+    // A slider disabled under the pointer never sees its release: the drag ends here instead.
+    if (!on && m_dragMode != DragNone) {
+        m_brightnessSlider->setSliderDown(false);
+        m_temperatureSlider->setSliderDown(false);
+        endAdjusting();
+    }
+    m_colorButton->setEnabled(on && m_colorLightEnable);
+    m_effectButton->setEnabled(on && m_lightEffectEnable && m_hasEffects);
+    m_powerButton->setEnabled(m_linkState != 0);
+    if (m_brightnessSlider->isEnabled() == on && !m_brightnessSlider->styleSheet().isEmpty())
+        return;
     m_brightnessSlider->setEnabled(on);
     m_temperatureSlider->setEnabled(on);
     m_brightnessSlider->setStyleSheet(on ? UiStyleSheets::sliderBrightness() : UiStyleSheets::sliderDisabled());
@@ -389,6 +466,8 @@ void ControlItemWidget::slotUpdateLightState(DevData dev)
     }
     if (!dev.enablePower)
         m_powerButton->hide();
+    if (dev.name != m_name && !dev.name.isEmpty())
+        showName(dev.name);
 
     // The switch may show an optimistic click that the light has not confirmed: the report decides.
     if (quint8(dev.switchState) != m_switchState || m_powerButton->choose() != dev.switchState) {
@@ -401,6 +480,10 @@ void ControlItemWidget::slotUpdateLightState(DevData dev)
         if (m_colorDialog->isVisible())
             m_colorDialog->setCurrentColor(QColor(dev.colorLight));
     }
+    // Out of colour mode the button goes back to its plain look; the colour is kept for the picker.
+    if (m_curModel == 3 && dev.devCurModel != 3 && dev.protocol != 2001)
+        m_colorButton->setStyleSheet(UiStyleSheets::plainCardButton());
+    m_curModel = dev.devCurModel;
 
     m_applyingState = true;
     if (dev.temperature != m_lastTemperature) {
@@ -418,10 +501,12 @@ void ControlItemWidget::slotUpdateLightState(DevData dev)
             m_currentEffect = dev.lightEffect;
         if (m_effectPicker->isEmpty())
             m_effectPicker->loadEffects(m_addr, m_protocol);
-        if (dev.devCurModel == 2)
+        if (dev.devCurModel == 2) {
             m_effectPicker->selectEffectCmd(m_currentEffect);
-        else
+            showEffectName();
+        } else {
             clearEffectSelection();
+        }
     }
 
     m_lastAuxValue1 = dev.auxValue1;
@@ -448,9 +533,9 @@ void ControlItemWidget::slotReconnectDevice(QString devAddr)
         return;
     if (!m_reconnectIcon->isRotating())
         m_reconnectIcon->onStartRotation();
-    QTimer::singleShot(kReconnectSpinLimitMs, m_reconnectIcon, [icon = m_reconnectIcon] {
-        if (icon->isRotating())
-            icon->onStopRotation();
+    QTimer::singleShot(kReconnectSpinLimitMs, m_reconnectIcon, [this] {
+        if (m_reconnectIcon->isRotating() && !m_autoReconnecting)
+            m_reconnectIcon->onStopRotation();
     });
 }
 
@@ -467,8 +552,14 @@ void ControlItemWidget::slotPowerOnButtonClicked()
 void ControlItemWidget::showContextMenu(QPoint pos)
 {
     QMenu menu(this);
+    QAction *renameAction = menu.addAction(tr("重命名"));
     QAction *deleteAction = menu.addAction(tr("删除"));
-    if (menu.exec(mapToGlobal(pos)) != deleteAction)
+    QAction *chosen = menu.exec(mapToGlobal(pos));
+    if (chosen == renameAction) {
+        askForName();
+        return;
+    }
+    if (chosen != deleteAction)
         return;
     // Copies: the store's answer may schedule this card for deletion.
     const QString groupUuid = m_groupUuid;
@@ -481,21 +572,40 @@ void ControlItemWidget::showContextMenu(QPoint pos)
 
 void ControlItemWidget::onSliderPressed(DragMode mode)
 {
-    m_dragMode = mode;
-    m_dragTimer.start(kDragIntervalMs);
-    DeviceMgrSingleton::instance()->setAdjusting(m_addr, true);
+    // A keyboard adjustment in progress sends its last value before the drag takes over.
+    endAdjusting();
+    beginAdjusting(mode, false);
 }
 
 void ControlItemWidget::onSliderReleased()
 {
+    if (!m_keyboardAdjusting)
+        endAdjusting();
+}
+
+void ControlItemWidget::beginAdjusting(DragMode mode, bool fromKeyboard)
+{
+    if (m_dragMode == mode)
+        return;
+    endAdjusting();
+    m_dragMode = mode;
+    m_keyboardAdjusting = fromKeyboard;
+    m_dragTimer.start(kDragIntervalMs);
+    AdjustingTracker::instance()->begin(m_addr);
+}
+
+void ControlItemWidget::endAdjusting()
+{
+    if (m_dragMode == DragNone)
+        return;
     m_dragTimer.stop();
-    onTimeout();
+    onTimeout(); // the final value
     m_dragMode = DragNone;
-    // Tied to the manager, not the card: a card deleted right after a drag must not leave the
-    // transport adjusting for good.
-    DeviceMgr *mgr = DeviceMgrSingleton::instance();
-    const QString addr = m_addr;
-    QTimer::singleShot(kAdjustingEndDelayMs, mgr, [mgr, addr] { mgr->setAdjusting(addr, false); });
+    m_keyboardAdjusting = false;
+    // Whatever the other slider recorded meanwhile is not sent later, out of date.
+    m_pendingBrightnesses.clear();
+    m_pendingTemperatures.clear();
+    AdjustingTracker::instance()->end(m_addr);
 }
 
 void ControlItemWidget::onBrightnessChanged(int value)
@@ -506,6 +616,9 @@ void ControlItemWidget::onBrightnessChanged(int value)
     if (x == m_lastBrightness)
         return;
     m_lastBrightness = x;
+    // Arrows, Page Up/Down, Home/End: coalesced like a drag.
+    if (m_dragMode == DragNone || (m_keyboardAdjusting && m_dragMode != DragBrightness))
+        beginAdjusting(DragBrightness, true);
     m_pendingBrightnesses.append(x);
 }
 
@@ -517,6 +630,8 @@ void ControlItemWidget::onTemperatureChanged(int value)
     if (x == m_lastTemperature)
         return;
     m_lastTemperature = x;
+    if (m_dragMode == DragNone || (m_keyboardAdjusting && m_dragMode != DragTemperature))
+        beginAdjusting(DragTemperature, true);
     m_pendingTemperatures.append(x);
     // A colour temperature ends any running effect.
     clearEffectSelection();
@@ -525,14 +640,30 @@ void ControlItemWidget::onTemperatureChanged(int value)
 void ControlItemWidget::onTimeout()
 {
     DeviceMgr *mgr = DeviceMgrSingleton::instance();
+    bool sent = false;
     if (!m_pendingTemperatures.isEmpty() && m_dragMode == DragTemperature) {
         const int last = m_pendingTemperatures.last();
         m_pendingTemperatures.clear();
         mgr->setTemperature(m_addr, last);
+        sent = true;
     }
     if (!m_pendingBrightnesses.isEmpty() && m_dragMode == DragBrightness) {
         const int last = m_pendingBrightnesses.last();
         m_pendingBrightnesses.clear();
         mgr->setBrightness(m_addr, last);
+        sent = true;
     }
+    // Keys no longer pressed: the keyboard adjustment is over.
+    if (!sent && m_keyboardAdjusting && m_dragTimer.isActive())
+        endAdjusting();
+}
+
+void ControlItemWidget::keyPressEvent(QKeyEvent *event)
+{
+    // The card's menu (delete, rename) from the keyboard, wherever the focus is on the card.
+    if (event->key() == Qt::Key_Delete || (event->key() == Qt::Key_F10 && event->modifiers() == Qt::ShiftModifier)) {
+        showContextMenu(rect().center());
+        return;
+    }
+    QFrame::keyPressEvent(event);
 }

@@ -11,6 +11,7 @@ class CustomSlider;
 class LightEffectSetDialog;
 class QColorDialog;
 class QHBoxLayout;
+class QKeyEvent;
 class QLabel;
 class QMenu;
 class QPushButton;
@@ -67,12 +68,23 @@ private slots:
     void showContextMenu(QPoint pos);
     void onTimeout();
 
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+
 private:
     void setupColorMenu();
     void setupEffectMenu();
     void applyParamRange(const DevData &dev);
     void applySwitchState(bool on);
+    // Controls follow the link, the switch and what the light can do.
+    void updateControlsEnabled();
+    void showEffectName();
+    void showName(const QString &name);
+    void askForName();
+    void beginAdjusting(DragMode mode, bool fromKeyboard);
+    void endAdjusting();
     void showLinkState(bool connected);
+    void showReconnecting(bool active);
     void setColorButton(const QString &colorName);
     void clearEffectSelection();
     void onSliderPressed(DragMode mode);
@@ -96,6 +108,7 @@ private:
     QPushButton *m_colorButton = nullptr;
     QPushButton *m_effectButton = nullptr;
     RotatingSvgWidget *m_reconnectIcon = nullptr;
+    bool m_autoReconnecting = false;
     QString m_groupUuid;
     QString m_groupName;
     QString m_name;
@@ -119,6 +132,10 @@ private:
     qint32 m_dragMode = DragNone;
     QList<int> m_pendingTemperatures;
     QList<int> m_pendingBrightnesses;
+    // Set while the values being coalesced come from the keyboard rather than a held handle.
+    bool m_keyboardAdjusting = false;
+    bool m_hasEffects = false;
+    qint32 m_curModel = -1;
     // Set while the card itself moves a slider to a reported value, so that the move is not
     // mistaken for a user's.
     bool m_applyingState = false;

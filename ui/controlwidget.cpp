@@ -2,6 +2,7 @@
 
 #include "controlitemwidget.h"
 #include "devicemgr.h"
+#include "groupheaderwidget.h"
 
 #include <QDebug>
 #include <QGroupBox>
@@ -98,6 +99,11 @@ ControlItemWidget *ControlWidget::card(const QGroupBox *section, const QString &
     return nullptr;
 }
 
+GroupHeaderWidget *ControlWidget::header(const QGroupBox *section)
+{
+    return section ? section->findChild<GroupHeaderWidget *>(QString(), Qt::FindDirectChildrenOnly) : nullptr;
+}
+
 void ControlWidget::addSection(const QString &uuid, const QString &name, const QList<DevData> &records)
 {
     if (records.isEmpty())
@@ -107,6 +113,8 @@ void ControlWidget::addSection(const QString &uuid, const QString &name, const Q
     auto *layout = new QVBoxLayout(box);
     layout->setContentsMargins(15, 30, 15, 9);
     m_groupBoxes.append(box);
+    // The group's own switch and brightness, above its cards.
+    layout->addWidget(new GroupHeaderWidget(uuid, box));
     for (const DevData &info : records)
         addCard(box, uuid, name, info);
     m_contentLayout->insertWidget(m_contentLayout->count() - 1, box);

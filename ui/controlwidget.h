@@ -7,6 +7,7 @@
 #include <QString>
 
 class ControlItemWidget;
+class GroupHeaderWidget;
 class QGroupBox;
 class QScrollArea;
 class QVBoxLayout;
@@ -25,6 +26,7 @@ public:
     QGroupBox *section(const QString &uuid) const;
     static QList<ControlItemWidget *> cards(const QGroupBox *section);
     static ControlItemWidget *card(const QGroupBox *section, const QString &addr);
+    static GroupHeaderWidget *header(const QGroupBox *section);
 
 signals:
     void getDevice();

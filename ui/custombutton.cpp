@@ -1,5 +1,7 @@
 #include "custombutton.h"
 
+#include "svgicon.h"
+
 #include <QEnterEvent>
 #include <QIcon>
 
@@ -15,8 +17,9 @@ MinButton::MinButton(QWidget *parent)
     : CustomButton(parent)
 {
     setIconSize(QSize(24, 24));
-    setIcon(QIcon(QStringLiteral(":/resource/svg/mini.svg")));
+    setIcon(svgIcon(QStringLiteral(":/resource/svg/mini.svg")));
     setToolTip(tr("最小化"));
+    setAccessibleName(tr("最小化"));
 }
 
 void MinButton::enterEvent(QEnterEvent *event)
@@ -34,8 +37,9 @@ void MinButton::leaveEvent(QEvent *event)
 CloseButton::CloseButton(QWidget *parent)
     : CustomButton(parent)
 {
-    setIcon(QIcon(QStringLiteral(":/resource/svg/close.svg")));
+    setIcon(svgIcon(QStringLiteral(":/resource/svg/close.svg")));
     setToolTip(tr("关闭"));
+    setAccessibleName(tr("关闭"));
 }
 
 void CloseButton::enterEvent(QEnterEvent *event)

@@ -11,6 +11,16 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+void DeleteTipsWidget::setText(const QString &text)
+{
+    m_label->setText(text);
+}
+
+QString DeleteTipsWidget::text() const
+{
+    return m_label->text();
+}
+
 DeleteTipsWidget::DeleteTipsWidget(const QString &text, QWidget *parent)
     : QDialog(parent, Qt::Dialog | Qt::FramelessWindowHint)
     , m_label(new QLabel(text, this))

@@ -20,6 +20,9 @@ public:
     // The item whose deletion is being confirmed; deleteItem() carries it.
     void setName(const QString &name) { m_name = name; }
     QString name() const { return m_name; }
+    // The question, when it names what is deleted.
+    void setText(const QString &text);
+    QString text() const;
     // "global/ask_to_delete_device" or "global/ask_to_delete_group"; empty stores nothing.
     void setSettingKey(const QString &key) { m_settingKey = key; }
     QString settingKey() const { return m_settingKey; }

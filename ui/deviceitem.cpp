@@ -36,6 +36,7 @@ DeviceItem::DeviceItem(const DevData &data, QWidget *parent)
     m_removeButton->setFixedSize(32, 32);
     m_removeButton->setCursor(Qt::PointingHandCursor);
     m_removeButton->setToolTip(tr("删除"));
+    m_removeButton->setAccessibleName(tr("删除"));
     m_removeButton->setStyleSheet(QStringLiteral("#removeButton { background: transparent; border: none; }"
                                                  "#removeButton:hover { background-color: #444446; border-radius: 16px; }"));
     connect(m_removeButton, &QPushButton::clicked, this, [this] { emit removeClicked(m_addr); });

@@ -31,7 +31,8 @@ DeviceNameWidget::DeviceNameWidget(QWidget *parent)
     heading->setStyleSheet(QStringLiteral("color: #DCDCDC; font-size: 14px;"));
     // A click toggles a row: the selected rows are the group's lights.
     m_list->setSelectionMode(QAbstractItemView::MultiSelection);
-    m_list->setFocusPolicy(Qt::NoFocus);
+    // Arrows move, Space picks or drops a light.
+    m_list->setFocusPolicy(Qt::StrongFocus);
     m_btnOk->setObjectName(QStringLiteral("btnDeviceNameOk"));
     m_btnOk->setFixedSize(96, 32);
     m_btnCancel->setFixedSize(96, 32);

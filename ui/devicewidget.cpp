@@ -13,6 +13,7 @@ DeviceWidget::DeviceWidget(QWidget *parent)
     , m_list(new CustomListWidget(this))
     , m_tip(new QWidget(this))
     , m_spinner(new ZrProcessBar(m_tip))
+    , m_nothingFound(new QLabel(tr("未找到设备"), this))
 {
     setObjectName(QStringLiteral("DeviceWidget"));
     setStyleSheet(QStringLiteral(
@@ -23,14 +24,19 @@ DeviceWidget::DeviceWidget(QWidget *parent)
     heading->setStyleSheet(QStringLiteral("color: #9C9C9C; font-size: 13px;"));
 
     m_list->setObjectName(QStringLiteral("deviceListWidget"));
-    m_list->setSelectionMode(QAbstractItemView::ContiguousSelection);
+    // Any set of lights: Ctrl and Shift clicks, arrows and Space.
+    m_list->setSelectionMode(QAbstractItemView::ExtendedSelection);
     m_list->setFrameShape(QFrame::NoFrame);
-    m_list->setFocusPolicy(Qt::NoFocus);
+    m_list->setFocusPolicy(Qt::StrongFocus);
     m_list->setStyleSheet(QStringLiteral(
         "QListWidget { background: transparent; color: #E6E6E6; font-size: 14px; outline: none;}"
         "QListWidget::item { height: 40px; padding-left: 8px; border-bottom: 1px solid #1E1E1E;}"
         "QListWidget::item:hover { background-color: #1E1E1E;}"
-        "QListWidget::item:selected { background-color: #0A84FF; color: #FFFFFF;}"));
+        "QListWidget::item:selected { background-color: #0A84FF; color: #FFFFFF;}"
+        "QListWidget::item:focus { border: 1px solid #5AB0FF;}"));
+    m_nothingFound->setAlignment(Qt::AlignCenter);
+    m_nothingFound->setStyleSheet(QStringLiteral("font-size: 16px;color: #9C9C9C;"));
+    m_nothingFound->hide();
 
     auto *wifi = new QSvgWidget(QStringLiteral(":/resource/svg/wifi.svg"), m_tip);
     wifi->setFixedSize(24, 24);
@@ -50,6 +56,7 @@ DeviceWidget::DeviceWidget(QWidget *parent)
     layout->setSpacing(6);
     layout->addWidget(heading);
     layout->addWidget(m_list, 1);
+    layout->addWidget(m_nothingFound);
     layout->addWidget(m_tip);
 
     connect(m_list, &QListWidget::itemSelectionChanged, this,
@@ -62,9 +69,12 @@ bool DeviceWidget::addDevice(const DevData &dev)
         if (listed.addr == dev.addr)
             return false;
     }
-    auto *item = new QListWidgetItem(dev.name, m_list);
+    // Two lights of one model share a name: the address tells them apart.
+    const QString text = dev.name.trimmed().isEmpty() ? dev.addr : dev.name + QStringLiteral("    ") + dev.addr;
+    auto *item = new QListWidgetItem(text, m_list);
     item->setData(Qt::UserRole, dev.addr);
     item->setToolTip(dev.addr);
+    m_nothingFound->hide();
     m_devices.append(dev);
     return true;
 }
@@ -119,14 +129,21 @@ bool DeviceWidget::isDiscoverTipVisible() const
     return !m_tip->isHidden();
 }
 
+bool DeviceWidget::isNothingFoundVisible() const
+{
+    return !m_nothingFound->isHidden();
+}
+
 void DeviceWidget::hideDeviceDiscoverTip()
 {
     m_spinner->stopAnimation();
     m_tip->hide();
+    m_nothingFound->setVisible(m_list->count() == 0);
 }
 
 void DeviceWidget::showDeviceDiscoverTip()
 {
+    m_nothingFound->hide();
     m_tip->show();
     m_spinner->startAnimation();
 }

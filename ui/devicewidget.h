@@ -6,6 +6,7 @@
 #include <QWidget>
 
 class CustomListWidget;
+class QLabel;
 class QListWidget;
 class ZrProcessBar;
 
@@ -25,6 +26,8 @@ public:
     void removeDevice(const QString &addr);
     int count() const;
     bool isDiscoverTipVisible() const;
+    // Shown when a scan ended without finding anything.
+    bool isNothingFoundVisible() const;
     QListWidget *listWidget() const;
 
 signals:
@@ -38,5 +41,6 @@ private:
     CustomListWidget *m_list = nullptr;
     QWidget *m_tip = nullptr;
     ZrProcessBar *m_spinner = nullptr;
+    QLabel *m_nothingFound = nullptr;
     QList<DevData> m_devices;
 };

@@ -13,6 +13,7 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -59,12 +60,17 @@ DevInfoWidget::DevInfoWidget(QWidget *parent)
 
     m_deviceNameWidget->hide();
     connect(m_deviceNameWidget, &DeviceNameWidget::handleAddDevice, this, &DevInfoWidget::handleAddDevice);
-    // A member deselected in the box leaves the group.
-    connect(m_deviceNameWidget, &DeviceNameWidget::handleDelDevice, this, &DevInfoWidget::handleDelDevice);
+    // Members deselected in the box leave the group, after one question for all of them.
+    connect(m_deviceNameWidget, &DeviceNameWidget::handleDelDevice, this, [this](const QString &addr) {
+        if (m_deselected.isEmpty())
+            QTimer::singleShot(0, this, [this] { askToRemove(std::exchange(m_deselected, {})); });
+        m_deselected.append(addr);
+    });
 
     m_deleteTips->setSettingKey(QStringLiteral("global/ask_to_delete_device"));
     m_deleteTips->hide();
-    connect(m_deleteTips, &DeleteTipsWidget::deleteItem, this, &DevInfoWidget::handleDelDevice);
+    connect(m_deleteTips, &DeleteTipsWidget::deleteItem, this,
+            [this] { removeFromGroup(std::exchange(m_pendingGroup, {}), std::exchange(m_pendingAddrs, {})); });
 
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(12, 12, 12, 12);
@@ -107,15 +113,53 @@ QStringList DevInfoWidget::listedAddresses() const
 
 void DevInfoWidget::requestDelete(const QString &addr)
 {
-    if (!itemFor(addr))
+    askToRemove({addr});
+}
+
+void DevInfoWidget::askToRemove(const QStringList &addrs)
+{
+    QStringList listed;
+    QStringList names;
+    DevDataMgr *store = DeviceMgrSingleton::instance()->store();
+    for (const QString &addr : addrs) {
+        if (!itemFor(addr) || listed.contains(addr))
+            continue;
+        listed.append(addr);
+        const DevData *dev = store->findDev(addr);
+        names.append(dev && !dev->name.trimmed().isEmpty() ? dev->name : addr);
+    }
+    if (listed.isEmpty())
         return;
     if (!askToDeleteDevice()) {
-        handleDelDevice(addr);
+        removeFromGroup(m_groupUuid, listed);
         return;
     }
-    m_deleteTips->setName(addr);
+    m_pendingGroup = m_groupUuid;
+    m_pendingAddrs = listed;
+    const QString lights = names.join(QStringLiteral("、"));
+    if (m_groupUuid == defaultGroupUuid()) {
+        m_deleteTips->setText(tr("确认删除设备“%1”？它将从所有群组中移除并被遗忘。").arg(lights));
+    } else {
+        const auto &groups = DeviceMgrSingleton::instance()->getGroups();
+        const auto it = groups.constFind(m_groupUuid);
+        m_deleteTips->setText(tr("确认将设备“%1”移出群组“%2”？设备本身仍会保留。")
+                                  .arg(lights, it != groups.constEnd() ? it->name : QString()));
+    }
+    m_deleteTips->setName(listed.join(QLatin1Char(',')));
     m_deleteTips->show();
     m_deleteTips->raise();
+}
+
+void DevInfoWidget::removeFromGroup(const QString &groupUuid, const QStringList &addrs)
+{
+    DeviceMgr *mgr = DeviceMgrSingleton::instance();
+    for (const QString &addr : addrs) {
+        if (!mgr->store()->findDev(addr))
+            continue;
+        if (groupUuid == defaultGroupUuid())
+            mgr->removeDevice(addr); // forget the link before the light leaves the store
+        mgr->delDev(groupUuid, addr);
+    }
 }
 
 void DevInfoWidget::showContextMenu(QPoint pos)
@@ -173,10 +217,7 @@ void DevInfoWidget::handleDelDevice(QString uuid)
     const QString &addr = uuid;
     if (!itemFor(addr))
         return;
-    DeviceMgr *mgr = DeviceMgrSingleton::instance();
-    if (m_groupUuid == defaultGroupUuid())
-        mgr->removeDevice(addr); // forget the link before the light leaves the store
-    mgr->delDev(m_groupUuid, addr);
+    removeFromGroup(m_groupUuid, {addr});
 }
 
 void DevInfoWidget::handleRemoveDeviceFromGroup(QString uuid, QString devAddr)

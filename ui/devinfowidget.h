@@ -50,6 +50,10 @@ private:
     void onDeviceUpdated(QString uuid, QString groupName, DevData data);
     void updateTitle();
     void chooseMembers();
+    // Asks (unless told not to) and then takes the lights out of the group shown now; the answer
+    // applies to that group and those lights even if the selection changes meanwhile.
+    void askToRemove(const QStringList &addrs);
+    void removeFromGroup(const QString &groupUuid, const QStringList &addrs);
 
     QString m_groupUuid;
     QLabel *m_title = nullptr;
@@ -57,4 +61,8 @@ private:
     QPushButton *m_addButton = nullptr;
     DeleteTipsWidget *m_deleteTips = nullptr;
     DeviceNameWidget *m_deviceNameWidget = nullptr;
+    QString m_pendingGroup;
+    QStringList m_pendingAddrs;
+    // Members deselected in the box, collected into one question.
+    QStringList m_deselected;
 };

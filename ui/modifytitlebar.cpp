@@ -41,10 +41,14 @@ ModifyTitleBar::ModifyTitleBar(QWidget *parent, const QString &title)
 
     m_addButton->setIcon(svgIcon(QStringLiteral(":/resource/svg/btn_add.svg")));
     m_addButton->setIconSize(QSize(24, 24));
+    m_addButton->setToolTip(tr("添加设备"));
+    m_addButton->setAccessibleName(tr("添加设备"));
     m_addButton->setStyleSheet(QStringLiteral("QPushButton{background-color: transparent;}QPushButton:hover{background-color: #2E2E2E; border: none;}"));
 
     m_settingButton->setIcon(svgIcon(QStringLiteral(":/resource/svg/btn_setting.svg")));
     m_settingButton->setIconSize(QSize(24, 24));
+    m_settingButton->setToolTip(tr("设置"));
+    m_settingButton->setAccessibleName(tr("设置"));
     m_settingButton->setStyleSheet(QStringLiteral("QPushButton::menu-indicator{image:none;width:0px;}QPushButton{background-color: transparent;}QPushButton:hover{background-color: #2E2E2E; border: none;}"));
 
     // Flat: the style sheets leave the border to the style, which would draw a dark box.

@@ -61,10 +61,10 @@ ModifyWindow::ModifyWindow(QWidget *parent)
     DeviceMgr *mgr = DeviceMgrSingleton::instance();
     if (mgr->deviceCount() < 1) {
         m_controlWidget->hide();
-        resize(610, 400);
+        resizeAndCentre(610, 400);
     } else {
         m_middleWidget->hide();
-        resize(610, 800);
+        resizeAndCentre(610, 800);
         // Reconnect the stored lights once the window is up.
         QTimer::singleShot(200, this, [] { DeviceMgrSingleton::instance()->refreshDevices(); });
     }
@@ -192,6 +192,7 @@ void ModifyWindow::closeEvent(QCloseEvent *event)
 void ModifyWindow::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
+    keepOnScreen();
     if (m_settingWindow && m_settingWindow->isVisible())
         m_settingWindow->raise();
 }
@@ -206,14 +207,40 @@ void ModifyWindow::paintEvent(QPaintEvent *)
     style()->drawPrimitive(QStyle::PE_Widget, &option, &painter, this);
 }
 
+QRect ModifyWindow::availableArea() const
+{
+    // The screen the window is on, not the primary one: it must not jump screens.
+    const QScreen *on = screen() ? screen() : QGuiApplication::primaryScreen();
+    return on ? on->availableGeometry() : QRect();
+}
+
 void ModifyWindow::resizeAndCentre(int width, int height)
 {
-    resize(width, height);
-    const QScreen *screen = QGuiApplication::primaryScreen();
-    if (!screen)
+    const QRect area = availableArea();
+    if (area.isEmpty()) {
+        resize(width, height);
         return;
-    const QPoint centre = screen->geometry().center();
-    move(centre.x() - this->width() / 2, centre.y() - this->height() / 2);
+    }
+    // At 150 % or 200 % a 1080-pixel screen has fewer logical pixels than the page wants: the
+    // panel scrolls instead of the window reaching under the task bar.
+    resize(qMin(width, area.width()), qMin(height, area.height()));
+    QRect frame(QPoint(0, 0), frameGeometry().size());
+    frame.moveCenter(area.center());
+    move(frame.topLeft());
+    keepOnScreen();
+}
+
+void ModifyWindow::keepOnScreen()
+{
+    const QRect area = availableArea();
+    if (area.isEmpty() || area.contains(frameGeometry()))
+        return;
+    if (width() > area.width() || height() > area.height())
+        resize(qMin(width(), area.width()), qMin(height(), area.height()));
+    const QRect frame = frameGeometry();
+    const int x = qBound(area.left(), frame.left(), qMax(area.left(), area.right() - frame.width() + 1));
+    const int y = qBound(area.top(), frame.top(), qMax(area.top(), area.bottom() - frame.height() + 1));
+    move(x, y);
 }
 
 void ModifyWindow::restore()

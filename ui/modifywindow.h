@@ -3,6 +3,7 @@
 #include "devdata.h"
 
 #include <QBluetoothDeviceDiscoveryAgent>
+#include <QRect>
 #include <QString>
 #include <QWidget>
 
@@ -68,6 +69,9 @@ private:
     void initConnections();
     void initTrayIcon();
     void resizeAndCentre(int width, int height);
+    QRect availableArea() const;
+    // Keeps the whole window, title bar included, inside its screen's available area.
+    void keepOnScreen();
     void restore();
     void onBluetoothError(QBluetoothDeviceDiscoveryAgent::Error error);
 

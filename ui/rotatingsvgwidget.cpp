@@ -1,6 +1,7 @@
 #include "rotatingsvgwidget.h"
 
 #include <QMouseEvent>
+#include <QKeyEvent>
 #include <QPainter>
 #include <QSvgRenderer>
 #include <QTimer>
@@ -56,6 +57,33 @@ void RotatingSvgWidget::mousePressEvent(QMouseEvent *event)
 {
     if (event->button() != Qt::LeftButton)
         return;
+    requestReconnect();
+}
+
+void RotatingSvgWidget::keyPressEvent(QKeyEvent *event)
+{
+    // Space and Enter do what a click does, for those who work from the keyboard.
+    if (event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+        requestReconnect();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void RotatingSvgWidget::focusInEvent(QFocusEvent *event)
+{
+    QWidget::focusInEvent(event);
+    update(); // the focus ring
+}
+
+void RotatingSvgWidget::focusOutEvent(QFocusEvent *event)
+{
+    QWidget::focusOutEvent(event);
+    update();
+}
+
+void RotatingSvgWidget::requestReconnect()
+{
     // One reconnect at a time: clicks while spinning are ignored.
     if (m_timer->isActive())
         return;
@@ -69,6 +97,10 @@ void RotatingSvgWidget::paintEvent(QPaintEvent *event)
     QWidget::paintEvent(event);
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
+    if (hasFocus()) {
+        painter.setPen(QPen(QColor(0x0A, 0x84, 0xFF), 1.5));
+        painter.drawEllipse(QRectF(rect()).adjusted(1, 1, -1, -1));
+    }
     painter.translate(width() / 2.0, height() / 2.0);
     painter.rotate(m_rotation);
     painter.translate(-width() / 2.0, -height() / 2.0);

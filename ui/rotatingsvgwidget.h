@@ -29,9 +29,14 @@ public slots:
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
+    void focusOutEvent(QFocusEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    void requestReconnect();
+
     double m_rotation = 0.0;
     QTimer *m_timer = nullptr;
     QSvgRenderer *m_renderer = nullptr;

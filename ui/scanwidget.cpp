@@ -31,6 +31,7 @@ ScanWidget::ScanWidget(QWidget *parent)
     , m_btnMakeSure(new QPushButton(tr("连接"), this))
     , m_btnCancel(new QPushButton(tr("取消"), this))
     , m_btnHue(new QPushButton(tr("配对 Philips Hue 桥接器"), this))
+    , m_btnRescan(new QPushButton(tr("重新搜索"), this))
     , m_hueDialog(new HueBridgeDialog(this))
 {
     setWindowTitle(tr("添加设备"));
@@ -53,10 +54,16 @@ ScanWidget::ScanWidget(QWidget *parent)
     m_btnHue->setToolTip(tr("查找局域网中的 Philips Hue 桥接器并配对"));
     m_btnHue->setStyleSheet(QString::fromLatin1(kSecondaryButton));
 
+    m_btnRescan->setObjectName(QStringLiteral("btnRescan"));
+    m_btnRescan->setFixedHeight(32);
+    m_btnRescan->setStyleSheet(QString::fromLatin1(kSecondaryButton));
+    m_btnRescan->setEnabled(false);
+
     auto *buttons = new QHBoxLayout;
     buttons->setContentsMargins(0, 0, 0, 0);
     buttons->setSpacing(12);
     buttons->addWidget(m_btnHue);
+    buttons->addWidget(m_btnRescan);
     buttons->addStretch(1);
     buttons->addWidget(m_btnCancel);
     buttons->addWidget(m_btnMakeSure);
@@ -71,6 +78,8 @@ ScanWidget::ScanWidget(QWidget *parent)
     DeviceMgr *mgr = DeviceMgrSingleton::instance();
     connect(mgr, &BaseDevice::sigDeviceDiscovered, m_deviceWidget, &DeviceWidget::addDevice);
     connect(mgr, &BaseDevice::sigDeviceDiscoveredFinished, m_deviceWidget, &DeviceWidget::hideDeviceDiscoverTip);
+    connect(mgr, &BaseDevice::sigDeviceDiscoveredFinished, this, [this] { m_btnRescan->setEnabled(true); });
+    connect(m_btnRescan, &QPushButton::clicked, this, &ScanWidget::onRescan);
     connect(m_deviceWidget, &DeviceWidget::selectedDeviceSig, m_btnMakeSure, &QPushButton::setEnabled);
     connect(m_btnMakeSure, &QPushButton::clicked, this, &ScanWidget::onConnect);
     connect(m_btnCancel, &QPushButton::clicked, this, &ScanWidget::onCancel);
@@ -86,6 +95,15 @@ void ScanWidget::showEvent(QShowEvent *event)
         return; // restored from minimised: the scan of this showing goes on
     m_deviceWidget->clear();
     m_btnMakeSure->setEnabled(m_deviceWidget->count() > 0 && !m_deviceWidget->selectedDevices().isEmpty());
+    m_deviceWidget->showDeviceDiscoverTip();
+    m_btnRescan->setEnabled(false);
+    DeviceMgrSingleton::instance()->startScan();
+}
+
+void ScanWidget::onRescan()
+{
+    // What is listed stays listed (and selected); the new scan adds what it finds.
+    m_btnRescan->setEnabled(false);
     m_deviceWidget->showDeviceDiscoverTip();
     DeviceMgrSingleton::instance()->startScan();
 }

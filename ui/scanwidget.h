@@ -21,6 +21,7 @@ public:
     QPushButton *connectButton() const { return m_btnMakeSure; }
     QPushButton *cancelButton() const { return m_btnCancel; }
     QPushButton *hueButton() const { return m_btnHue; }
+    QPushButton *rescanButton() const { return m_btnRescan; }
 
 signals:
     // At least one light was added: the main window switches to its control page.
@@ -34,10 +35,12 @@ protected:
 private:
     void onConnect();
     void onCancel();
+    void onRescan();
 
     DeviceWidget *m_deviceWidget = nullptr;
     QPushButton *m_btnMakeSure = nullptr;
     QPushButton *m_btnCancel = nullptr;
     QPushButton *m_btnHue = nullptr;
+    QPushButton *m_btnRescan = nullptr;
     HueBridgeDialog *m_hueDialog = nullptr;
 };

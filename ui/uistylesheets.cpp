@@ -36,6 +36,15 @@ const QString &effectButton()
     return sheet;
 }
 
+const QString &plainCardButton()
+{
+    static const QString sheet = QStringLiteral(
+        "QPushButton { background-color: #F6FFED; color: black; border: none; border-radius: 5px; font-size: 12px; }"
+        "QPushButton:disabled { background-color: #C0C0C0; color: #6E6E6E; }"
+        "QPushButton::menu-indicator{image:none; width: 0px;}");
+    return sheet;
+}
+
 const QString &sliderDisabled()
 {
     static const QString sheet = sliderSheet(

@@ -10,6 +10,8 @@ namespace UiStyleSheets {
 const QString &whiteButton();
 // Checkable effect button of the effect picker; blue when checked.
 const QString &effectButton();
+// A card's colour or effect button in its plain (not coloured) look, greyed when disabled.
+const QString &plainCardButton();
 // Either slider of a card whose light is off.
 const QString &sliderDisabled();
 // Brightness slider: dark to white.

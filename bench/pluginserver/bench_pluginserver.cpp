@@ -1,9 +1,13 @@
-// Control commands from a WebSocket client to the light: with 100 stored lights connected through
-// the simulated-lights plug-in, measures the time from sending a command to its frame reaching the
-// plug-in (p50, p99), the sustained command rate with nothing lost, and a bare loopback WebSocket
-// echo as the floor.
+// Control commands from a WebSocket client to the light, with 100 stored lights connected through
+// the simulated-lights plug-in:
+// 1. latency: commands to lights that have been quiet for more than the pacing interval, the time
+//    from sending to the frame reaching the plug-in (p50, p99), against a bare loopback WebSocket
+//    echo as the floor;
+// 2. flood: 10 lights driven with 2,000 brightness requests a second for 10 s; frames per light per
+//    second, the last value reaching each light and how long after its request, and the p99 time
+//    from a request to the frame that carries its value.
 //
-//   bench_pluginserver [commands]      (default 2000 for latency, 20000 for throughput)
+//   bench_pluginserver [commands] [flood seconds]      (default 2000 commands, 10 s)
 #include "devicemgr.h"
 #include "pluginmsgmanager.h"
 #include "websocketserver.h"
@@ -92,7 +96,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     const int latencyCommands = argc > 1 ? QByteArray(argv[1]).toInt() : 2000;
-    const int throughputCommands = latencyCommands * 10;
+    const int floodSeconds = argc > 2 ? QByteArray(argv[2]).toInt() : 10;
 
     // Everything the program stores goes into a throw-away home.
     QTemporaryDir home(QStringLiteral("/tmp/brivon-bench-XXXXXX"));
@@ -130,13 +134,10 @@ int main(int argc, char *argv[])
     QHash<QString, qint64> arrivals;
     QElapsedTimer clock;
     clock.start();
-    qint64 framesSeen = 0;
     FrameProbe probe;
     probe.onFrame = [&](const QString &addr, const QByteArray &data) {
-        if (data.size() > 1 && quint8(data.at(1)) == 0xA2) { // brightness frames only
+        if (data.size() > 1 && quint8(data.at(1)) == 0xA2) // brightness frames only
             arrivals.insert(addr, clock.nsecsElapsed());
-            ++framesSeen;
-        }
     };
     if (!QObject::connect(plugin, SIGNAL(frameWritten(QString,QByteArray)), &probe, SLOT(frame(QString,QByteArray)))) {
         std::fprintf(stderr, "the plug-in reports no frames\n");
@@ -157,12 +158,16 @@ int main(int argc, char *argv[])
     client.open(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(manager.server()->port())));
     spin([&] { return client.state() == QAbstractSocket::ConnectedState; }, 5000);
 
-    // 1. Latency, one command at a time.
+    // 1. Latency, one command at a time, each light quiet for longer than the pacing interval.
     QList<qint64> latencies;
+    QHash<QString, qint64> lastSent;
     for (int i = 0; i < latencyCommands; ++i) {
         const QString addr = lightAddr(i % kLights);
+        const qint64 quietUntil = lastSent.value(addr, -1'000'000'000) + (PluginMsgManager::kPaceMs + 5) * 1'000'000LL;
+        spin([&] { return clock.nsecsElapsed() >= quietUntil; }, 1000);
         arrivals.remove(addr);
         const qint64 sent = clock.nsecsElapsed();
+        lastSent.insert(addr, sent);
         client.sendTextMessage(brightnessCommand(addr, 10 + i % 80));
         client.flush();
         if (!spin([&] { return arrivals.contains(addr); }, 2000)) {
@@ -172,14 +177,56 @@ int main(int argc, char *argv[])
         latencies << arrivals.value(addr) - sent;
     }
 
-    // 2. Throughput: everything at once, then wait for every frame.
-    framesSeen = 0;
-    const qint64 start = clock.nsecsElapsed();
-    for (int i = 0; i < throughputCommands; ++i)
-        client.sendTextMessage(brightnessCommand(lightAddr(i % kLights), 10 + (i / kLights) % 80));
-    client.flush();
-    const bool allArrived = spin([&] { return framesSeen >= throughputCommands; }, 120000);
-    const double seconds = (clock.nsecsElapsed() - start) / 1e9;
+    // 2. Flood: requests at a steady rate, values cycling per light so that each frame names the
+    // request it carries.
+    constexpr int kFloodLights = 10;
+    constexpr int kFloodRate = 2000;
+    struct FloodLight
+    {
+        qint64 sentAt[101] = {};
+        int lastValue = -1;
+        qint64 lastSentAt = 0;
+        int lastFrameValue = -1;
+        qint64 lastFrameAt = 0;
+        int frames = 0;
+    };
+    QHash<QString, FloodLight> flood;
+    QList<qint64> floodLatencies;
+    probe.onFrame = [&](const QString &addr, const QByteArray &data) {
+        if (data.size() < 4 || quint8(data.at(1)) != 0xA2 || !flood.contains(addr))
+            return;
+        FloodLight &light = flood[addr];
+        const int value = quint8(data.at(3));
+        const qint64 now = clock.nsecsElapsed();
+        ++light.frames;
+        light.lastFrameValue = value;
+        light.lastFrameAt = now;
+        if (value <= 100 && light.sentAt[value] > 0)
+            floodLatencies << now - light.sentAt[value];
+    };
+    for (int i = 0; i < kFloodLights; ++i)
+        flood.insert(lightAddr(i), FloodLight());
+    const qint64 floodStart = clock.nsecsElapsed();
+    const qint64 total = qint64(kFloodRate) * floodSeconds;
+    qint64 sentCount = 0;
+    while (sentCount < total) {
+        const qint64 due = qMin(total, (clock.nsecsElapsed() - floodStart) * kFloodRate / 1'000'000'000LL);
+        for (; sentCount < due; ++sentCount) {
+            const QString addr = lightAddr(int(sentCount % kFloodLights));
+            FloodLight &light = flood[addr];
+            const int value = int((sentCount / kFloodLights) % 100) + 1;
+            const qint64 now = clock.nsecsElapsed();
+            light.sentAt[value] = now;
+            light.lastValue = value;
+            light.lastSentAt = now;
+            client.sendTextMessage(brightnessCommand(addr, value));
+        }
+        client.flush();
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+    }
+    const double floodElapsed = (clock.nsecsElapsed() - floodStart) / 1e9;
+    // Let the last values go out.
+    spin([] { return false; }, 500);
 
     // 3. The floor: a bare WebSocket echo on loopback, same process, same event loop.
     QWebSocketServer echo(QStringLiteral("echo"), QWebSocketServer::NonSecureMode);
@@ -207,12 +254,26 @@ int main(int argc, char *argv[])
     const Percentiles command = percentiles(latencies);
     const Percentiles floor = percentiles(echoes);
     std::printf("lights: %d\n", kLights);
-    std::printf("command to frame latency: p50 %.1f us, p99 %.1f us (%d commands)\n", command.p50, command.p99, latencyCommands);
+    std::printf("quiet light, command to frame: p50 %.1f us, p99 %.1f us (%d commands)\n", command.p50, command.p99,
+                latencyCommands);
     std::printf("loopback echo round trip: p50 %.1f us, p99 %.1f us\n", floor.p50, floor.p99);
     std::printf("p99 ratio to echo: %.2f (target <= 3)\n", floor.p99 > 0 ? command.p99 / floor.p99 : 0.0);
-    std::printf("throughput: %d commands in %.2f s = %.0f commands/s, %lld frames, %s\n", throughputCommands, seconds,
-                throughputCommands / seconds, framesSeen, allArrived ? "none lost" : "SOME LOST");
-    return allArrived ? 0 : 1;
+
+    std::printf("flood: %lld brightness requests to %d lights in %.2f s (%.0f requests/s)\n", total, kFloodLights,
+                floodElapsed, total / floodElapsed);
+    bool allReached = true;
+    for (int i = 0; i < kFloodLights; ++i) {
+        const FloodLight &light = flood[lightAddr(i)];
+        const bool reached = light.lastFrameValue == light.lastValue;
+        allReached = allReached && reached;
+        std::printf("  %s: %.1f frames/s, last value %d, reached %d %.1f ms after its request%s\n",
+                    qPrintable(lightAddr(i)), light.frames / floodElapsed, light.lastValue, light.lastFrameValue,
+                    (light.lastFrameAt - light.lastSentAt) / 1e6, reached ? "" : "  NOT REACHED");
+    }
+    const Percentiles floodPercentiles = percentiles(floodLatencies);
+    std::printf("flood, request to the frame carrying its value: p50 %.1f ms, p99 %.1f ms (%lld frames)\n",
+                floodPercentiles.p50 / 1000.0, floodPercentiles.p99 / 1000.0, qint64(floodLatencies.size()));
+    return allReached ? 0 : 1;
 }
 
 #include "bench_pluginserver.moc"

@@ -32,6 +32,10 @@ public:
     virtual void setBrightness(const QString &addr, int value) { Q_UNUSED(addr) Q_UNUSED(value) }
     virtual void setLightEffect(const QString &addr, const QString &effect) { Q_UNUSED(addr) Q_UNUSED(effect) }
     virtual void setColor(const QString &addr, const QColor &color) { Q_UNUSED(addr) Q_UNUSED(color) }
+    // The adjusting state of one light: a transport that holds back reports during a drag keeps
+    // it per light, so that dragging one light never stalls the others. Added after the operations
+    // above so that their order stays as it was.
+    virtual void setAdjusting(const QString &addr, bool on) { Q_UNUSED(addr) setAdjusting(on); }
 
 signals:
     void sigDeviceDiscovered(DevData devData);
@@ -39,4 +43,6 @@ signals:
     void sigDeviceDiscoveredFinished();
     void sigReconnectDevice(QString devAddr);
     void sigRemoveDeviceFromGroup(QString groupName, QString devAddr);
+    // A light's lost link is being tried again on its own (true) or that has ended (false).
+    void sigReconnecting(QString devAddr, bool active);
 };

@@ -3,6 +3,11 @@
 #include "bluetoothmgr.h"
 #include "huedevicemgr.h"
 
+#include <QDebug>
+
+#include <algorithm>
+#include <cmath>
+
 DeviceMgr::DeviceMgr(QObject *parent)
     : DeviceMgr([](std::shared_ptr<DevDataMgr> store) -> std::shared_ptr<BaseDevice> {
                     return std::make_shared<BluetoothMgr>(std::move(store));
@@ -30,6 +35,7 @@ DeviceMgr::DeviceMgr(const TransportFactory &ble, const TransportFactory &hue, Q
         connect(source, &BaseDevice::sigDeviceDiscovered, this, &DeviceMgr::onDeviceDiscovered);
         connect(source, &BaseDevice::sigDeviceDiscoveredFinished, this, &BaseDevice::sigDeviceDiscoveredFinished);
         connect(source, &BaseDevice::sigReconnectDevice, this, &BaseDevice::sigReconnectDevice);
+        connect(source, &BaseDevice::sigReconnecting, this, &BaseDevice::sigReconnecting);
     }
 }
 
@@ -81,6 +87,12 @@ bool DeviceMgr::reconnectDevice(const QString &addr)
     return transport && transport->reconnectDevice(addr);
 }
 
+bool DeviceMgr::isReconnecting(const QString &addr) const
+{
+    const auto ble = std::dynamic_pointer_cast<BluetoothMgr>(route(addr));
+    return ble && ble->isReconnecting(addr);
+}
+
 void DeviceMgr::removeDevice(const QString &addr)
 {
     if (const auto transport = route(addr))
@@ -118,8 +130,19 @@ void DeviceMgr::setBrightness(const QString &addr, int value)
 
 void DeviceMgr::setLightEffect(const QString &addr, const QString &effect)
 {
-    if (const auto transport = route(addr))
-        transport->setLightEffect(addr, effect);
+    const auto transport = route(addr);
+    if (!transport)
+        return;
+    // Each family reads effect texts its own way: only the light's own list is passed on.
+    const QList<EffectItem> effects = m_effectData.effects(m_devDataMgr->findDev(addr)->protocol);
+    const bool listed = std::any_of(effects.cbegin(), effects.cend(),
+                                    [&](const EffectItem &item) { return item.cmd == effect; });
+    if (!listed) {
+        qDebug().noquote() << "[DeviceMgr::setLightEffect]: not an effect of this light, addr:" << addr
+                           << ", effect:" << effect;
+        return;
+    }
+    transport->setLightEffect(addr, effect);
 }
 
 void DeviceMgr::setColor(const QString &addr, const QColor &color)
@@ -131,7 +154,7 @@ void DeviceMgr::setColor(const QString &addr, const QColor &color)
 void DeviceMgr::setAdjusting(const QString &addr, bool on)
 {
     if (const auto transport = route(addr))
-        transport->setAdjusting(on);
+        transport->setAdjusting(addr, on);
 }
 
 void DeviceMgr::setBrightnessByRatio(const QString &addr, double ratio)
@@ -141,7 +164,8 @@ void DeviceMgr::setBrightnessByRatio(const QString &addr, double ratio)
         return;
     const DevData *dev = m_devDataMgr->findDev(addr);
     const double value = dev->brightnessMin + double(dev->brightnessMax - dev->brightnessMin) * ratio;
-    transport->setBrightness(addr, int(value));
+    // Rounded: 29 % of 0..100 is 28.999... in binary and must still reach the light as 29.
+    transport->setBrightness(addr, int(std::lround(value)));
 }
 
 void DeviceMgr::onDeviceDiscovered(DevData data)
@@ -157,8 +181,15 @@ void DeviceMgr::addDevToGroup(const QString &uuid, const DevData &info) { m_devD
 QString DeviceMgr::addGroup(const QString &name) { return m_devDataMgr->addGroup(name); }
 void DeviceMgr::delGroup(const QString &uuid) { m_devDataMgr->delGroup(uuid); }
 void DeviceMgr::renameGroup(const QString &uuid, const QString &newName) { m_devDataMgr->renameGroup(uuid, newName); }
+void DeviceMgr::renameDev(const QString &addr, const QString &newName) { m_devDataMgr->renameDev(addr, newName); }
 const DevDataMgr::DeviceTable &DeviceMgr::getDevices() const { return m_devDataMgr->devices(); }
 const DevDataMgr::GroupTable &DeviceMgr::getGroups() const { return m_devDataMgr->groups(); }
 QList<DevData> DeviceMgr::getGroupDevices(const QString &uuid) const { return m_devDataMgr->groupDevices(uuid); }
 int DeviceMgr::deviceCount() const { return int(m_devDataMgr->devices().size()); }
 const EffectData &DeviceMgr::getEffectData() const { return m_effectData; }
+EffectData &DeviceMgr::effectData() { return m_effectData; }
+
+QList<EffectItem> DeviceMgr::lightEffects(const DevData &dev) const
+{
+    return dev.lightEffectEnable ? m_effectData.effects(dev.protocol) : QList<EffectItem>();
+}

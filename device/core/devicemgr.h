@@ -42,20 +42,28 @@ public:
     void setColor(const QString &addr, const QColor &color) override;
 
     using BaseDevice::setAdjusting;
-    void setAdjusting(const QString &addr, bool on);
+    void setAdjusting(const QString &addr, bool on) override;
+    // Brightness as a fraction of the light's range, rounded to the nearest level.
     void setBrightnessByRatio(const QString &addr, double ratio);
+    // True while a light's lost link is being tried again on its own.
+    bool isReconnecting(const QString &addr) const;
 
     void addDev(const DevData &info);
     void addDevToGroup(const QString &uuid, const DevData &info);
     QString addGroup(const QString &name);
     void delGroup(const QString &uuid);
     void renameGroup(const QString &uuid, const QString &newName);
+    void renameDev(const QString &addr, const QString &newName);
     const DevDataMgr::DeviceTable &getDevices() const;
     const DevDataMgr::GroupTable &getGroups() const;
     QList<DevData> getGroupDevices(const QString &uuid) const;
     int deviceCount() const;
     std::shared_ptr<BaseDevice> getDeviceMgrByProtocol(int protocol) const;
     const EffectData &getEffectData() const;
+    // The catalogue itself, for reloading it (tests load a known table through it).
+    EffectData &effectData();
+    // The effects a light offers: its protocol's list, empty when it has no effect capability.
+    QList<EffectItem> lightEffects(const DevData &dev) const;
     // The store itself, for views that follow its signals.
     DevDataMgr *store() const { return m_devDataMgr.get(); }
 

@@ -2,6 +2,7 @@
 
 #include "appdatapaths.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -97,13 +98,23 @@ DevDataMgr::DevDataMgr(QObject *parent)
     registerDeviceMetaTypes();
     m_liveWriteTimer.setSingleShot(true);
     connect(&m_liveWriteTimer, &QTimer::timeout, this, [this] { writeConfig(); });
+    // The store lives as long as the process and is never destroyed: the end of the event loop
+    // is the last moment to write (tray exit, last window closed, SIGTERM turned into a quit).
+    if (QCoreApplication::instance())
+        connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this, &DevDataMgr::flush);
 }
 
 DevDataMgr::~DevDataMgr()
 {
-    // Live state changed since the last write must not be lost on exit.
-    if (m_pendingWrite)
-        writeConfig();
+    flush();
+}
+
+void DevDataMgr::flush()
+{
+    if (!m_pendingWrite)
+        return;
+    qDebug().noquote() << "[DevDataMgr::flush]: writing pending changes";
+    writeConfig();
 }
 
 QString DevDataMgr::configFilePath() const
@@ -390,6 +401,22 @@ void DevDataMgr::renameGroup(const QString &uuid, const QString &newName)
     it->name = newName;
     emit onUpdateGroup(uuid, newName);
     writeConfig();
+}
+
+void DevDataMgr::renameDev(const QString &addr, const QString &newName)
+{
+    DevData *dev = findDev(addr);
+    const QString name = newName.trimmed();
+    if (!dev || name.isEmpty() || dev->name == name)
+        return;
+    dev->name = name;
+    writeConfig();
+    const DevData info = *dev;
+    emit onUpdateDev(defaultGroupUuid(), tr("设备列表"), info);
+    for (const GroupData &group : qAsConst(m_groups)) {
+        if (group.devs.contains(addr))
+            emit onUpdateDev(group.uuid, group.name, info);
+    }
 }
 
 QList<DevData> DevDataMgr::groupDevices(const QString &uuid) const

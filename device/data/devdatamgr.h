@@ -8,7 +8,8 @@
 #include <QTimer>
 
 // The one in-memory store of the user's lights and groups, and the only writer of lightconfig.json.
-// Changes the user made are written at once; live light state is written at most twice a second.
+// Changes the user made are written at once; live light state is written at most twice a second,
+// and whatever is still waiting is written when the program quits.
 class DevDataMgr : public QObject
 {
     Q_OBJECT
@@ -29,6 +30,9 @@ public:
 
     void readConfig();
     void writeConfig();
+    // Writes live state still waiting for its turn. Runs by itself when the application's event
+    // loop ends (aboutToQuit); the program also calls it when the session ends.
+    void flush();
 
     DevData *findDev(const QString &addr);
     void addDev(const DevData &info);
@@ -39,6 +43,8 @@ public:
     QString addGroup(const QString &name);
     void delGroup(const QString &uuid);
     void renameGroup(const QString &uuid, const QString &newName);
+    // The user's own name for a light; announced like any other change of the light.
+    void renameDev(const QString &addr, const QString &newName);
 
     const DeviceTable &devices() const { return m_devices; }
     const GroupTable &groups() const { return m_groups; }

@@ -1,8 +1,8 @@
 #include "effectdata.h"
 
+#include "appdatapaths.h"
 #include "applanguage.h"
 
-#include <QCoreApplication>
 #include <QDebug>
 #include <QFile>
 #include <QJsonArray>
@@ -16,7 +16,7 @@ EffectData::EffectData(QObject *parent)
 
 QString EffectData::filePath()
 {
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/data/effect.json");
+    return programDataFile(QStringLiteral("effect.json"));
 }
 
 QString EffectData::effectLanguage(const QString &languageTag)

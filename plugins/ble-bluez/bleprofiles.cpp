@@ -34,6 +34,23 @@ bool BleProfiles::loadFile(const QString &path)
     return parse(bytes);
 }
 
+bool BleProfiles::loadFiles(const QStringList &paths)
+{
+    QList<BleProfile> all;
+    QStringList problems;
+    bool any = false;
+    for (const QString &path : paths) {
+        const bool ok = loadFile(path);
+        any = any || ok;
+        for (const QString &problem : std::as_const(m_problems))
+            problems << path + QStringLiteral(": ") + problem;
+        all += m_profiles;
+    }
+    m_profiles = all.mid(0, MaxProfiles);
+    m_problems = problems;
+    return any;
+}
+
 bool BleProfiles::parse(const QByteArray &json)
 {
     m_profiles.clear();
@@ -167,6 +184,12 @@ bool BleProfiles::readProfile(const QJsonValue &value, int index, BleProfile *ou
         {"writeCharacteristic", &out->writeCharacteristic},
         {"notifyCharacteristic", &out->notifyCharacteristic},
     };
+    // Without UUIDs the link picks the light's service itself; half a set is a mistake.
+    int given = 0;
+    for (const auto &entry : uuids)
+        given += obj.contains(QLatin1String(entry.key)) ? 1 : 0;
+    if (given == 0)
+        return true;
     for (const auto &entry : uuids) {
         *entry.target = parseUuid(obj.value(QLatin1String(entry.key)).toString());
         if (entry.target->isNull())

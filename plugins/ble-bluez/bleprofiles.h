@@ -18,7 +18,7 @@ struct BleProfile
     int protocolType = -1;
     QStringList namePrefixes;       // compared without regard to case
     QRegularExpression namePattern; // must match the whole name; empty when not given
-    QBluetoothUuid service;
+    QBluetoothUuid service;         // null: the link picks the service after service discovery
     QBluetoothUuid writeCharacteristic;
     QBluetoothUuid notifyCharacteristic;
 
@@ -37,6 +37,9 @@ public:
     // Replace the table with the file's content. False (and an empty table) when the file is
     // missing, too large or not a valid table; entries that are wrong on their own are skipped.
     bool loadFile(const QString &path);
+    // The profiles of several files in turn (earlier files win a match); false when none could
+    // be read. Problems are prefixed with their file.
+    bool loadFiles(const QStringList &paths);
     bool parse(const QByteArray &json);
 
     // The first profile, in file order, whose rules accept the name; null when none does.

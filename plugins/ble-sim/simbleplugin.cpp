@@ -146,6 +146,7 @@ void SimBlePlugin::deliver(const QString &addr, const QList<QByteArray> &frames,
 void SimBlePlugin::dropLink(SimLight &light)
 {
     ++light.attempt;
+    light.connecting = false;
     if (!light.connected)
         return;
     light.connected = false;
@@ -206,11 +207,16 @@ void SimBlePlugin::connectToDevice(const QString &devAddr)
         return;
     }
     const quint32 attempt = ++light->attempt;
+    ++light->connectAttempts;
+    if (light->connecting)
+        ++light->overlappingAttempts;
+    light->connecting = true;
     const bool present = light->present;
     QTimer::singleShot(present ? m_timing.connectMs : m_timing.connectFailMs, this, [this, devAddr, attempt] {
         SimLight *target = find(devAddr);
         if (!target || target->attempt != attempt)
             return;
+        target->connecting = false;
         if (!target->present) {
             emit sigDeviceDisconnected(devAddr);
             return;
@@ -281,7 +287,9 @@ QString SimBlePlugin::command(const QString &line)
         return QStringLiteral("ok ") + json(QJsonArray::fromStringList(light->frames));
     if (verb == QLatin1String("unplug")) {
         light->present = false;
-        dropLink(*light);
+        // A connection under way is left to fail as it would with a light that went away.
+        if (light->connected)
+            dropLink(*light);
         return QStringLiteral("ok");
     }
     if (verb == QLatin1String("plug")) {

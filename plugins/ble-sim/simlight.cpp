@@ -98,6 +98,8 @@ QJsonObject SimLight::toJson() const
                     {QLatin1String("protocol"), protocol},
                     {QLatin1String("present"), present},
                     {QLatin1String("connected"), connected},
+                    {QLatin1String("connectAttempts"), connectAttempts},
+                    {QLatin1String("overlappingAttempts"), overlappingAttempts},
                     {QLatin1String("power"), family() == Family::Frame55AA ? brightness > 0 : power},
                     {QLatin1String("brightness"), brightness},
                     {QLatin1String("temperature"), temperature},

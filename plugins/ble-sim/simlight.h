@@ -37,6 +37,9 @@ public:
     bool present = true;     // in range and powered at the mains; false after "unplug"
     bool connected = false;
     quint32 attempt = 0;     // a pending connection is valid only while this is unchanged
+    bool connecting = false; // a connection attempt is pending
+    int connectAttempts = 0;     // connectToDevice and reconnectDevice calls
+    int overlappingAttempts = 0; // of those, made while an earlier attempt was still pending
     bool power = true;
     int brightness = 50;
     int temperature = 4400;

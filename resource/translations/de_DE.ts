@@ -60,6 +60,30 @@
         <source>删除</source>
         <translation>Löschen</translation>
     </message>
+    <message>
+        <source>重新连接</source>
+        <translation>Neu verbinden</translation>
+    </message>
+    <message>
+        <source>开关</source>
+        <translation>Ein/Aus</translation>
+    </message>
+    <message>
+        <source>亮度</source>
+        <translation>Helligkeit</translation>
+    </message>
+    <message>
+        <source>色温</source>
+        <translation>Farbtemperatur</translation>
+    </message>
+    <message>
+        <source>重命名</source>
+        <translation>Umbenennen</translation>
+    </message>
+    <message>
+        <source>设备名称：</source>
+        <translation>Gerätename:</translation>
+    </message>
 </context>
 <context>
     <name>ControlWidget</name>
@@ -107,6 +131,14 @@
     <message>
         <source>设备列表</source>
         <translation>Geräteliste</translation>
+    </message>
+    <message>
+        <source>确认删除设备“%1”？它将从所有群组中移除并被遗忘。</source>
+        <translation>Gerät „%1“ löschen? Es wird aus allen Gruppen entfernt und vergessen.</translation>
+    </message>
+    <message>
+        <source>确认将设备“%1”移出群组“%2”？设备本身仍会保留。</source>
+        <translation>Gerät „%1“ aus der Gruppe „%2“ entfernen? Das Gerät selbst bleibt erhalten.</translation>
     </message>
 </context>
 <context>
@@ -171,6 +203,21 @@
     <message>
         <source>搜索设备......</source>
         <translation>Geräte werden gesucht ...</translation>
+    </message>
+    <message>
+        <source>未找到设备</source>
+        <translation>Keine Geräte gefunden</translation>
+    </message>
+</context>
+<context>
+    <name>GroupHeaderWidget</name>
+    <message>
+        <source>群组亮度</source>
+        <translation>Gruppenhelligkeit</translation>
+    </message>
+    <message>
+        <source>群组开关</source>
+        <translation>Gruppe ein/aus</translation>
     </message>
 </context>
 <context>
@@ -278,6 +325,14 @@
         <source>退出</source>
         <translation>Beenden</translation>
     </message>
+    <message>
+        <source>添加设备</source>
+        <translation>Gerät hinzufügen</translation>
+    </message>
+    <message>
+        <source>设置</source>
+        <translation>Einstellungen</translation>
+    </message>
 </context>
 <context>
     <name>ModifyWindow</name>
@@ -337,6 +392,10 @@
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
         <translation>Philips Hue Bridges im lokalen Netzwerk suchen und koppeln</translation>
+    </message>
+    <message>
+        <source>重新搜索</source>
+        <translation>Erneut suchen</translation>
     </message>
 </context>
 <context>

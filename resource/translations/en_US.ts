@@ -60,6 +60,30 @@
         <source>删除</source>
         <translation>Delete</translation>
     </message>
+    <message>
+        <source>重新连接</source>
+        <translation>Reconnect</translation>
+    </message>
+    <message>
+        <source>开关</source>
+        <translation>Power</translation>
+    </message>
+    <message>
+        <source>亮度</source>
+        <translation>Brightness</translation>
+    </message>
+    <message>
+        <source>色温</source>
+        <translation>Colour temperature</translation>
+    </message>
+    <message>
+        <source>重命名</source>
+        <translation>Rename</translation>
+    </message>
+    <message>
+        <source>设备名称：</source>
+        <translation>Device name:</translation>
+    </message>
 </context>
 <context>
     <name>ControlWidget</name>
@@ -107,6 +131,14 @@
     <message>
         <source>设备列表</source>
         <translation>Device List</translation>
+    </message>
+    <message>
+        <source>确认删除设备“%1”？它将从所有群组中移除并被遗忘。</source>
+        <translation>Delete device “%1”? It is removed from every group and forgotten.</translation>
+    </message>
+    <message>
+        <source>确认将设备“%1”移出群组“%2”？设备本身仍会保留。</source>
+        <translation>Remove device “%1” from group “%2”? The device itself is kept.</translation>
     </message>
 </context>
 <context>
@@ -171,6 +203,21 @@
     <message>
         <source>搜索设备......</source>
         <translation>Searching for devices...</translation>
+    </message>
+    <message>
+        <source>未找到设备</source>
+        <translation>No devices found</translation>
+    </message>
+</context>
+<context>
+    <name>GroupHeaderWidget</name>
+    <message>
+        <source>群组亮度</source>
+        <translation>Group brightness</translation>
+    </message>
+    <message>
+        <source>群组开关</source>
+        <translation>Group power</translation>
     </message>
 </context>
 <context>
@@ -278,6 +325,14 @@
         <source>退出</source>
         <translation>Quit</translation>
     </message>
+    <message>
+        <source>添加设备</source>
+        <translation>Add Device</translation>
+    </message>
+    <message>
+        <source>设置</source>
+        <translation>Settings</translation>
+    </message>
 </context>
 <context>
     <name>ModifyWindow</name>
@@ -337,6 +392,10 @@
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
         <translation>Find Philips Hue bridges on the local network and pair one</translation>
+    </message>
+    <message>
+        <source>重新搜索</source>
+        <translation>Scan again</translation>
     </message>
 </context>
 <context>

@@ -60,6 +60,30 @@
         <source>删除</source>
         <translation>削除</translation>
     </message>
+    <message>
+        <source>重新连接</source>
+        <translation>再接続</translation>
+    </message>
+    <message>
+        <source>开关</source>
+        <translation>電源</translation>
+    </message>
+    <message>
+        <source>亮度</source>
+        <translation>明るさ</translation>
+    </message>
+    <message>
+        <source>色温</source>
+        <translation>色温度</translation>
+    </message>
+    <message>
+        <source>重命名</source>
+        <translation>名前を変更</translation>
+    </message>
+    <message>
+        <source>设备名称：</source>
+        <translation>デバイス名：</translation>
+    </message>
 </context>
 <context>
     <name>ControlWidget</name>
@@ -107,6 +131,14 @@
     <message>
         <source>设备列表</source>
         <translation>デバイス一覧</translation>
+    </message>
+    <message>
+        <source>确认删除设备“%1”？它将从所有群组中移除并被遗忘。</source>
+        <translation>デバイス「%1」を削除しますか？すべてのグループから外され、登録も解除されます。</translation>
+    </message>
+    <message>
+        <source>确认将设备“%1”移出群组“%2”？设备本身仍会保留。</source>
+        <translation>デバイス「%1」をグループ「%2」から外しますか？デバイス自体は残ります。</translation>
     </message>
 </context>
 <context>
@@ -171,6 +203,21 @@
     <message>
         <source>搜索设备......</source>
         <translation>デバイスを検索中...</translation>
+    </message>
+    <message>
+        <source>未找到设备</source>
+        <translation>デバイスが見つかりません</translation>
+    </message>
+</context>
+<context>
+    <name>GroupHeaderWidget</name>
+    <message>
+        <source>群组亮度</source>
+        <translation>グループの明るさ</translation>
+    </message>
+    <message>
+        <source>群组开关</source>
+        <translation>グループの電源</translation>
     </message>
 </context>
 <context>
@@ -278,6 +325,14 @@
         <source>退出</source>
         <translation>終了</translation>
     </message>
+    <message>
+        <source>添加设备</source>
+        <translation>デバイスを追加</translation>
+    </message>
+    <message>
+        <source>设置</source>
+        <translation>設定</translation>
+    </message>
 </context>
 <context>
     <name>ModifyWindow</name>
@@ -337,6 +392,10 @@
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
         <translation>ローカルネットワーク上の Philips Hue ブリッジを探してペアリングします</translation>
+    </message>
+    <message>
+        <source>重新搜索</source>
+        <translation>再検索</translation>
     </message>
 </context>
 <context>

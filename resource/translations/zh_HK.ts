@@ -60,6 +60,30 @@
         <source>删除</source>
         <translation>刪除</translation>
     </message>
+    <message>
+        <source>重新连接</source>
+        <translation>重新連線</translation>
+    </message>
+    <message>
+        <source>开关</source>
+        <translation>開關</translation>
+    </message>
+    <message>
+        <source>亮度</source>
+        <translation>亮度</translation>
+    </message>
+    <message>
+        <source>色温</source>
+        <translation>色溫</translation>
+    </message>
+    <message>
+        <source>重命名</source>
+        <translation>重新命名</translation>
+    </message>
+    <message>
+        <source>设备名称：</source>
+        <translation>裝置名稱：</translation>
+    </message>
 </context>
 <context>
     <name>ControlWidget</name>
@@ -107,6 +131,14 @@
     <message>
         <source>设备列表</source>
         <translation>裝置列表</translation>
+    </message>
+    <message>
+        <source>确认删除设备“%1”？它将从所有群组中移除并被遗忘。</source>
+        <translation>確認刪除裝置「%1」？它將從所有群組中移除並被遺忘。</translation>
+    </message>
+    <message>
+        <source>确认将设备“%1”移出群组“%2”？设备本身仍会保留。</source>
+        <translation>確認將裝置「%1」移出群組「%2」？裝置本身仍會保留。</translation>
     </message>
 </context>
 <context>
@@ -171,6 +203,21 @@
     <message>
         <source>搜索设备......</source>
         <translation>正在搜尋裝置......</translation>
+    </message>
+    <message>
+        <source>未找到设备</source>
+        <translation>未找到裝置</translation>
+    </message>
+</context>
+<context>
+    <name>GroupHeaderWidget</name>
+    <message>
+        <source>群组亮度</source>
+        <translation>群組亮度</translation>
+    </message>
+    <message>
+        <source>群组开关</source>
+        <translation>群組開關</translation>
     </message>
 </context>
 <context>
@@ -278,6 +325,14 @@
         <source>退出</source>
         <translation>退出</translation>
     </message>
+    <message>
+        <source>添加设备</source>
+        <translation>新增裝置</translation>
+    </message>
+    <message>
+        <source>设置</source>
+        <translation>設定</translation>
+    </message>
 </context>
 <context>
     <name>ModifyWindow</name>
@@ -337,6 +392,10 @@
     <message>
         <source>查找局域网中的 Philips Hue 桥接器并配对</source>
         <translation>搜尋區域網絡中的 Philips Hue 橋接器並配對</translation>
+    </message>
+    <message>
+        <source>重新搜索</source>
+        <translation>重新搜尋</translation>
     </message>
 </context>
 <context>

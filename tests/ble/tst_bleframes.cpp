@@ -44,8 +44,12 @@ private slots:
         QTest::newRow("power off is A1 01") << c.powerFrame(false) << hex("FF A1 01 01 01 AA");
         QTest::newRow("state request A1 30") << c.stateRequestFrame() << hex("FF A1 01 30 30 AA");
         QTest::newRow("effect 25") << c.effectFrame(QStringLiteral("25")) << hex("FF A1 01 19 19 AA");
-        QTest::newRow("effect not a number gives 0") << c.effectFrame(QStringLiteral("A-3")) << hex("FF A1 01 00 00 AA");
-        QTest::newRow("effect truncated to a byte") << c.effectFrame(QStringLiteral("300")) << hex("FF A1 01 2C 2C AA");
+        QTest::newRow("effect 255") << c.effectFrame(QStringLiteral("255")) << hex("FF A1 01 FF FF AA");
+        // Texts that are no effect number build nothing, least of all on, off or a state request.
+        for (const char *text : {"A-3", "300", "0", "1", "48", "3", "", " 5", "+5", "5.0", "x"})
+            QTest::newRow(qPrintable(QStringLiteral("effect \"%1\" builds nothing").arg(QLatin1String(text))))
+                << c.effectFrame(QLatin1String(text)) << QByteArray();
+        QTest::newRow("brightness 0") << c.brightnessFrame(0) << hex("FF A2 01 00 00 AA");
         QTest::newRow("brightness 100") << c.brightnessFrame(100) << hex("FF A2 01 64 64 AA");
         QTest::newRow("temperature 5600 big-endian") << c.temperatureFrame(5600) << hex("FF A3 02 15 E0 F5 AA");
         QTest::newRow("colour hue 300 full saturation") << c.colorFrame(300, 255) << hex("FF A4 03 01 2C 64 91 AA");
@@ -58,8 +62,10 @@ private slots:
         QTest::newRow("AA effect C-3") << c2.effectModeFrame(80, QStringLiteral("C-3"))
                                        << hex("55 AA 03 01 00 05 03 50 03 03 00 7A 69");
         QTest::newRow("AA effect A-12") << c2.effectModeFrame(100, QStringLiteral("A-12"))
-                                        << hex("55 AA 03 01 00 05 03 64 01 0C 00 D0 69");
-        QTest::newRow("AA effect empty sends nothing") << c2.effectModeFrame(100, QString()) << QByteArray();
+                                     << hex("55 AA 03 01 00 05 03 64 01 0C 00 D0 69");
+        for (const char *text : {"", "7", "A-", "A-0", "A-256", "a-1", "AB-1", "A-1-2"})
+            QTest::newRow(qPrintable(QStringLiteral("AA effect \"%1\" builds nothing").arg(QLatin1String(text))))
+                << c2.effectModeFrame(100, QLatin1String(text)) << QByteArray();
     }
 
     void frames()
@@ -129,23 +135,29 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<int>("letter");
         QTest::addColumn<int>("number");
-        QTest::newRow("A-7") << "A-7" << 1 << 7;
-        QTest::newRow("C-3") << "C-3" << 3 << 3;
-        QTest::newRow("B-12") << "B-12" << 2 << 12;
-        QTest::newRow("number truncated") << "A-300" << 1 << 44;
-        QTest::newRow("not a number") << "A-x" << 1 << 0;
-        QTest::newRow("empty") << "" << 0 << 0;
+
+        QTest::newRow("A-7") << QStringLiteral("A-7") << 1 << 7;
+        QTest::newRow("C-3") << QStringLiteral("C-3") << 3 << 3;
+        QTest::newRow("B-12") << QStringLiteral("B-12") << 2 << 12;
+        // Anything else names no effect: no part of it reaches a frame.
+        QTest::newRow("number above a byte") << QStringLiteral("A-300") << 0 << 0;
+        QTest::newRow("no dash") << QStringLiteral("B") << 0 << 0;
+        QTest::newRow("not a number") << QStringLiteral("A-x") << 0 << 0;
+        QTest::newRow("lower-case letter") << QStringLiteral("c-3") << 0 << 0;
+        QTest::newRow("number 0") << QStringLiteral("A-0") << 0 << 0;
+        QTest::newRow("trailing text") << QStringLiteral("A-1 ") << 0 << 0;
+        QTest::newRow("empty") << QString() << 0 << 0;
     }
 
     void effectTexts()
     {
         QFETCH(QString, text);
-        QFETCH(int, letter);
-        QFETCH(int, number);
-        QCOMPARE(int(bluetoothProtocol2::effectLetterIndex(text)), letter);
-        QCOMPARE(int(bluetoothProtocol2::effectNumber(text)), number);
-        if (letter && number && text != QLatin1String("A-300"))
-            QCOMPARE(bluetoothProtocol2::effectText(letter, number), text);
+        QTEST(int(bluetoothProtocol2::effectLetterIndex(text)), "letter");
+        QTEST(int(bluetoothProtocol2::effectNumber(text)), "number");
+        if (bluetoothProtocol2::effectNumber(text) != 0) {
+            QCOMPARE(bluetoothProtocol2::effectText(bluetoothProtocol2::effectLetterIndex(text),
+                                                    bluetoothProtocol2::effectNumber(text)), text);
+        }
     }
 
     void productBaseInfo()

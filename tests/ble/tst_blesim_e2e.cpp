@@ -4,11 +4,17 @@
 // tests' view of the lights.
 #include "bluetoothmgr.h"
 #include "devdatamgr.h"
+#include "logcapture.h"
 #include "processutil.h"
-#include "simlights.h"
 #include "testhome.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocalSocket>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
@@ -23,29 +29,6 @@ const QString kV7 = QStringLiteral("C4:7F:0E:70:00:07");   // protocol 7, colour
 const QString kV162 = QStringLiteral("C4:7F:0E:A2:01:62"); // protocol 162
 const QString kQ = QStringLiteral("C4:7F:0E:E9:10:01");    // protocol 1001
 
-int simInt(const QString &addr, const char *key)
-{
-    return SimLights::state(addr).value(QLatin1String(key)).toInt();
-}
-
-// Waits until the simulated light's state holds every field of `want`.
-bool waitSimHas(const QString &addr, const QJsonObject &want)
-{
-    return waitUntil([&] {
-        const QJsonObject state = SimLights::state(addr);
-        for (auto it = want.begin(); it != want.end(); ++it) {
-            if (state.value(it.key()) != it.value())
-                return false;
-        }
-        return true;
-    }, 3000);
-}
-
-bool knob(const QString &addr, const QString &what)
-{
-    return SimLights::command(QStringLiteral("knob %1 %2").arg(addr, what)) == QLatin1String("ok");
-}
-
 } // namespace
 
 class TestBleSimE2E : public QObject
@@ -56,10 +39,19 @@ private slots:
     void initTestCase()
     {
         m_home = std::make_unique<TestHome>();
-        SimLights::select(QByteArray(), true); // the simulator's own five lights
+        // A local socket path must stay under about 100 bytes: fall back to /tmp in a deep build tree.
+        m_control = QDir::tempPath() + QStringLiteral("/blesim-%1").arg(QCoreApplication::applicationPid());
+        if (m_control.size() > 100)
+            m_control = QStringLiteral("/tmp/brivon-blesim-test-%1").arg(QCoreApplication::applicationPid());
+        qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
+        qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
+        qunsetenv("BRIVON_SIM_LIGHTS");
+        // Lost links: a schedule ten times shorter than the real one (100 ms doubling up to 6 s).
+        qputenv(BluetoothMgr::kReconnectEnvVar, "100,6000,5000");
         m_store = std::make_shared<DevDataMgr>();
         m_mgr = std::make_unique<BluetoothMgr>(m_store);
         QVERIFY(m_mgr->isPluginLoaded());
+        QVERIFY(ctl(QStringLiteral("help")).startsWith(QLatin1String("ok")));
     }
 
     void cleanupTestCase()
@@ -69,30 +61,57 @@ private slots:
         m_home.reset();
     }
 
-    void discoverAndConnectEveryLight()
+    void discoveryFindsDefaultLightsAfterADelay()
     {
+        QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
+        QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
+        QElapsedTimer clock;
+        clock.start();
+        m_mgr->startScan();
+        QVERIFY(waitUntil([&] { return discovered.count() > 0; }, 5000));
+        const qint64 firstSeen = clock.elapsed();
+        QVERIFY2(firstSeen >= 200, "a light is seen only after a realistic delay");
+        QVERIFY(waitUntil([&] { return finished.count() > 0; }, 10000));
+
         QMap<int, DevData> byProtocol;
-        for (const DevData &dev : scan())
+        for (const QList<QVariant> &args : qAsConst(discovered)) {
+            const DevData dev = args.at(0).value<DevData>();
+            QVERIFY(!dev.name.isEmpty());
             byProtocol.insert(dev.protocol, dev);
+        }
         QCOMPARE(byProtocol.keys(), (QList<int>{1, 2, 7, 162, 1001}));
         QCOMPARE(byProtocol.value(2).colorLightEnable, true);
+        QCOMPARE(byProtocol.value(1).colorLightEnable, false);
+        QCOMPARE(byProtocol.value(1001).lightEffectEnable, false);
         QCOMPARE(byProtocol.value(1001).temperatureMin, 2900);
-        for (const DevData &dev : qAsConst(byProtocol)) {
+
+        // The user adds all of them (as the scan window does through the device manager).
+        for (const DevData &dev : qAsConst(byProtocol))
             m_store->addDev(dev);
-            m_mgr->connectToDevice(dev.addr);
-        }
-        // The state reports bring each light's own state into the store.
+        QCOMPARE(m_store->devices().size(), 5);
+    }
+
+    void connectingBringsEveryLightOnline()
+    {
+        for (const QString &addr : {kV1, kV2, kV7, kV162, kQ})
+            m_mgr->connectToDevice(addr);
+        for (const QString &addr : {kV1, kV2, kV7, kV162, kQ})
+            QVERIFY2(waitStored(addr, [](const DevData &d) { return d.linkState != 0; }, 5000), qPrintable(addr));
+
+        // The state reports brought each light's own state into the store.
         for (const QString &addr : {kV1, kV2, kV7, kV162, kQ}) {
-            const QJsonObject sim = SimLights::state(addr);
-            QVERIFY2(waitStored(addr, [&](const DevData &d) {
-                return d.linkState && d.switchState && d.brightness == sim.value(QLatin1String("brightness")).toInt()
-                    && d.temperature == sim.value(QLatin1String("temperature")).toInt() && d.devCurModel == 1;
-            }, 5000), qPrintable(addr));
+            const QJsonObject sim = simState(addr);
+            QVERIFY(waitStored(addr, [&](const DevData &d) {
+                return d.brightness == sim.value(QLatin1String("brightness")).toInt()
+                    && d.temperature == sim.value(QLatin1String("temperature")).toInt() && d.switchState;
+            }));
+            QCOMPARE(stored(addr).devCurModel, 1);
         }
         QCOMPARE(stored(kV1).brightness, 60);
         QCOMPARE(stored(kQ).temperature, 5600);
         // The 55 AA light was asked for its product information too.
-        QVERIFY(waitUntil([] { return SimLights::frames(kQ).contains(QStringLiteral("55 aa 03 21 00 01 01 aa 6c")); }, 3000));
+        QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("framesReceived")).toInt() >= 2; }));
+        QVERIFY(ctl(QStringLiteral("frames ") + kQ).contains(QLatin1String("55 aa 03 21 00 01 01")));
     }
 
     void controlsReachTheLights_data()
@@ -100,23 +119,29 @@ private slots:
         QTest::addColumn<QString>("addr");
         QTest::newRow("protocol 1") << kV1;
         QTest::newRow("protocol 2") << kV2;
+        QTest::newRow("protocol 7") << kV7;
         QTest::newRow("protocol 162") << kV162;
     }
 
     void controlsReachTheLights()
     {
         QFETCH(QString, addr);
+        const bool colour = addr == kV2 || addr == kV7;
+
         m_mgr->setBrightness(addr, 77);
         QVERIFY(waitSimHas(addr, {{"brightness", 77}}));
+
         m_mgr->setTemperature(addr, 3300);
         QVERIFY(waitSimHas(addr, {{"temperature", 3300}, {"mode", 2}}));
         QVERIFY(waitStored(addr, [](const DevData &d) { return d.temperature == 3300 && d.devCurModel == 1; }));
+
         m_mgr->setLightEffect(addr, QStringLiteral("9"));
         QVERIFY(waitSimHas(addr, {{"mode", 9}}));
         // The light's report confirms the effect.
         QVERIFY(waitStored(addr, [](const DevData &d) { return d.lightEffect == QLatin1String("9") && d.devCurModel == 2; }));
+
         m_mgr->setColor(addr, QColor::fromHsv(120, 255, 255));
-        if (addr == kV2) {
+        if (colour) {
             QVERIFY(waitSimHas(addr, {{"mode", 3}, {"hue", 120}, {"saturation", 100}}));
             QVERIFY(waitStored(addr, [](const DevData &d) {
                 return d.devCurModel == 3 && d.colorLight == QLatin1String("#00ff00") && d.auxValue1 == 120;
@@ -130,10 +155,12 @@ private slots:
 
     void aaLightControls()
     {
+        m_mgr->setBrightness(kQ, 42);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 42}}));
         m_mgr->setTemperature(kQ, 3100);
         QVERIFY(waitSimHas(kQ, {{"temperature", 3100}, {"mode", 1}}));
         m_mgr->setLightEffect(kQ, QStringLiteral("C-3"));
-        QVERIFY(waitSimHas(kQ, {{"mode", 3}, {"effect", "C-3"}}));
+        QVERIFY(waitSimHas(kQ, {{"mode", 3}, {"effect", "C-3"}, {"brightness", 42}}));
         // In effect mode, brightness goes with the effect frame.
         m_mgr->setBrightness(kQ, 55);
         QVERIFY(waitSimHas(kQ, {{"brightness", 55}, {"mode", 3}}));
@@ -141,127 +168,256 @@ private slots:
         m_mgr->setColor(kQ, Qt::red); // a 55 AA light has no colour
         QTest::qWait(200);
         QCOMPARE(simInt(kQ, "framesReceived"), before);
-        QCOMPARE(simInt(kQ, "unknownFrames"), 0);
-        m_mgr->setTemperature(kQ, 4000);
+        m_mgr->setTemperature(kQ, 5000);
         QVERIFY(waitSimHas(kQ, {{"mode", 1}}));
+        QCOMPARE(simInt(kQ, "unknownFrames"), 0);
     }
 
     void powerCycle()
     {
-        m_mgr->powerOff(kV7);
-        QVERIFY(waitSimHas(kV7, {{"power", false}}));
-        QVERIFY(waitStored(kV7, [](const DevData &d) { return !d.switchState; }));
-        // Switched off, the light takes no brightness.
-        const int frames = simInt(kV7, "framesReceived");
-        m_mgr->setBrightness(kV7, 12);
-        QTest::qWait(150);
-        QCOMPARE(simInt(kV7, "framesReceived"), frames);
-        m_mgr->powerOn(kV7);
-        QVERIFY(waitSimHas(kV7, {{"power", true}}));
+        for (const QString &addr : {kV1, kV7}) {
+            m_mgr->powerOff(addr);
+            QVERIFY(waitSimHas(addr, {{"power", false}}));
+            QVERIFY(waitStored(addr, [](const DevData &d) { return !d.switchState; }));
+            // Switched off, the light takes no brightness.
+            const int frames = simInt(addr, "framesReceived");
+            m_mgr->setBrightness(addr, 12);
+            QTest::qWait(150);
+            QCOMPARE(simInt(addr, "framesReceived"), frames);
+            m_mgr->powerOn(addr);
+            QVERIFY(waitSimHas(addr, {{"power", true}}));
+            QVERIFY(waitStored(addr, [](const DevData &d) { return d.switchState; }));
+        }
 
-        // The 55 AA light is switched with brightness: off is 0, on is the remembered brightness.
-        DevData q = stored(kQ);
-        q.oldBrightness = 64;
-        m_store->updateDev(q);
+        // The 55 AA light is switched with brightness: off is 0, on brings back the brightness it
+        // had, also after a restart.
+        m_mgr->setBrightness(kQ, 70);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 70}}));
         m_mgr->powerOff(kQ);
         QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
         QCOMPARE(stored(kQ).switchState, false);
+        m_store->writeConfig();
+        DevDataMgr restarted;
+        restarted.readConfig();
+        QVERIFY(restarted.findDev(kQ));
+        QCOMPARE(restarted.findDev(kQ)->oldBrightness, 70);
         m_mgr->powerOn(kQ);
-        QVERIFY(waitSimHas(kQ, {{"brightness", 64}}));
-        QCOMPARE(stored(kQ).brightness, 64);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 70}}));
+        QCOMPARE(stored(kQ).switchState, true);
+        QCOMPARE(stored(kQ).brightness, 70);
     }
 
     void knobTurnedOnTheLight()
     {
-        QVERIFY(knob(kV162, QStringLiteral("brightness 33")));
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 33").arg(kV162)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 33; }));
-        QVERIFY(knob(kV2, QStringLiteral("color 240 50")));
+        QCOMPARE(ctl(QStringLiteral("knob %1 color 240 50").arg(kV2)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV2, [](const DevData &d) { return d.devCurModel == 3 && d.auxValue1 == 240 && d.auxValue2 == 50; }));
-        QVERIFY(knob(kV1, QStringLiteral("power off")));
+        QCOMPARE(ctl(QStringLiteral("knob %1 power off").arg(kV1)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return !d.switchState; }));
-        QVERIFY(knob(kV1, QStringLiteral("power on")));
+        QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kV1)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.switchState; }));
 
-        // While the user holds a slider, a 162 light's reports are held back; a protocol-1 light's are not.
-        m_mgr->setAdjusting(true);
-        QVERIFY(knob(kV162, QStringLiteral("brightness 21")));
-        QVERIFY(knob(kV1, QStringLiteral("brightness 22")));
+        // While the user drags the 162 light, its reports are held back; the other lights' are
+        // not, the 55 AA light's included.
+        m_mgr->setAdjusting(kV162, true);
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 21").arg(kV162)), QStringLiteral("ok"));
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 22").arg(kV1)), QStringLiteral("ok"));
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 23").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.brightness == 22; }));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 23; }));
         QTest::qWait(150);
         QCOMPARE(stored(kV162).brightness, 33);
-        m_mgr->setAdjusting(false);
+        m_mgr->setAdjusting(kV162, false);
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 24").arg(kV162)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 24; }));
 
         // On the 55 AA light: id 32 reports.
-        QVERIFY(knob(kQ, QStringLiteral("temperature 3500")));
+        QCOMPARE(ctl(QStringLiteral("knob %1 temperature 3500").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.temperature == 3500 && d.devCurModel == 1; }));
-        QVERIFY(knob(kQ, QStringLiteral("effect B-2")));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 18").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 18; }));
 
         // Switched off in the app, then on at the light: the app re-sends the remembered brightness.
         m_mgr->setTemperature(kQ, 4000);
-        DevData q = stored(kQ);
-        q.oldBrightness = 47;
-        m_store->updateDev(q);
         m_mgr->powerOff(kQ);
         QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
-        QVERIFY(knob(kQ, QStringLiteral("power on")));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 47; }));
-        QVERIFY(waitSimHas(kQ, {{"brightness", 47}}));
+        QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 18; }));
+        QVERIFY(waitSimHas(kQ, {{"brightness", 18}}));
+
+        // Off in the app, then an effect is started and brightened at the light: it shows as on.
+        m_mgr->powerOff(kQ);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
+        QCOMPARE(ctl(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
+        QCOMPARE(stored(kQ).switchState, false);
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 25").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 25 && d.devCurModel == 2; }));
     }
 
-    void droppedLinkAndReconnect()
+    void droppedLinkComesBackByItself()
     {
-        QCOMPARE(SimLights::command(QStringLiteral("drop ") + kV7), QStringLiteral("ok"));
+        QSignalSpy reconnecting(m_mgr.get(), &BaseDevice::sigReconnecting);
+        QCOMPARE(ctl(QStringLiteral("drop ") + kV7), QStringLiteral("ok"));
         QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState == 0; }));
-        QSignalSpy reconnects(m_mgr.get(), &BaseDevice::sigReconnectDevice);
-        QVERIFY(m_mgr->reconnectDevice(kV7));
-        QCOMPARE(reconnects.count(), 1);
-        QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState != 0; }, 5000));
-        // The state request after the connection is the last frame the light received.
-        QVERIFY(waitUntil([] {
-            const QStringList frames = SimLights::frames(kV7);
-            return !frames.isEmpty() && frames.last() == QLatin1String("ff a1 01 30 30 aa");
-        }, 3000));
+        // Turned at the light while the link is down: what the light reports when it is back wins.
+        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 91").arg(kV7)), QStringLiteral("ok"));
+        const int frames = simInt(kV7, "framesReceived");
+        QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState != 0 && d.brightness == 91; }, 5000));
+        QCOMPARE(reconnecting.count(), 2);
+        // Only the state request reached the light: nothing stored was pushed back onto it.
+        QVERIFY(waitSimHas(kV7, {{"framesReceived", frames + 1}, {"brightness", 91}}));
+        QVERIFY(ctl(QStringLiteral("frames ") + kV7).endsWith(QLatin1String("\"ff a1 01 30 30 aa\"]")));
 
-        // The 55 AA light goes offline and comes back only after it reports its mode.
-        QCOMPARE(SimLights::command(QStringLiteral("drop ") + kQ), QStringLiteral("ok"));
+        // The 55 AA light is back only once it has reported its mode.
+        QCOMPARE(ctl(QStringLiteral("drop ") + kQ), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState == 0; }));
-        m_mgr->connectToDevice(kQ);
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState != 0; }, 5000));
     }
 
-    void unpluggedLightIsFoundAgainAndReconnects()
+    void unpluggedLightIsTriedWithGrowingPauses()
     {
-        QCOMPARE(SimLights::command(QStringLiteral("unplug ") + kV1), QStringLiteral("ok"));
+        // Two minutes on the real schedule, about 12 s on this one: a connection to a light that is
+        // not there fails after 3 s, so four attempts fail before it is plugged in again.
+        LogCapture log(true);
+        QCOMPARE(ctl(QStringLiteral("unplug ") + kV1), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState == 0; }));
-        // Not there: a scan does not see it and a connection attempt fails.
         for (const DevData &dev : scan())
             QVERIFY(dev.addr != kV1);
-        m_mgr->connectToDevice(kV1);
-        QTest::qWait(1000);
+        const QString scheduled = QStringLiteral("[BluetoothMgr::scheduleReconnect]: addr: ") + kV1;
+        QVERIFY(waitUntil([&] { return log.matching(scheduled).size() >= 5; }, 30000));
         QCOMPARE(int(stored(kV1).linkState), 0);
+        const QStringList pauses = log.matching(scheduled);
+        for (int i = 0; i < 4; ++i) {
+            const int ms = pauses.at(i).section(QStringLiteral("inMs: "), 1).toInt(), nominal = 100 << i;
+            QVERIFY2(ms <= nominal && ms >= nominal * 85 / 100, qPrintable(pauses.at(i)));
+        }
 
-        // Plugged in again, the next scan finds it and the manager connects on its own.
-        QCOMPARE(SimLights::command(QStringLiteral("plug ") + kV1), QStringLiteral("ok"));
-        bool seen = false;
-        for (const DevData &dev : scan())
-            seen = seen || dev.addr == kV1;
-        QVERIFY(seen);
-        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState != 0; }, 5000));
+        QCOMPARE(ctl(QStringLiteral("plug ") + kV1), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState != 0; }, 15000));
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceConnected]: reconnected, addr: ") + kV1));
+        QCOMPARE(simInt(kV1, "overlappingAttempts"), 0);
+    }
+
+    void lightsFileAndControlErrors()
+    {
+        const QString path = m_home->path() + QStringLiteral("/lights.json");
+        const QJsonObject file{
+            {QStringLiteral("timing"), QJsonObject{{QStringLiteral("discoverFirstMs"), 50}, {QStringLiteral("scanMs"), 300},
+                                                   {QStringLiteral("connectMs"), 50}}},
+            {QStringLiteral("lights"), QJsonArray{
+                 QJsonObject{{QStringLiteral("addr"), QStringLiteral("AA:00:00:00:00:03")}, {QStringLiteral("name"), QStringLiteral("Tube")},
+                             {QStringLiteral("protocol"), 3}, {QStringLiteral("brightness"), 15}, {QStringLiteral("power"), false}},
+                 QJsonObject{{QStringLiteral("addr"), QStringLiteral("AA:00:00:00:00:04")}, {QStringLiteral("protocol"), 4}},
+                 QJsonObject{{QStringLiteral("name"), QStringLiteral("no address")}}}}};
+        QVERIFY(writeFile(path, QJsonDocument(file).toJson()));
+        qputenv("BRIVON_SIM_LIGHTS", QFile::encodeName(path));
+        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 2 lights"));
+
+        const QList<DevData> found = scan();
+        QCOMPARE(found.size(), 2);
+        QCOMPARE(found.at(0).name, QStringLiteral("Tube"));
+        QCOMPARE(found.at(0).protocol, 3);
+        QCOMPARE(found.at(1).protocol, 4);
+        m_store->addDev(found.at(0));
+        m_mgr->connectToDevice(found.at(0).addr);
+        QVERIFY(waitStored(found.at(0).addr, [](const DevData &d) { return d.linkState != 0 && d.brightness == 15 && !d.switchState; }));
+
+        QVERIFY(ctl(QStringLiteral("knob nobody brightness 3")).startsWith(QLatin1String("error")));
+        QVERIFY(ctl(QStringLiteral("knob AA:00:00:00:00:03 brightness 999")).startsWith(QLatin1String("error")));
+        QVERIFY(ctl(QStringLiteral("knob AA:00:00:00:00:03 color 10 10")).startsWith(QLatin1String("error"))); // no colour on protocol 3
+        QVERIFY(ctl(QStringLiteral("fly away")).startsWith(QLatin1String("error")));
+        QVERIFY(ctl(QStringLiteral("drop AA:00:00:00:00:04")).startsWith(QLatin1String("error")));
+
+        qputenv("BRIVON_SIM_LIGHTS", QByteArray("/nonexistent/lights.json"));
+        QVERIFY(ctl(QStringLiteral("reset")).startsWith(QLatin1String("error cannot read")));
+        QCOMPARE(ctl(QStringLiteral("list")), QStringLiteral("ok []"));
+        qunsetenv("BRIVON_SIM_LIGHTS");
+        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
+    }
+
+    void tenLightsDroppedTogether()
+    {
+        QJsonArray lights;
+        for (int i = 0; i < 10; ++i)
+            lights.append(QJsonObject{{"addr", QStringLiteral("AB:00:00:00:00:%1").arg(i, 2, 10, QLatin1Char('0'))},
+                                      {"protocol", i < 2 ? 1001 : 1 + i % 2}});
+        const QJsonObject timing{{"discoverFirstMs", 20}, {"discoverStepMs", 10}, {"scanMs", 400}, {"connectMs", 150}};
+        const QString path = m_home->path() + QStringLiteral("/ten.json");
+        QVERIFY(writeFile(path, QJsonDocument(QJsonObject{{"timing", timing}, {"lights", lights}}).toJson()));
+        qputenv("BRIVON_SIM_LIGHTS", QFile::encodeName(path));
+        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 10 lights"));
+        const QList<DevData> found = scan();
+        QCOMPARE(found.size(), 10);
+        const auto allOnline = [&] {
+            return std::all_of(found.begin(), found.end(), [&](const DevData &d) { return stored(d.addr).linkState != 0; });
+        };
+        for (const DevData &dev : found) {
+            m_store->addDev(dev);
+            m_mgr->connectToDevice(dev.addr);
+        }
+        QVERIFY(waitUntil(allOnline, 10000));
+
+        // All dropped at once, and seen by a scan while they are being tried again.
+        LogCapture log;
+        for (const DevData &dev : found)
+            QCOMPARE(ctl(QStringLiteral("drop ") + dev.addr), QStringLiteral("ok"));
+        m_mgr->startScan();
+        QVERIFY(waitUntil(allOnline, 15000));
+        QSet<QString> firstPauses;
+        for (const DevData &dev : found) {
+            QCOMPARE(simInt(dev.addr, "overlappingAttempts"), 0);
+            firstPauses << log.matching(QStringLiteral("[BluetoothMgr::scheduleReconnect]: addr: ") + dev.addr).value(0).section(QStringLiteral("inMs: "), 1);
+            m_mgr->removeDevice(dev.addr);
+            m_store->delDev(defaultGroupUuid(), dev.addr);
+        }
+        QVERIFY2(firstPauses.size() > 1, "jitter keeps them out of step");
+        qunsetenv("BRIVON_SIM_LIGHTS");
+        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
     }
 
     void controlToolTalksToTheSimulator()
     {
-        QProcess tool;
-        tool.start(QStringLiteral(BRIVON_BIN_DIR "/brivon-blesim-ctl"),
-                   {QStringLiteral("--socket"), qEnvironmentVariable("BRIVON_SIM_CONTROL"), QStringLiteral("state"), kV2});
-        // The simulator answers from this process's event loop.
-        QVERIFY(waitUntil([&] { return tool.state() == QProcess::NotRunning; }, 10000));
-        QCOMPARE(tool.exitCode(), 0);
-        QCOMPARE(QJsonDocument::fromJson(tool.readAllStandardOutput().mid(3)).object().value(QLatin1String("protocol")).toInt(), 2);
+        const auto run = [this](const QStringList &args, QByteArray *out) {
+            QProcess tool;
+            tool.start(QStringLiteral(BRIVON_BIN_DIR "/brivon-blesim-ctl"), QStringList{QStringLiteral("--socket"), m_control} + args);
+            // The simulator answers from this process's event loop.
+            if (!waitUntil([&] { return tool.state() == QProcess::NotRunning; }, 10000))
+                return -1;
+            *out = tool.readAllStandardOutput();
+            return tool.exitCode();
+        };
+        QByteArray out;
+        QCOMPARE(run({QStringLiteral("state"), kV2}, &out), 0);
+        QVERIFY(out.startsWith("ok {"));
+        QCOMPARE(QJsonDocument::fromJson(out.mid(3)).object().value(QLatin1String("protocol")).toInt(), 2);
+        QCOMPARE(run({QStringLiteral("knob"), kV2, QStringLiteral("brightness"), QStringLiteral("999")}, &out), 1);
+        QVERIFY(out.startsWith("error"));
     }
 
 private:
+    QString ctl(const QString &command)
+    {
+        // The simulator lives in this process: wait by running the event loop, never by blocking.
+        QLocalSocket socket;
+        socket.connectToServer(m_control);
+        if (!waitUntil([&] { return socket.state() == QLocalSocket::ConnectedState; }, 2000))
+            return QStringLiteral("error not connected");
+        socket.write(command.toUtf8() + '\n');
+        if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
+            return QStringLiteral("error no answer");
+        return QString::fromUtf8(socket.readLine().trimmed());
+    }
+
+    QJsonObject simState(const QString &addr)
+    {
+        const QString reply = ctl(QStringLiteral("state ") + addr);
+        if (!reply.startsWith(QLatin1String("ok ")))
+            return {};
+        return QJsonDocument::fromJson(reply.mid(3).toUtf8()).object();
+    }
+
     DevData stored(const QString &addr) const { return m_store->findDev(addr) ? *m_store->findDev(addr) : DevData(); }
 
     bool waitStored(const QString &addr, const std::function<bool(const DevData &)> &pred, int timeoutMs = 3000)
@@ -269,12 +425,32 @@ private:
         return waitUntil([&] { return m_store->findDev(addr) && pred(*m_store->findDev(addr)); }, timeoutMs);
     }
 
+    bool waitSim(const QString &addr, const std::function<bool(const QJsonObject &)> &pred, int timeoutMs = 3000)
+    {
+        return waitUntil([&] { return pred(simState(addr)); }, timeoutMs);
+    }
+
+    // Waits until the simulated light's state holds every field of `want`.
+    bool waitSimHas(const QString &addr, const QJsonObject &want)
+    {
+        return waitSim(addr, [&](const QJsonObject &state) {
+            for (auto it = want.begin(); it != want.end(); ++it) {
+                if (state.value(it.key()) != it.value())
+                    return false;
+            }
+            return true;
+        });
+    }
+
+    int simInt(const QString &addr, const char *key) { return simState(addr).value(QLatin1String(key)).toInt(); }
+
     QList<DevData> scan()
     {
         QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
         QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
         m_mgr->startScan();
-        waitUntil([&] { return finished.count() > 0; }, 10000);
+        if (!waitUntil([&] { return finished.count() > 0; }, 10000))
+            return {};
         QList<DevData> found;
         for (const QList<QVariant> &args : qAsConst(discovered))
             found << args.at(0).value<DevData>();
@@ -284,6 +460,7 @@ private:
     std::unique_ptr<TestHome> m_home;
     std::shared_ptr<DevDataMgr> m_store;
     std::unique_ptr<BluetoothMgr> m_mgr;
+    QString m_control;
 };
 
 QTEST_GUILESS_MAIN(TestBleSimE2E)

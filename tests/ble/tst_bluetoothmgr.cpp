@@ -72,6 +72,8 @@ private slots:
     {
         m_home = std::make_unique<TestHome>();
         QVERIFY(m_home->isValid());
+        // Lost links are tried again after 40 ms, doubling up to 160 ms; an attempt fails after 300 ms.
+        qputenv(BluetoothMgr::kReconnectEnvVar, "40,160,300");
         m_store = std::make_shared<DevDataMgr>();
         m_plugin = std::make_unique<FakeBlePlugin>();
         m_mgr = std::make_unique<BluetoothMgr>(m_store, m_plugin.get(), nullptr);
@@ -164,6 +166,66 @@ private slots:
         QCOMPARE(stored().temperatureMin, 2900);
     }
 
+    void disconnectMarksOffline()
+    {
+        m_store->addDev(light(2, true, true));
+        LogCapture log;
+        emit m_plugin->sigDeviceDisconnected(kAddr);
+        QCOMPARE(int(stored().linkState), 0);
+        QCOMPARE(stored().switchState, true);
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceDisconnected]:  addr: ") + kAddr));
+        emit m_plugin->sigDeviceDisconnected(QStringLiteral("unknown")); // ignored without a trace
+    }
+
+    void lostLinkIsTriedAgainWithGrowingPauses()
+    {
+        m_store->addDev(light(2));
+        QSignalSpy reconnecting(m_mgr.get(), &BaseDevice::sigReconnecting);
+        LogCapture log;
+        emit m_plugin->sigDeviceDisconnected(kAddr);
+        QVERIFY(m_mgr->isReconnecting(kAddr));
+        // Nobody answers: each attempt fails after 300 ms, and only then is the next one scheduled.
+        const QString attempt = QStringLiteral("reconnectDevice ") + kAddr;
+        QVERIFY(QTest::qWaitFor([&] { return m_plugin->calls.count(attempt) >= 4; }, 10000));
+        QStringList steps;
+        QList<int> pauses;
+        for (const QString &line : log.lines()) {
+            if (line.startsWith(QLatin1String("[BluetoothMgr::scheduleReconnect]")))
+                pauses << line.section(QStringLiteral("inMs: "), 1).toInt();
+            else if (line.startsWith(QLatin1String("[BluetoothMgr::reconnect]")))
+                steps << QStringLiteral("try");
+            else if (line.contains(QLatin1String("no answer")))
+                steps << QStringLiteral("fail");
+        }
+        QCOMPARE(steps.mid(0, 6), (QStringList{"try", "fail", "try", "fail", "try", "fail"}));
+        const int nominal[] = {40, 80, 160, 160};
+        for (int i = 0; i < 4; ++i)
+            QVERIFY2(pauses.value(i) <= nominal[i] && pauses.value(i) >= nominal[i] * 85 / 100, qPrintable(QString::number(pauses.value(i))));
+        emit m_plugin->sigDeviceConnected(kAddr);
+        QVERIFY(!m_mgr->isReconnecting(kAddr));
+        QCOMPARE(reconnecting.count(), 2);
+        QCOMPARE(reconnecting.at(1), (QVariantList{kAddr, false}));
+
+        // Lost again: a scan that sees it during a pause tries at once; while that runs, another sighting adds nothing.
+        const QString connect = QStringLiteral("connectToDevice ") + kAddr;
+        emit m_plugin->sigDeviceDisconnected(kAddr);
+        emit m_plugin->sigDeviceDiscovered(2, kAddr, QStringLiteral("a"));
+        emit m_plugin->sigDeviceDiscovered(2, kAddr, QStringLiteral("a"));
+        QCOMPARE(m_plugin->calls.count(connect), 1);
+        emit m_plugin->sigDeviceDisconnected(kAddr); // refused
+        emit m_plugin->sigDeviceDiscovered(2, kAddr, QStringLiteral("a"));
+        QCOMPARE(m_plugin->calls.count(connect), 2);
+
+        // Removed by the user: no attempt follows.
+        m_mgr->removeDevice(kAddr);
+        m_store->delDev(defaultGroupUuid(), kAddr);
+        const int attempts = m_plugin->calls.count(attempt);
+        QTest::qWait(400);
+        QCOMPARE(m_plugin->calls.count(attempt), attempts);
+        QVERIFY(!m_mgr->isReconnecting(kAddr));
+    }
+
+    // ---- V-type reports
     void vTypeReportDecodedIntoStore_data()
     {
         QTest::addColumn<int>("protocol");
@@ -237,12 +299,20 @@ private slots:
         QFETCH(int, protocol);
         QFETCH(bool, appliedWhileAdjusting);
         m_store->addDev(light(protocol, true, true));
+        const QString other = QStringLiteral("C0:FF:EE:00:00:02");
+        m_store->addDev(light(protocol, true, true, other));
         const QByteArray report = protocol == 1001 ? hex("55 AA 03 30 00 04 01 4D 13 88 00 00")
                                                    : hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA");
-        m_mgr->setAdjusting(true);
+        // Only the light being dragged holds its reports back; another light's end of drag does
+        // not release it.
+        m_mgr->setAdjusting(kAddr, true);
+        m_mgr->setAdjusting(other, true);
+        m_mgr->setAdjusting(other, false);
         message(report);
+        message(report, other);
         QCOMPARE(stored().brightness == 0x4D, appliedWhileAdjusting);
-        m_mgr->setAdjusting(false);
+        QCOMPARE(stored(other).brightness, 0x4D);
+        m_mgr->setAdjusting(kAddr, false);
         message(report);
         QCOMPARE(stored().brightness, 0x4D);
         QCOMPARE(stored().temperature, 5000);
@@ -296,12 +366,14 @@ private slots:
         QTest::addColumn<int>("reported");
         QTest::addColumn<bool>("powerAfter");
         QTest::addColumn<int>("brightnessAfter");
+        QTest::addColumn<int>("oldAfter");
 
-        QTest::newRow("on: takes brightness") << true << 60 << 70 << true << 70;
-        QTest::newRow("on: zero brightness stays on") << true << 60 << 0 << true << 0;
-        QTest::newRow("off: non-zero turns on") << false << 60 << 70 << true << 70;
-        QTest::newRow("off: zero shows old brightness") << false << 60 << 0 << false << 60;
-        QTest::newRow("off: zero, no old brightness") << false << -1 << 0 << false << 0;
+        QTest::newRow("on: takes brightness") << true << 60 << 70 << true << 70 << 60;
+        // Dark at the light: the brightness it had is what switching on brings back.
+        QTest::newRow("on: zero brightness stays on") << true << 60 << 0 << true << 0 << 40;
+        QTest::newRow("off: non-zero turns on") << false << 60 << 70 << true << 70 << 60;
+        QTest::newRow("off: zero shows old brightness") << false << 60 << 0 << false << 60 << 60;
+        QTest::newRow("off: zero, no old brightness") << false << -1 << 0 << false << 0 << -1;
     }
 
     void aaCurrentModeCct()
@@ -320,7 +392,11 @@ private slots:
         QTEST(stored().brightness, "brightnessAfter");
         QCOMPARE(stored().temperature, 5000);
         QCOMPARE(stored().devCurModel, 1);
-        QCOMPARE(stored().oldBrightness, oldBrightness);
+        QTEST(stored().oldBrightness, "oldAfter");
+        const QStringList lines = log.matching(QStringLiteral("[BluetoothMgr::doDevCurModelData], addr: ") + kAddr);
+        QCOMPARE(lines.size(), 1);
+        QVERIFY(lines.first().contains(QLatin1String(", temperature: 5000")));
+        QVERIFY(lines.first().contains(QLatin1String(", toUpdate: true")));
     }
 
     void aaCurrentModeEffectAsksCctData()
@@ -338,6 +414,40 @@ private slots:
         message(hex("55 AA 03 07 00 03 28 19 64 00 00"));
         QCOMPARE(stored().temperature, 6500);
         QCOMPARE(stored().lightEffect, QStringLiteral("B-5"));
+    }
+
+    void aaCctData()
+    {
+        m_store->addDev(light(1001, true, true));
+        LogCapture log;
+        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
+        message(hex("55 AA 03 07 00 03 46 19 64 C2 5D"));
+        QCOMPARE(stored().brightness, 70);
+        QCOMPARE(stored().temperature, 6500);
+        message(hex("55 AA 03 07 00 03 46 19 64 C2 5D"));
+        QCOMPARE(updates.count(), 1);
+        const QStringList lines = log.matching(QStringLiteral("[BluetoothMgr::doDevCCTModelData], brightness: 70"));
+        QCOMPARE(lines.size(), 2);
+        QVERIFY(lines.at(0).contains(QLatin1String(", temperature: 6500 , toUpdate: true")));
+        QVERIFY(lines.at(1).contains(QLatin1String(", toUpdate: false")));
+    }
+
+    void aaProductInfoIsLogged()
+    {
+        m_store->addDev(light(1001, true, true));
+        LogCapture log;
+        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
+        QByteArray payload;
+        for (int i = 0; i < 24; ++i)
+            payload.append(char(i));
+        bluetoothProtocol2 codec;
+        message(codec.pack(0x21, 24, std::vector<quint8>(payload.begin(), payload.end())));
+        // The raw frame's hex dump holds these digits too: only the decoder's own line counts.
+        const QStringList lines = log.matching(QStringLiteral("[BluetoothMgr::doDevProductBaseInfo], addr: ") + kAddr);
+        QCOMPARE(lines.size(), 1);
+        QVERIFY2(lines.first().endsWith(QLatin1String(", productId: 010203040506 , softwareVersion: 1415"
+                                                      " , hardwareVersion: 1617")), qPrintable(lines.first()));
+        QCOMPARE(updates.count(), 0);
     }
 
     void aaModifyUpload_data()
@@ -460,6 +570,20 @@ private slots:
                                          << QStringLiteral("55 aa 03 01 00 05 03 28 03 03 00 62 c9");
         QTest::newRow("1001 colour sends nothing") << 1001 << int(Color) << QStringLiteral("#ff00ff") << true << 1
                                                    << QString() << QString();
+        // Effect texts of the other family, or the codes of on, off and the state request, build
+        // no frame and leave the mode alone.
+        QTest::newRow("2 effect A-1") << 2 << int(Effect) << QStringLiteral("A-1") << true << 1 << QString() << QString();
+        QTest::newRow("2 effect 1 (off)") << 2 << int(Effect) << QStringLiteral("1") << true << 1 << QString() << QString();
+        QTest::newRow("2 effect 48 (state)") << 2 << int(Effect) << QStringLiteral("48") << true << 3 << QStringLiteral("9")
+                                             << QString();
+        QTest::newRow("1001 effect 7") << 1001 << int(Effect) << QStringLiteral("7") << true << 1 << QString() << QString();
+        QTest::newRow("1001 effect empty") << 1001 << int(Effect) << QString() << true << 1 << QString() << QString();
+        // An effect mode whose text cannot be sent again falls back to colour temperature.
+        QTest::newRow("1001 powerOn unnamed effect") << 1001 << int(PowerOn) << QString() << false << 2 << QString()
+                                                     << QStringLiteral("55 aa 03 01 00 05 01 3c 0f a0 00 a6 0a");
+        QTest::newRow("1001 brightness unknown effect") << 1001 << int(Brightness) << QStringLiteral("75") << true << 2
+                                                        << QStringLiteral("@-0")
+                                                        << QStringLiteral("55 aa 03 01 00 05 01 4b 0f a0 00 bd be");
         // Values outside the table send nothing at all.
         for (int p : {0, 4, 8, 161, 1002}) {
             QTest::addRow("%d powerOn", p) << p << int(PowerOn) << QString() << false << 1 << QString() << QString();
@@ -488,7 +612,7 @@ private slots:
         const DevData after = stored();
         switch (Op(op)) {
         case PowerOn:
-            QCOMPARE(after.switchState, true); // stored even when no frame exists for the protocol
+            QCOMPARE(after.switchState, !frame.isEmpty()); // a light sent nothing did not come on
             if (protocol == 1001)
                 QCOMPARE(after.brightness, 60);
             break;
@@ -503,12 +627,13 @@ private slots:
             QCOMPARE(after.devCurModel, 1);
             break;
         case Effect:
-            QCOMPARE(after.lightEffect, arg);
-            QCOMPARE(after.devCurModel, 2);
+            QCOMPARE(after.lightEffect, frame.isEmpty() ? effectBefore : arg);
+            QCOMPARE(after.devCurModel, frame.isEmpty() ? curModel : 2);
             break;
         case Color:
-            QCOMPARE(after.colorLight, arg);
-            QCOMPARE(after.devCurModel, 3);
+            // A light without colour keeps its mode: nothing was sent for a colour one.
+            QCOMPARE(after.colorLight, frame.isEmpty() ? dev.colorLight : arg);
+            QCOMPARE(after.devCurModel, frame.isEmpty() ? curModel : 3);
             break;
         }
     }
@@ -577,31 +702,18 @@ private slots:
         QCOMPARE(stored().switchState, true);
     }
 
-    void aaEffectModeWithoutEffectSendsNothing()
+    void aaEffectModeWithoutEffectFallsBackToColourTemperature()
     {
         DevData dev = light(1001, true, true);
         dev.devCurModel = 2;
         m_store->addDev(dev);
         m_mgr->setBrightness(kAddr, 30);
         m_mgr->powerOff(kAddr);
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(stored().brightness, 30);     // setBrightness stores first
-        QCOMPARE(stored().switchState, true);  // powerOff stores only a sent frame
-
-        DevData off = stored();
-        off.switchState = false;
-        m_store->updateDev(off);
-        m_mgr->powerOn(kAddr);
-        QVERIFY(m_plugin->writes.isEmpty());
-
-        // setLightEffect with an empty text stores it and the effect mode, and sends nothing.
-        DevData v = light(2, true, true, QStringLiteral("V"));
-        v.lightEffect = QStringLiteral("5");
-        m_store->addDev(v);
-        m_mgr->setLightEffect(QStringLiteral("V"), QString());
-        QCOMPARE(stored(QStringLiteral("V")).lightEffect, QString());
-        QCOMPARE(stored(QStringLiteral("V")).devCurModel, 2);
-        QVERIFY(m_plugin->writes.isEmpty());
+        bluetoothProtocol2 codec;
+        QCOMPARE(m_plugin->framesTo(kAddr),
+                 (QStringList{hexText(codec.cctModeFrame(30, 4000)), hexText(codec.cctModeFrame(0, 4000))}));
+        QCOMPARE(stored().devCurModel, 1);
+        QCOMPARE(stored().switchState, false);
     }
 
 private:

@@ -1,12 +1,16 @@
-// A control-deck client driving the real program over its WebSocket server, with the simulated
-// Bluetooth lights answering on the other side.
+// A control-deck client driving the installed program over its WebSocket server, with the
+// simulated Bluetooth lights from its plug-in folder answering on the other side. The program
+// runs from the prefix the "installed" fixture fills, so the effect list proves that it found its
+// installed tables.
 #include "processutil.h"
-#include "simlights.h"
 #include "testhome.h"
 
+#include <QElapsedTimer>
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocalSocket>
 #include <QProcess>
 #include <QSettings>
 #include <QTcpServer>
@@ -63,12 +67,6 @@ struct Client
     }
 };
 
-// Waits until the simulated light's state shows `value` under `key`.
-bool waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs = 5000)
-{
-    return waitUntil([&] { return SimLights::state(addr).value(key) == value; }, timeoutMs);
-}
-
 } // namespace
 
 class TestPluginServerE2E : public QObject
@@ -78,32 +76,42 @@ class TestPluginServerE2E : public QObject
 private slots:
     void initTestCase();
     void cleanupTestCase();
+    void listsStoredLightsAndGroups();
     void controlCommandsReachTheLights();
     void noticesFollowTheLights();
     void groupCommandFansOut();
+    void repliesReachOnlyTheLatestClient();
+    void exampleClientListsAndDims();
+    void sigtermKeepsTheLastChange();
+    void defaultPluginFoundByBareName();
 
 private:
+    QJsonObject simState(const QString &addr);
+    bool waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs = 5000);
+
     std::unique_ptr<TestHome> m_home;
     std::unique_ptr<QProcess> m_app;
     std::unique_ptr<QTcpServer> m_squatter;
     std::unique_ptr<Client> m_client;
+    QString m_control;
     quint16 m_port = 0;
 };
 
 void TestPluginServerE2E::initTestCase()
 {
     m_home = std::make_unique<TestHome>();
-    SimLights::select(R"({
+    QVERIFY(writeFile(m_home->path() + QStringLiteral("/lights.json"), R"({
         "timing": {"discoverFirstMs": 50, "discoverStepMs": 20, "scanMs": 800, "connectMs": 50, "replyMs": 10},
         "lights": [
             {"addr": "AA:00:00:00:00:02", "name": "RGB panel", "protocol": 2, "power": true,
              "brightness": 80, "temperature": 5600, "mode": 2},
             {"addr": "AA:00:00:00:10:01", "name": "COB", "protocol": 1001, "brightness": 60,
              "temperature": 4300, "mode": 1}
-        ]})", true); // the program started below inherits the simulator's settings
+        ]})"));
     QVERIFY(writeFile(m_home->configFile(), QStringLiteral(R"({
-        "devs": [{"addr": "%1", "name": "RGB panel", "protocol": 2},
-                 {"addr": "%2", "name": "COB", "protocol": 1001}],
+        "devs": [{"addr": "%1", "name": "RGB panel", "protocol": 2, "lightEffect": {"enable": true},
+                  "colorLight": {"value": "#ffffff", "enable": true}},
+                 {"addr": "%2", "name": "COB", "protocol": 1001, "lightEffect": {"enable": true}}],
         "groups": [{"name": "Set", "uuid": "%3", "devs": ["%1", "%2"]}]})").arg(kRgb, kCob, kGroup).toUtf8()));
 
     // Take the first free port from 8000 so the program has to move past it.
@@ -112,10 +120,15 @@ void TestPluginServerE2E::initTestCase()
     while (!m_squatter->listen(QHostAddress(QStringLiteral("127.0.0.1")), taken))
         ++taken;
 
+    m_control = QStringLiteral("/tmp/brivon-e2e-sim-%1").arg(QCoreApplication::applicationPid());
+    QProcessEnvironment env = m_home->environment();
+    env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_INSTALLED_PLUGINS "/libBrivonBleSim.so"));
+    env.insert(QStringLiteral("BRIVON_SIM_LIGHTS"), m_home->path() + QStringLiteral("/lights.json"));
+    env.insert(QStringLiteral("BRIVON_SIM_CONTROL"), m_control);
     m_app = std::make_unique<QProcess>();
-    m_app->setProcessEnvironment(m_home->environment());
+    m_app->setProcessEnvironment(env);
     m_app->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_app->start(beamcrafterPath(), {});
+    m_app->start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
     QVERIFY(m_app->waitForStarted(10000));
 
     // The port it found is published in its settings.
@@ -145,15 +158,79 @@ void TestPluginServerE2E::cleanupTestCase()
     m_home.reset();
 }
 
+QJsonObject TestPluginServerE2E::simState(const QString &addr)
+{
+    QLocalSocket socket;
+    socket.connectToServer(m_control);
+    if (!socket.waitForConnected(1000))
+        return {};
+    socket.write("state " + addr.toUtf8() + '\n');
+    if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
+        return {};
+    const QByteArray line = socket.readLine().trimmed();
+    if (!line.startsWith("ok "))
+        return {};
+    return QJsonDocument::fromJson(line.mid(3)).object();
+}
+
+bool TestPluginServerE2E::waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs)
+{
+    QJsonValue last;
+    const bool ok = waitUntil([&] {
+        last = simState(addr).value(key);
+        return last == value;
+    }, timeoutMs);
+    if (!ok)
+        qWarning() << addr << key << "is" << last << "expected" << value;
+    return ok;
+}
+
+void TestPluginServerE2E::listsStoredLightsAndGroups()
+{
+    m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
+    QJsonObject reply;
+    QVERIFY(waitUntil([&] {
+        for (const QJsonObject &message : std::as_const(m_client->received))
+            if (message.value(QLatin1String("subCmd")).toString() == QLatin1String("listdevice"))
+                reply = message;
+        return !reply.isEmpty();
+    }, 5000));
+    QCOMPARE(reply.value(QLatin1String("cmd")).toInt(), 20000);
+    const QJsonObject param = reply.value(QLatin1String("param")).toObject();
+    QCOMPARE(param.value(QLatin1String("light")).toArray().size(), 2);
+    const QJsonArray groups = param.value(QLatin1String("group")).toArray();
+    QCOMPARE(groups.size(), 1);
+    QCOMPARE(groups.at(0).toObject().value(QLatin1String("id")).toString(), kGroup);
+    QCOMPARE(groups.at(0).toObject().value(QLatin1String("switch")).toBool(), true);
+    QVERIFY(!param.value(QLatin1String("effect")).toArray().isEmpty());
+    // Each light offers its own family's effects from the shipped table.
+    for (const QJsonValue &value : param.value(QLatin1String("light")).toArray()) {
+        const QJsonObject light = value.toObject();
+        QCOMPARE(light.value(QLatin1String("linked")).toBool(), true);
+        const QJsonArray effects = light.value(QLatin1String("effects")).toArray();
+        QVERIFY(effects.size() >= 5);
+        const bool aa = light.value(QLatin1String("type")).toInt() == 1001;
+        for (const QJsonValue &effect : effects)
+            QCOMPARE(effect.toObject().value(QLatin1String("cmd")).toString().contains(QLatin1Char('-')), aa);
+    }
+}
+
 void TestPluginServerE2E::controlCommandsReachTheLights()
 {
     auto control = [this](const QString &subCmd, const QString &id, const QJsonValue &value) {
         m_client->socket.sendTextMessage(envelope(10000, subCmd, QJsonObject{{"id", id}, {"value", value}}));
     };
 
-    control(QStringLiteral("brightness"), kRgb, 50);
-    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 50));
-    control(QStringLiteral("temperature"), kRgb, 3200);
+    // Values as decks send them: rounded, clamped to the light's range, numbers in text.
+    control(QStringLiteral("brightness"), kRgb, 50.5);
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 51));
+    control(QStringLiteral("brightness"), kRgb, QStringLiteral("29"));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 29));
+    control(QStringLiteral("temperature"), kRgb, 70000);
+    QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 6500));
+    control(QStringLiteral("temperature"), kRgb, QStringLiteral("-3"));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 2700));
+    control(QStringLiteral("temperature"), kRgb, 3200.4);
     QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 3200));
     control(QStringLiteral("color"), kRgb, QStringLiteral("#00ff00"));
     QVERIFY(waitForSim(kRgb, QStringLiteral("hue"), 120));
@@ -166,26 +243,44 @@ void TestPluginServerE2E::controlCommandsReachTheLights()
     control(QStringLiteral("effect"), kCob, QStringLiteral("B-4"));
     QVERIFY(waitForSim(kCob, QStringLiteral("effect"), QStringLiteral("B-4")));
 
-    // A brightness without a value, and an unknown id, reach nobody.
-    const int framesBefore = SimLights::state(kRgb).value(QLatin1String("framesReceived")).toInt();
+    // Refused requests reach nobody: no value, an unknown id, the other family's effect.
+    QTest::qWait(150);
+    const int framesBefore = simState(kRgb).value(QLatin1String("framesReceived")).toInt();
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}}));
     control(QStringLiteral("brightness"), QStringLiteral("nobody"), 10);
+    control(QStringLiteral("effect"), kRgb, QStringLiteral("A-1"));
+    control(QStringLiteral("brightness"), kRgb, QStringLiteral("NaN"));
+    QVERIFY(m_client->waitFor(QStringLiteral("error")));
     QTest::qWait(300);
-    QCOMPARE(SimLights::state(kRgb).value(QLatin1String("framesReceived")).toInt(), framesBefore);
+    QCOMPARE(simState(kRgb).value(QLatin1String("framesReceived")).toInt(), framesBefore);
+    QCOMPARE(simState(kRgb).value(QLatin1String("effect")).toString(), QStringLiteral("7"));
+
+    // A flood reaches the light as a few frames, ending with the latest value.
+    for (int i = 1; i <= 300; ++i)
+        control(QStringLiteral("brightness"), kRgb, i == 300 ? 77 : i % 100);
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 77));
+    QTest::qWait(300);
+    const int flooded = simState(kRgb).value(QLatin1String("framesReceived")).toInt() - framesBefore;
+    QVERIFY2(flooded < 100, qPrintable(QString::number(flooded)));
 }
 
 void TestPluginServerE2E::noticesFollowTheLights()
 {
     m_client->received.clear();
     // Switched off at the light: the program hears the report and tells the client.
-    QCOMPARE(SimLights::command(QStringLiteral("knob %1 power off").arg(kRgb)), QStringLiteral("ok"));
+    QLocalSocket socket;
+    socket.connectToServer(m_control);
+    QVERIFY(socket.waitForConnected(1000));
+    socket.write("knob " + kRgb.toUtf8() + " power off\n");
+    QVERIFY(waitUntil([&] { return socket.canReadLine(); }, 2000));
+    QVERIFY(socket.readLine().startsWith("ok"));
     QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, false));
+    QVERIFY(m_client->waitFor(QStringLiteral("state"), kRgb));
 
     // "switch" toggles: the light is off, so it goes on, and the notice says so.
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
     QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
     QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, true));
-    QVERIFY(m_client->waitFor(QStringLiteral("switch"), kGroup, true));
 }
 
 void TestPluginServerE2E::groupCommandFansOut()
@@ -199,6 +294,91 @@ void TestPluginServerE2E::groupCommandFansOut()
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kGroup}}));
     QVERIFY(waitForSim(kRgb, QStringLiteral("power"), false));
     QVERIFY(waitForSim(kCob, QStringLiteral("power"), false));
+    QVERIFY(m_client->waitFor(QStringLiteral("switch"), kGroup, false));
+}
+
+void TestPluginServerE2E::repliesReachOnlyTheLatestClient()
+{
+    Client newer(m_port);
+    QCOMPARE(newer.socket.state(), QAbstractSocket::ConnectedState);
+    QTest::qWait(100);
+    m_client->received.clear();
+
+    m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
+    QVERIFY(newer.waitFor(QStringLiteral("listdevice")));
+    QTest::qWait(200);
+    QVERIFY(m_client->received.isEmpty());
+}
+
+void TestPluginServerE2E::exampleClientListsAndDims()
+{
+    // The README's example client, run as a user would run it.
+    m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
+    QProcess example;
+    example.setProcessChannelMode(QProcess::MergedChannels);
+    example.start(QStringLiteral("python3"), {QStringLiteral(BRIVON_SOURCE_DIR "/examples/deck_client.py"), QStringLiteral("--port"),
+                                              QString::number(m_port), QStringLiteral("--dim"), kRgb, QStringLiteral("35")});
+    QVERIFY(example.waitForFinished(20000));
+    const QString output = QString::fromUtf8(example.readAll());
+    QVERIFY2(example.exitCode() == 0 && output.contains(QStringLiteral("light %1  \"RGB panel\"").arg(kRgb)), qPrintable(output));
+    QVERIFY2(output.contains(QStringLiteral("state %1: on, brightness 35").arg(kRgb)), qPrintable(output));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 35));
+}
+
+void TestPluginServerE2E::sigtermKeepsTheLastChange()
+{
+    const auto brightness = [this](int value) {
+        m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}, {"value", value}}));
+        return waitForSim(kRgb, QStringLiteral("brightness"), value);
+    };
+    // "switch" toggles: the light may already be on from an earlier case.
+    if (simState(kRgb).value(QLatin1String("power")) != QJsonValue(true))
+        m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
+    // The first change is written at once, the second one waits for the next half-second write.
+    QVERIFY(brightness(62));
+    QElapsedTimer sinceChange;
+    sinceChange.start();
+    QVERIFY(brightness(63));
+    m_app->terminate(); // SIGTERM
+    qInfo() << "SIGTERM" << sinceChange.elapsed() << "ms after the change was sent";
+    QVERIFY(m_app->waitForFinished(10000));
+    QCOMPARE(m_app->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_app->exitCode(), 0);
+    const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
+    for (const QJsonValue &dev : devs) {
+        if (dev.toObject().value(QLatin1String("addr")).toString() == kRgb)
+            QCOMPARE(dev.toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 63);
+    }
+    QCOMPARE(devs.size(), 2);
+}
+
+void TestPluginServerE2E::defaultPluginFoundByBareName()
+{
+    // A second instance of its own (another runtime folder), without the plug-in override: the
+    // BlueZ plug-in comes from the installed plug-in folder and finds its light profiles.
+    QProcessEnvironment env = m_home->environment();
+    const QString runtime = m_home->path() + QStringLiteral("/runtime2");
+    QVERIFY(QDir().mkpath(runtime));
+    QFile(runtime).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    env.insert(QStringLiteral("QT_DEBUG_PLUGINS"), QStringLiteral("1"));
+    QProcess app;
+    app.setProcessEnvironment(env);
+    app.setProcessChannelMode(QProcess::MergedChannels);
+    QByteArray output;
+    app.start(QStringLiteral(BRIVON_INSTALLED_BIN), {});
+    QVERIFY(app.waitForStarted(10000));
+    const QByteArray loaded = "\"" BRIVON_INSTALLED_PLUGINS "/libBrivonQXBleDLL.so\" loaded library";
+    const bool found = waitUntil([&] {
+        output += app.readAll();
+        return output.contains(loaded);
+    }, 15000);
+    app.kill();
+    app.waitForFinished(5000);
+    QVERIFY2(found, output.right(3000).constData());
+    QVERIFY2(!output.contains("[BleBluezPlugin::loadProfiles]"), output.right(3000).constData());
 }
 
 QTEST_GUILESS_MAIN(TestPluginServerE2E)

@@ -70,9 +70,11 @@ private slots:
                                                                  realHome + QStringLiteral("/.local/share/Brivon")};
         const QStringList before = snapshot(outside, m_home->path()) + QDir(QStringLiteral("/tmp")).entryList({QStringLiteral("qtsingleapp*")});
 
-        QProcess *first = start();
+        // Nothing may depend on the working directory: /proc takes no new file even from root, and the
+        // second copy starts from another folder.
+        QProcess *first = start(QStringLiteral("/proc"));
         QVERIFY(waitUntilListening());
-        QProcess *second = start();
+        QProcess *second = start(m_home->path());
         QVERIFY(second->waitForFinished(10000));
         QCOMPARE(second->exitStatus(), QProcess::NormalExit);
         QCOMPARE(second->exitCode(), 0);
@@ -112,6 +114,24 @@ private slots:
         QCOMPARE(snapshot(outside, m_home->path()) + QDir(QStringLiteral("/tmp")).entryList({QStringLiteral("qtsingleapp*")}), before);
     }
 
+    void unusableLockStillStarts()
+    {
+        // No folder for the lock and the socket can be written: the program says why and comes up.
+        QProcessEnvironment unwritable;
+        unwritable.insert(QStringLiteral("XDG_RUNTIME_DIR"), QStringLiteral("/proc"));
+        unwritable.insert(QStringLiteral("TMPDIR"), QStringLiteral("/proc"));
+        QProcess *process = start(QStringLiteral("/proc"), unwritable);
+        QByteArray log;
+        QVERIFY2(waitUntil([&] { return (log += process->readAllStandardError()).contains("System Language is"); }, 15000),
+                 log.constData());
+        QVERIFY2(QRegularExpression(QStringLiteral("QtLocalPeer: lock file /proc/qtsingleapp-\\S+-lockfile "
+                                                   "unusable: (permission denied|unknown error)"))
+                     .match(QString::fromLocal8Bit(log)).hasMatch(),
+                 log.constData());
+        QTest::qWait(300);
+        QCOMPARE(process->state(), QProcess::Running);
+    }
+
     void otherCrashSignals_data()
     {
         QTest::addColumn<int>("sig");
@@ -141,11 +161,16 @@ private:
         return m_home->path() + QStringLiteral("/runtime/") + QtLocalPeer::socketNameFor(QStringLiteral("com.brivon.Beamcrafter"));
     }
 
-    QProcess *start()
+    QProcess *start(const QString &workingDirectory = QString(), const QProcessEnvironment &extra = QProcessEnvironment())
     {
         m_processes.push_back(std::make_unique<QProcess>());
         QProcess *process = m_processes.back().get();
-        process->setProcessEnvironment(m_home->environment());
+        QProcessEnvironment environment = m_home->environment();
+        for (const QString &name : extra.keys())
+            environment.insert(name, extra.value(name));
+        process->setProcessEnvironment(environment);
+        if (!workingDirectory.isEmpty())
+            process->setWorkingDirectory(workingDirectory);
         process->start(beamcrafterPath(), {});
         process->waitForStarted(10000);
         return process;

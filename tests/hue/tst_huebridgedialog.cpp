@@ -193,13 +193,29 @@ void TestHueBridgeDialog::givingUpAfterTwelveRequests()
     QCOMPARE(list(dialog)->count(), 1); // still there to try again
     QVERIFY(!hueSettings().contains(bridgeKey()));
 
-    // "重试" starts over with a fresh count; this time the button is pressed in time.
+    // "重试" starts over with one handler whatever the number of presses: twelve requests again.
+    QPushButton *retry = dialog.findChild<QPushButton *>(QStringLiteral("pushButton_retry"));
+    QTest::mouseClick(retry, Qt::LeftButton);
+    clock.restart();
+    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::FailedPage; }, 20000));
+    QVERIFY2(clock.elapsed() >= 13 * kInterval - 100, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(pairingRequests(), 24);
+
+    // This time the button is pressed in time, and another bridge is selected while it pairs.
+    Bridge other;
+    other.id = QStringLiteral("001788fffe000009");
+    other.ip = QStringLiteral("192.0.2.9");
+    dialog.onDiscoverBridge({other});
     QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
-    QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_retry")), Qt::LeftButton);
+    QTest::mouseClick(retry, Qt::LeftButton);
     QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
     QCOMPARE(dialog.remainingAttempts(), 12);
+    list(dialog)->item(1)->setSelected(true);
     QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 10000));
     QVERIFY(hueSettings().contains(bridgeKey()));
+    QCOMPARE(pairingRequests(), 25);
+    QCOMPARE(list(dialog)->count(), 1);
+    QCOMPARE(list(dialog)->item(0)->text(), other.id);
 }
 
 void TestHueBridgeDialog::rePairingTheBridgeOfAKnownLight()
@@ -241,15 +257,14 @@ void TestHueBridgeDialog::rePairingTheBridgeOfAKnownLight()
 
 void TestHueBridgeDialog::scanWindowOpensThePairingDialog()
 {
-    // The scan's own discovery is refused by the rate limit; the button must ask by itself.
-    {
-        QSettings settings = hueSettings();
-        settings.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime());
-    }
+    // A scan's own discovery finds the bridge but does not open the dialog by itself.
+    allowDiscovery();
     ScanWidget scan;
     scan.move(100, 80);
     scan.show();
     HueBridgeDialog *dialog = scan.hueBridgeDialog();
+    QCOMPARE(dialog->parentWidget(), &scan);
+    QVERIFY(waitUntil([&]() { return list(*dialog)->count() == 1; }, 15000));
     QVERIFY(!dialog->isVisible());
 
     allowDiscovery();

@@ -13,6 +13,7 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 
@@ -103,19 +104,34 @@ private slots:
 
     void pairingWithoutClientKeyOnASinglePort()
     {
-        // Plain HTTP for pairing and HTTPS for the lights, both through "address:port".
+        // Plain HTTP for pairing and HTTPS for the lights, both through "address:port", as the demo
+        // runs it: the link button goes down on its own a second after the first refused request.
         QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), kBridgeId,
-                                              QStringLiteral("--port"), QStringLiteral("8443"), QStringLiteral("--link-button"),
-                                              QStringLiteral("--no-clientkey")}));
+                                              QStringLiteral("--port"), QStringLiteral("8443"),
+                                              QStringLiteral("--link-button-after"), QStringLiteral("1")}));
         const QString ip = m_address + QStringLiteral(":8443");
         HueBridge bridge;
-        QSignalSpy state(&bridge, &HueBridge::updateLightState);
-        bridge.pairBridge(ip, kBridgeId, kAmbianceLight);
-        QVERIFY(waitUntil([&]() { return state.size() == 1; }, 15000));
-        const QString value = hueSettings().value(QStringLiteral("bridge/") + ip + QLatin1Char('/') + kBridgeId).toString();
-        QVERIFY2(value.endsWith(QLatin1Char('/')) && value.size() == 41, qPrintable(value));
-        QCOMPARE(state.first().at(1).value<Light>().id, kAmbianceLight);
-        QCOMPARE(state.first().at(0).value<Bridge>().ip, ip);
+        QSignalSpy found(&bridge, &HueBridge::discover);
+        QSignalSpy lights(&bridge, &HueBridge::discoverLight);
+        qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("https://%1/discovery").arg(ip).toUtf8());
+        bridge.discoverBridges();
+        QVERIFY(waitUntil([&]() { return found.size() == 1; }, 15000));
+        const Bridge target = found.first().first().value<QList<Bridge>>().first();
+        QCOMPARE(target.ip, ip);
+        QSignalSpy paired(&bridge, &HueBridge::registerResult);
+        bridge.pairBridge(target);
+        QVERIFY(m_fake.waitForRequests(1, QStringLiteral("POST"), QStringLiteral("/api")));
+        QTest::qWait(500);
+        QCOMPARE(paired.size(), 0);
+        // Retried as the dialog does, until the button is down.
+        QTimer retry;
+        retry.setInterval(400);
+        connect(&retry, &QTimer::timeout, &bridge, [&]() { bridge.pairBridge(target); });
+        connect(&bridge, &HueBridge::registerResult, &retry, &QTimer::stop);
+        retry.start();
+        QVERIFY(waitUntil([&]() { return lights.size() == 1; }, 15000));
+        QCOMPARE(paired.size(), 1);
+        QCOMPARE(lights.first().at(0).value<Bridge>().ip, ip);
         QCOMPARE(m_fake.requests(QStringLiteral("POST"), QStringLiteral("/api")).first().value("tls").toBool(), false);
         QCOMPARE(m_fake.requests(QStringLiteral("GET")).first().value("tls").toBool(), true);
     }

@@ -1,8 +1,11 @@
+#include "logcapture.h"
 #include "testhome.h"
 #include "processutil.h"
 #include "websocketserver.h"
 
+#include <QLoggingCategory>
 #include <QSettings>
+#include <QtEndian>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -60,7 +63,9 @@ private slots:
 
     void busyPortIsSkippedAndPublished();
     void repliesGoToTheLatestClientOnly();
+    void portIsUnpublishedWhenTheServerEnds();
     void listensOnLoopbackOnly();
+    void slowClientIsClosedWhileOthersAreServed();
     void handshakePolicy_data();
     void handshakePolicy();
     void incompleteOrHugeHandshakesAreDropped();
@@ -82,9 +87,22 @@ void TestWebSocketServer::busyPortIsSkippedAndPublished()
     QCOMPARE(settings.value(QStringLiteral("server/address")).toString(), QStringLiteral("127.0.0.1"));
     QCOMPARE(settings.value(QStringLiteral("server/port")).toInt(), int(server.port()));
 
-    // A client finds the server through the published port.
+    // A client finds the server through the published port, on IPv4 and IPv6 loopback alike.
     auto client = openClient(quint16(settings.value(QStringLiteral("server/port")).toInt()));
     QCOMPARE(client->state(), QAbstractSocket::ConnectedState);
+    QVERIFY(server.listensOnIPv6());
+    QWebSocket v6;
+    v6.open(QUrl(QStringLiteral("ws://[::1]:%1").arg(server.port())));
+    QTRY_COMPARE_WITH_TIMEOUT(v6.state(), QAbstractSocket::ConnectedState, 5000);
+}
+
+void TestWebSocketServer::portIsUnpublishedWhenTheServerEnds()
+{
+    auto server = std::make_unique<WebSocketServer>();
+    QCOMPARE(serverSettings().value(QStringLiteral("server/port")).toInt(), int(server->port()));
+    server.reset();
+    QVERIFY(!serverSettings().contains(QStringLiteral("server/port")));
+    QVERIFY(!serverSettings().contains(QStringLiteral("server/address")));
 }
 
 void TestWebSocketServer::repliesGoToTheLatestClientOnly()
@@ -124,6 +142,68 @@ void TestWebSocketServer::listensOnLoopbackOnly()
     QVERIFY(!other.waitForConnected(1000));
 }
 
+void TestWebSocketServer::slowClientIsClosedWhileOthersAreServed()
+{
+    WebSocketServer server;
+    QSignalSpy received(&server, &WebSocketServer::receiveMessage);
+    auto other = openClient(server.port());
+    QVERIFY(waitUntil([&] { return server.clientCount() == 1; }, 3000));
+    // The slow client is the newest, so replies go to it; it reads next to nothing.
+    QTcpSocket slow;
+    slow.setReadBufferSize(1024);
+    slow.connectToHost(QStringLiteral("127.0.0.1"), server.port());
+    QVERIFY(slow.waitForConnected(3000));
+    slow.write("GET / HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(server.port())
+               + "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                 "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
+    QVERIFY(waitUntil([&] { return server.clientCount() == 2; }, 3000));
+
+    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false"));
+    LogCapture log;
+    const QString reply(64 * 1024, QLatin1Char('x'));
+    for (int i = 0; i < 1000 && !log.contains(QStringLiteral("client too slow, closed")); ++i) {
+        server.sendMessage(reply);
+        // The older client is heard and answered all along.
+        other->sendTextMessage(QStringLiteral("still here"));
+        QCoreApplication::processEvents();
+    }
+    QLoggingCategory::setFilterRules(QString());
+    QVERIFY(log.contains(QStringLiteral("client too slow, closed")));
+    QSignalSpy answered(other.get(), &QWebSocket::textMessageReceived);
+    connect(&server, &WebSocketServer::receiveMessage, &server, [&] { server.replyToSender(QStringLiteral("answer")); });
+    other->sendTextMessage(QStringLiteral("after"));
+    QVERIFY(answered.wait(3000));
+    QVERIFY(received.size() > 1);
+
+    // Read what was left for the slow client: its stream ends with a close frame, code 1008.
+    slow.setReadBufferSize(0);
+    QByteArray stream;
+    QVERIFY(waitUntil([&] {
+        stream += slow.readAll();
+        return slow.state() == QAbstractSocket::UnconnectedState;
+    }, 15000));
+    stream += slow.readAll();
+    int at = stream.indexOf("\r\n\r\n") + 4;
+    QByteArray closeFrame;
+    while (at + 2 <= stream.size()) {
+        qint64 length = quint8(stream.at(at + 1)) & 0x7F;
+        int header = 2;
+        if (length == 126) {
+            length = (quint8(stream.at(at + 2)) << 8) | quint8(stream.at(at + 3));
+            header = 4;
+        } else if (length == 127) {
+            length = qFromBigEndian<qint64>(stream.constData() + at + 2);
+            header = 10;
+        }
+        if ((quint8(stream.at(at)) & 0x0F) == 0x8)
+            closeFrame = stream.mid(at + header, int(length));
+        at += header + int(length);
+    }
+    QVERIFY2(closeFrame.size() >= 2, "no close frame");
+    QCOMPARE(qFromBigEndian<quint16>(closeFrame.constData()), quint16(1008));
+    QTRY_COMPARE(server.clientCount(), 1);
+}
+
 void TestWebSocketServer::handshakePolicy_data()
 {
     QTest::addColumn<QList<QByteArray>>("headers");
@@ -138,6 +218,12 @@ void TestWebSocketServer::handshakePolicy_data()
     QTest::newRow("lookalike prefix") << QList<QByteArray>{"Origin: http://localhost.evil.example"} << QByteArray("127.0.0.1:%") << false;
     QTest::newRow("lookalike suffix") << QList<QByteArray>{"Origin: http://evil.example/http://localhost"} << QByteArray("127.0.0.1:%") << false;
     QTest::newRow("path after origin") << QList<QByteArray>{"Origin: http://localhost:8000/"} << QByteArray("127.0.0.1:%") << false;
+    QTest::newRow("other scheme") << QList<QByteArray>{"Origin: ftp://localhost"} << QByteArray("127.0.0.1:%") << false;
+    QTest::newRow("file with a host") << QList<QByteArray>{"Origin: file://evil.example"} << QByteArray("127.0.0.1:%") << false;
+    QTest::newRow("HTML deck plug-in") << QList<QByteArray>{"Origin: file://"} << QByteArray("127.0.0.1:%") << true;
+    QTest::newRow("IPv6 page") << QList<QByteArray>{"Origin: http://[::1]:3000"} << QByteArray("[::1]:%") << true;
+    QTest::newRow("host in capitals") << QList<QByteArray>{"Origin: HTTP://LOCALHOST"} << QByteArray("LOCALHOST:%") << true;
+    QTest::newRow("other IPv6 host") << QList<QByteArray>{} << QByteArray("[::2]:%") << false;
     QTest::newRow("two origins") << QList<QByteArray>{"Origin: http://localhost", "Origin: https://example.com"}
                                  << QByteArray("127.0.0.1:%") << false;
     QTest::newRow("rebinding host") << QList<QByteArray>{} << QByteArray("evil.example:8000") << false;

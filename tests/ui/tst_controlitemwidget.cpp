@@ -1,8 +1,10 @@
 // The control card against the simulated lights: what the user does on the card must reach the
 // light through the real device manager, and what the light reports must show on the card.
 #include "controlitemwidget.h"
+#include "custompopup.h"
 #include "customslider.h"
 #include "devicemgr.h"
+#include "groupheaderwidget.h"
 #include "lighteffectsetdialog.h"
 #include "processutil.h"
 #include "rotatingsvgwidget.h"
@@ -107,6 +109,13 @@ private slots:
     void colourButtonTextStaysReadable();
     void effectGridFivePerRow();
     void lostLinkAndReconnect();
+    void dragEndsWhenTheSliderIsDisabled();
+    void overlappingDragsKeepAdjusting_data();
+    void overlappingDragsKeepAdjusting();
+    void keyboardChangesAreCoalesced();
+    void controlsFollowCapabilityAndLink_data();
+    void controlsFollowCapabilityAndLink();
+    void groupHeaderDrivesEveryLight();
 
 private:
     ControlItemWidget *makeCard(const QString &addr);
@@ -288,7 +297,9 @@ void TestControlItemWidget::colourPickClearsTheEffect()
     dialog->setCurrentColor(QColor(0, 255, 0));
     dialog->accept();
     QCOMPARE(card->currentEffect(), QString());
-    QCOMPARE(card->effectButton()->toolTip(), QString());
+    // The button no longer names the effect.
+    QCOMPARE(card->effectButton()->toolTip(), QStringLiteral("光效"));
+    QCOMPARE(card->effectButton()->text(), QStringLiteral("光效"));
     QCOMPARE(picker->checkedCmd(), QString());
     QVERIFY(card->colorButton()->styleSheet().contains(QLatin1String("background-color: #00ff00; color: #ffffff;")));
     QVERIFY(waitUntil([] { return SimLights::state(kFF).value(QLatin1String("hue")).toInt() == 120; }, 3000));
@@ -356,13 +367,206 @@ void TestControlItemWidget::lostLinkAndReconnect()
     QVERIFY(!card->powerButton()->isVisible());
     RotatingSvgWidget *icon = card->reconnectIcon();
     QVERIFY(icon->isVisible());
-    QVERIFY(!icon->isRotating());
-
+    // The program tries again by itself and the icon spins meanwhile; a click adds no second attempt.
+    QVERIFY(icon->isRotating());
     QTest::mouseClick(icon, Qt::LeftButton);
     QVERIFY(icon->isRotating());
     QVERIFY(waitUntil([&] { return card->linkStateLabel()->text() == QStringLiteral("已连接"); }, 5000));
     QVERIFY(!icon->isRotating());
     QVERIFY(card->powerButton()->isVisible());
+    QCOMPARE(SimLights::state(kFF).value(QLatin1String("overlappingAttempts")).toInt(), 0);
+}
+
+// A light switched off by a plug-in client while its slider is held: the drag ends, so the
+// 55 AA light's own reports are applied again afterwards.
+void TestControlItemWidget::dragEndsWhenTheSliderIsDisabled()
+{
+    ControlItemWidget *card = makeCard(kAA);
+    QVERIFY(card);
+    CustomSlider *slider = card->brightnessSlider();
+    QVERIFY(slider->isEnabled());
+    QTest::mousePress(slider, Qt::LeftButton, {}, handleCentre(slider, slider->value()));
+    DeviceMgrSingleton::instance()->powerOff(kAA);
+    QVERIFY(waitUntil([&] { return !slider->isEnabled(); }, 3000));
+    QTest::qWait(ControlItemWidget::kAdjustingEndDelayMs + 100);
+    QVERIFY(SimLights::command(QStringLiteral("knob %1 power on").arg(kAA)).startsWith(QLatin1String("ok")));
+    QVERIFY(waitUntil([&] { return card->powerButton()->choose() && slider->isEnabled(); }, 3000));
+}
+
+void TestControlItemWidget::overlappingDragsKeepAdjusting_data()
+{
+    QTest::addColumn<QString>("first");
+    QTest::newRow("same light") << kAA;
+    QTest::newRow("another light") << kFF;
+}
+
+void TestControlItemWidget::overlappingDragsKeepAdjusting()
+{
+    QFETCH(QString, first);
+    ControlItemWidget *card = makeCard(kAA);
+    QVERIFY(card);
+    std::unique_ptr<ControlItemWidget> other;
+    CustomSlider *firstSlider = card->brightnessSlider();
+    if (first != kAA) {
+        other = std::make_unique<ControlItemWidget>();
+        other->setDevice(defaultGroupUuid(), QStringLiteral("all"), SimLights::stored(first));
+        other->show();
+        QVERIFY(QTest::qWaitForWindowExposed(other.get()));
+        firstSlider = other->brightnessSlider();
+    }
+    QTest::mousePress(firstSlider, Qt::LeftButton, {}, handleCentre(firstSlider, firstSlider->value()));
+    QTest::mouseRelease(firstSlider, Qt::LeftButton, {}, handleCentre(firstSlider, firstSlider->value()));
+    CustomSlider *slider = card->brightnessSlider();
+    const int held = slider->value();
+    QTest::mousePress(slider, Qt::LeftButton, {}, handleCentre(slider, held));
+    // Well past the first drag's end: the light's reports must still be held back.
+    QTest::qWait(ControlItemWidget::kAdjustingEndDelayMs + 200);
+    QVERIFY(SimLights::command(QStringLiteral("knob %1 brightness 17").arg(kAA)).startsWith(QLatin1String("ok")));
+    QTest::qWait(400);
+    QCOMPARE(slider->value(), held);
+    QTest::mouseRelease(slider, Qt::LeftButton, {}, handleCentre(slider, held));
+    QTest::qWait(ControlItemWidget::kAdjustingEndDelayMs + 100);
+    QVERIFY(SimLights::command(QStringLiteral("knob %1 brightness 23").arg(kAA)).startsWith(QLatin1String("ok")));
+    QVERIFY(waitUntil([&] { return slider->value() == 23; }, 3000));
+}
+
+void TestControlItemWidget::keyboardChangesAreCoalesced()
+{
+    auto lightBrightness = [] { return SimLights::state(kAA).value(QLatin1String("brightness")).toInt(); };
+    // One request at a time: the light's answer to a switch-on may carry its older brightness.
+    DeviceMgrSingleton::instance()->powerOn(kAA);
+    QVERIFY(waitUntil([] { return SimLights::stored(kAA).switchState; }, 3000));
+    QTest::qWait(200);
+    DeviceMgrSingleton::instance()->setBrightness(kAA, 40);
+    QVERIFY(waitUntil([&] { return lightBrightness() == 40 && SimLights::stored(kAA).brightness == 40; }, 3000));
+    ControlItemWidget *card = makeCard(kAA);
+    QVERIFY(card);
+    CustomSlider *slider = card->brightnessSlider();
+    QTRY_VERIFY(slider->isEnabled());
+    QTRY_COMPARE(slider->value(), 40);
+    const int before = int(brightnessFrames(kAA).size());
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 0; i < 8; ++i)
+        QTest::keyClick(slider, Qt::Key_Right);
+    QTest::keyClick(slider, Qt::Key_PageUp);
+    const qint64 typed = clock.elapsed();
+    QCOMPARE(slider->value(), 58);
+    // Reaches the light without any drag, coalesced like one.
+    QVERIFY(waitUntil([&] { return lightBrightness() == 58; }, 3000));
+    QTest::qWait(300);
+    QList<int> sent = brightnessFrames(kAA).mid(before);
+    QVERIFY2(sent.size() <= 2 + typed / ControlItemWidget::kDragIntervalMs, qPrintable(QString::number(sent.size())));
+    QCOMPARE(sent.last(), 58);
+
+    // Once the light reports a change of its own, no keyboard value goes out later over it, not
+    // even with the next press of the handle.
+    QTest::keyClick(slider, Qt::Key_Home);
+    QVERIFY(waitUntil([&] { return lightBrightness() == 0; }, 3000));
+    QTest::qWait(500);
+    QVERIFY(SimLights::command(QStringLiteral("knob %1 brightness 30").arg(kAA)).startsWith(QLatin1String("ok")));
+    QTRY_COMPARE(slider->value(), 30);
+    QTest::mousePress(slider, Qt::LeftButton, {}, handleCentre(slider, 30));
+    QTest::mouseRelease(slider, Qt::LeftButton, {}, handleCentre(slider, 30));
+    QTest::qWait(300);
+    QCOMPARE(lightBrightness(), 30);
+    // The bubble names its unit.
+    QVERIFY(slider->popup()->text().endsWith(QLatin1Char('%')));
+    QVERIFY(card->temperatureSlider()->popup()->text().endsWith(QLatin1Char('K')));
+}
+
+void TestControlItemWidget::controlsFollowCapabilityAndLink_data()
+{
+    QTest::addColumn<int>("protocol");
+    QTest::addColumn<bool>("colour");
+    QTest::addColumn<bool>("effects");
+    QTest::addColumn<int>("linkState");
+    QTest::addColumn<bool>("colourEnabled");
+    QTest::addColumn<bool>("effectEnabled");
+    QTest::addColumn<bool>("slidersEnabled");
+    QTest::newRow("colour light with effects") << 2 << true << true << 1 << true << true << true;
+    QTest::newRow("white light with effects") << 1 << false << true << 1 << false << true << true;
+    QTest::newRow("55 AA light") << 1001 << false << false << 1 << false << false << true;
+    QTest::newRow("Hue lamp: colour, no effect list") << 2001 << true << true << 1 << true << false << true;
+    QTest::newRow("not connected") << 2 << true << true << 0 << false << false << false;
+}
+
+void TestControlItemWidget::controlsFollowCapabilityAndLink()
+{
+    QFETCH(int, protocol);
+    QFETCH(bool, colour);
+    QFETCH(bool, effects);
+    QFETCH(int, linkState);
+    DevData dev;
+    dev.addr = QStringLiteral("AA:00:00:00:00:55");
+    dev.name = QStringLiteral("Probe");
+    dev.protocol = protocol;
+    dev.colorLightEnable = colour;
+    dev.lightEffectEnable = effects;
+    DevDataMgr *store = DeviceMgrSingleton::instance()->store();
+    store->addDev(dev);
+    dev.linkState = quint8(linkState);
+    dev.switchState = true;
+    dev.devCurModel = 3;
+    dev.colorLight = QStringLiteral("#00ff00");
+    store->updateDev(dev);
+
+    ControlItemWidget *card = makeCard(dev.addr);
+    QVERIFY(card);
+    QTEST(card->colorButton()->isEnabled(), "colourEnabled");
+    QTEST(card->effectButton()->isEnabled(), "effectEnabled");
+    QTEST(card->brightnessSlider()->isEnabled(), "slidersEnabled");
+    QTEST(card->temperatureSlider()->isEnabled(), "slidersEnabled");
+
+    // The link comes and goes: the controls with it.
+    dev.linkState = quint8(1 - linkState);
+    store->updateDev(dev);
+    QTRY_COMPARE(card->brightnessSlider()->isEnabled(), linkState == 0);
+    dev.linkState = quint8(linkState);
+    store->updateDev(dev);
+    QTRY_COMPARE(card->brightnessSlider()->isEnabled(), linkState != 0);
+
+    if (protocol == 2) {
+        // Out of colour mode the colour button drops the colour; a running effect is named.
+        QVERIFY(card->colorButton()->styleSheet().contains(QLatin1String("#00ff00")));
+        dev.devCurModel = 2;
+        dev.lightEffect = QStringLiteral("9");
+        store->updateDev(dev);
+        QTRY_VERIFY(!card->colorButton()->styleSheet().contains(QLatin1String("#00ff00")));
+        const QString name = card->effectPicker()->button(QStringLiteral("9"))->text();
+        QCOMPARE(card->effectButton()->toolTip(), name);
+        QVERIFY(card->effectButton()->text() != QStringLiteral("光效"));
+        QVERIFY(name.startsWith(card->effectButton()->text().chopped(1)));
+    }
+    DeviceMgrSingleton::instance()->delDev(defaultGroupUuid(), dev.addr);
+}
+
+void TestControlItemWidget::groupHeaderDrivesEveryLight()
+{
+    DeviceMgr *mgr = DeviceMgrSingleton::instance();
+    const QString uuid = mgr->addGroup(QStringLiteral("Both"));
+    mgr->addDevToGroup(uuid, SimLights::stored(kFF));
+    mgr->addDevToGroup(uuid, SimLights::stored(kAA));
+    mgr->powerOn(kFF);
+    mgr->powerOn(kAA);
+    QVERIFY(waitUntil([] { return SimLights::stored(kFF).switchState && SimLights::stored(kAA).switchState; }, 3000));
+    GroupHeaderWidget header(uuid);
+    header.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&header));
+    QTRY_VERIFY(header.powerButton()->choose());
+
+    CustomSlider *slider = header.brightnessSlider();
+    QTRY_VERIFY(slider->isEnabled());
+    QTest::mousePress(slider, Qt::LeftButton, {}, handleCentre(slider, slider->value()));
+    dragTo(slider, 50);
+    QTest::mouseRelease(slider, Qt::LeftButton, {}, handleCentre(slider, 50));
+    auto state = [](const QString &addr, const char *key) { return SimLights::state(addr).value(QLatin1String(key)).toVariant().toInt(); };
+    QVERIFY(waitUntil([&] { return state(kFF, "brightness") == 50 && state(kAA, "brightness") == 50; }, 3000));
+
+    QTest::mouseClick(header.powerButton(), Qt::LeftButton);
+    QVERIFY(waitUntil([&] { return !state(kFF, "power") && !state(kAA, "power"); }, 3000));
+    QTRY_VERIFY(!slider->isEnabled());
+    mgr->delGroup(uuid);
 }
 
 QTEST_MAIN(TestControlItemWidget)

@@ -6,11 +6,13 @@
 #include "devicemgr.h"
 #include "menuutil.h"
 #include "processutil.h"
+#include "rotatingsvgwidget.h"
 #include "simlights.h"
 #include "testhome.h"
 
 #include <QApplication>
 #include <QGroupBox>
+#include <QInputDialog>
 #include <QLabel>
 #include <QMenu>
 #include <QPointer>
@@ -53,6 +55,28 @@ QStringList cardAddrs(const QGroupBox *section)
     return result;
 }
 
+// Runs open, which pops up a context menu, and picks the action with the given text.
+bool chooseFromMenu(const std::function<void()> &open, const QString &text)
+{
+    bool chosen = false;
+    QTimer::singleShot(100, [&] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        if (!menu)
+            return;
+        for (QAction *action : menu->actions()) {
+            if (action->text() == text) {
+                menu->setActiveAction(action);
+                QTest::keyClick(menu, Qt::Key_Return);
+                chosen = true;
+                return;
+            }
+        }
+        menu->close();
+    });
+    open();
+    return chosen;
+}
+
 } // namespace
 
 class TestControlWidget : public QObject
@@ -68,6 +92,7 @@ private slots:
     void deletingAGroupLeavesOtherSections();
     void cardDeleteFromItsMenu_data();
     void cardDeleteFromItsMenu();
+    void renameFromTheCardShowsEverywhere();
 
 private:
     DeviceMgr *mgr() const { return DeviceMgrSingleton::instance(); }
@@ -203,8 +228,13 @@ void TestControlWidget::cardDeleteFromItsMenu()
     const QString uuid = fromAllDevices ? defaultGroupUuid() : stage;
     ControlItemWidget *card = ControlWidget::card(panel.section(uuid), kKey.addr);
     QVERIFY(card);
-    QCOMPARE(runContextMenu([&] { emit card->customContextMenuRequested(QPoint(20, 20)); }, QStringLiteral("删除")),
-             QStringList{QStringLiteral("删除")});
+    // From the keyboard: Delete on the focused card (here its reconnect icon) opens its menu.
+    QWidget *focused = card->reconnectIcon();
+    panel.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&panel));
+    focused->setFocus(Qt::TabFocusReason);
+    QVERIFY(focused->hasFocus());
+    QVERIFY(chooseFromMenu([&] { QTest::keyClick(focused, Qt::Key_Delete); }, QStringLiteral("删除")));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
     // The group's only light is gone from it either way, and with it the group's section.
@@ -214,6 +244,30 @@ void TestControlWidget::cardDeleteFromItsMenu()
     QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())),
              fromAllDevices ? QStringList{kFill.addr} : (QStringList{kFill.addr, kKey.addr}));
     QCOMPARE(cleared.count(), 0);
+}
+
+void TestControlWidget::renameFromTheCardShowsEverywhere()
+{
+    mgr()->addDev(kKey);
+    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+    mgr()->addDevToGroup(stage, kKey);
+    ControlWidget panel;
+    panel.resize(610, 800);
+    panel.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&panel));
+    // Each section starts with its group's own controls.
+    QVERIFY(ControlWidget::header(panel.section(stage)));
+    ControlItemWidget *card = ControlWidget::card(panel.section(defaultGroupUuid()), kKey.addr);
+    QVERIFY(chooseFromMenu([&] { emit card->customContextMenuRequested(QPoint(20, 20)); }, QStringLiteral("重命名")));
+    auto *dialog = card->findChild<QInputDialog *>();
+    QVERIFY(dialog);
+    QCOMPARE(dialog->textValue(), QStringLiteral("Key"));
+    dialog->setTextValue(QStringLiteral("  Key left  "));
+    dialog->accept();
+
+    QCOMPARE(mgr()->store()->findDev(kKey.addr)->name, QStringLiteral("Key left"));
+    QTRY_COMPARE(card->name(), QStringLiteral("Key left"));
+    QTRY_COMPARE(ControlWidget::card(panel.section(stage), kKey.addr)->nameLabel()->text(), QStringLiteral("Key left"));
 }
 
 QTEST_MAIN(TestControlWidget)

@@ -261,6 +261,13 @@ void TestGroupSettings::addLightsToAGroup()
             item->setSelected(false);
     }
     box->handleOkBtn();
+    // Asked first, like every other removal, naming the light and the group.
+    auto *tips = info()->findChild<DeleteTipsWidget *>();
+    QVERIFY(waitUntil([&] { return tips->isVisible(); }, 2000));
+    QCOMPARE(storedMembers(uuid).size(), 2);
+    QVERIFY(tips->text().contains(QStringLiteral("Brivon V60 Bi-Color")));
+    QVERIFY(tips->text().contains(groupName(0)));
+    tips->onOkClicked();
     QCOMPARE(storedMembers(uuid), QStringList{kQ300});
     QVERIFY(mgr()->store()->findDev(kV60));
 
@@ -312,7 +319,14 @@ void TestGroupSettings::removeLights()
     QCOMPARE(tips->isVisible(), ask);
     if (ask) {
         QVERIFY(mgr()->store()->findDev(kV80));
+        QVERIFY(tips->text().contains(QStringLiteral("Brivon V80C RGB")));
+        // Which of the two it is: only the question about all lights says the light is forgotten.
+        QCOMPARE(tips->text().contains(QStringLiteral("members")), fromGroup);
+        // Another selection while the question is open does not change what it was about.
+        QListWidget *groupList = groups()->listWidget();
+        groupList->setCurrentItem(fromGroup ? groupList->item(0) : groups()->itemForUuid(uuid));
         tips->onOkClicked();
+        groupList->setCurrentItem(fromGroup ? groups()->itemForUuid(uuid) : groupList->item(0));
     }
 
     QVERIFY(!info()->listedAddresses().contains(kV80));

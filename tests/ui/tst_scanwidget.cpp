@@ -53,6 +53,7 @@ private slots:
     void eachLightListedOncePerScan();
     void everyWayOutStopsTheScan_data();
     void everyWayOutStopsTheScan();
+    void emptyScanOffersAnother();
     void connectingTwoLightsSwitchesOnce();
 
 private:
@@ -106,13 +107,13 @@ void TestScanWidget::eachLightListedOncePerScan()
     QCOMPARE(listedAddresses(m_scan->deviceWidget()),
              (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:02", "AA:00:00:00:00:03", "AA:00:00:00:00:04",
                           "AA:00:00:00:00:05"}));
-    QCOMPARE(m_scan->deviceWidget()->listWidget()->item(1)->text(), QStringLiteral("Fill light"));
-    // "连接" needs a selection.
-    QVERIFY(!m_scan->connectButton()->isEnabled());
-    m_scan->deviceWidget()->listWidget()->item(1)->setSelected(true);
-    QVERIFY(m_scan->connectButton()->isEnabled());
-    m_scan->deviceWidget()->listWidget()->clearSelection();
-    QVERIFY(!m_scan->connectButton()->isEnabled());
+    // The address beside the name; a nameless light by its address alone.
+    QVERIFY(m_scan->deviceWidget()->listWidget()->item(1)->text().startsWith(QStringLiteral("Fill light")));
+    QVERIFY(m_scan->deviceWidget()->listWidget()->item(1)->text().endsWith(QStringLiteral("AA:00:00:00:00:02")));
+    DevData nameless;
+    nameless.addr = QStringLiteral("AA:00:00:00:00:09");
+    emit mgr->sigDeviceDiscovered(nameless);
+    QCOMPARE(m_scan->deviceWidget()->listWidget()->item(5)->text(), nameless.addr);
 
     // The next showing starts from an empty list.
     m_scan->hide();
@@ -120,6 +121,35 @@ void TestScanWidget::eachLightListedOncePerScan()
     QCOMPARE(m_scan->deviceWidget()->count(), 0);
     QVERIFY(waitListed(5));
     QCOMPARE(m_scan->deviceWidget()->count(), 5);
+}
+
+void TestScanWidget::emptyScanOffersAnother()
+{
+    DeviceMgr *mgr = DeviceMgrSingleton::instance();
+    m_scan->show();
+    QVERIFY(!m_scan->rescanButton()->isEnabled());
+    // A transport whose scan ends before anything is found.
+    emit mgr->sigDeviceDiscoveredFinished();
+    QVERIFY(m_scan->deviceWidget()->isNothingFoundVisible());
+    QVERIFY(m_scan->rescanButton()->isEnabled());
+    QTest::mouseClick(m_scan->rescanButton(), Qt::LeftButton);
+    QVERIFY(m_scan->isVisible());
+    QVERIFY(!m_scan->deviceWidget()->isNothingFoundVisible());
+    QVERIFY(m_scan->deviceWidget()->isDiscoverTipVisible());
+    QVERIFY(waitListed(1));
+}
+
+void TestScanWidget::connectNeedsASelection()
+{
+    m_scan->show();
+    QVERIFY(!m_scan->connectButton()->isEnabled());
+    QVERIFY(waitListed(2));
+    QVERIFY(!m_scan->connectButton()->isEnabled());
+    QListWidget *list = m_scan->deviceWidget()->listWidget();
+    list->item(1)->setSelected(true);
+    QVERIFY(m_scan->connectButton()->isEnabled());
+    list->clearSelection();
+    QVERIFY(!m_scan->connectButton()->isEnabled());
 }
 
 void TestScanWidget::everyWayOutStopsTheScan_data()
@@ -177,21 +207,104 @@ void TestScanWidget::connectingTwoLightsSwitchesOnce()
     m_scan->show();
     QVERIFY(waitListed(5));
     QListWidget *list = m_scan->deviceWidget()->listWidget();
-    list->item(1)->setSelected(true);
-    list->item(2)->setSelected(true);
+    // Any set: a click, a Ctrl click two rows further, then the keyboard, which adds nothing more.
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(1)).center());
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                      list->visualItemRect(list->item(3)).center());
+    QCOMPARE(list->selectedItems().size(), 2);
+    list->setFocus();
+    QVERIFY(list->hasFocus());
+    QTest::keyClick(list, Qt::Key_Down, Qt::ControlModifier);
+    QTest::keyClick(list, Qt::Key_Space, Qt::ControlModifier);
+    QCOMPARE(list->selectedItems().size(), 3);
+    QTest::keyClick(list, Qt::Key_Space, Qt::ControlModifier);
+    QCOMPARE(list->selectedItems().size(), 2);
     QTest::mouseClick(m_scan->connectButton(), Qt::LeftButton);
 
     QCOMPARE(switched.size(), 1);
     QCOMPARE(stored.size(), 2);
     const DevData *fill = mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:02"));
-    QCOMPARE(fill->name + QString::number(fill->protocol), QStringLiteral("Fill light2")); // as discovery reported it
+    QVERIFY(fill);
+    QCOMPARE(fill->name, QStringLiteral("Fill light"));
+    QCOMPARE(fill->protocol, 2); // the record as discovery reported it
+    QVERIFY(mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:04")));
+    QVERIFY(!m_scan->isVisible());
+    // Both are linked at once, not only when a later scan sees them again.
+    QVERIFY(waitUntil([&]() {
+        return mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:02"))->linkState == 1
+            && mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:04"))->linkState == 1;
+    }, 3000));
 
     // Next time the stored lights are not offered again.
     m_scan->show();
     QVERIFY(waitListed(3));
     QTest::qWait(600);
     QCOMPARE(listedAddresses(m_scan->deviceWidget()),
-             (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:04", "AA:00:00:00:00:05"}));
+             (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:03", "AA:00:00:00:00:05"}));
+}
+
+void TestScanWidget::groupBoxReportsTheChange_data()
+{
+    QTest::addColumn<QStringList>("members");
+    QTest::addColumn<QList<int>>("clicks"); // rows clicked, in order
+    QTest::addColumn<QStringList>("added");
+    QTest::addColumn<QStringList>("removed");
+
+    QTest::newRow("nothing changed") << QStringList{"B"} << QList<int>{} << QStringList() << QStringList();
+    QTest::newRow("two added") << QStringList() << QList<int>{2, 0} << QStringList{"A", "C"} << QStringList();
+    QTest::newRow("one removed") << QStringList{"A", "B"} << QList<int>{0} << QStringList() << QStringList{"A"};
+    QTest::newRow("clicked twice") << QStringList{"C"} << QList<int>{1, 1} << QStringList() << QStringList();
+    QTest::newRow("swapped") << QStringList{"A"} << QList<int>{0, 1} << QStringList{"B"} << QStringList{"A"};
+    // Rows reached with the arrows and toggled with Space.
+    QTest::newRow("keyboard") << QStringList{"A"} << QList<int>{2, 0} << QStringList{"C"} << QStringList{"A"};
+}
+
+void TestScanWidget::groupBoxReportsTheChange()
+{
+    QFETCH(QStringList, members);
+    QFETCH(QList<int>, clicks);
+    QList<DevData> offered;
+    QList<DevData> groupLights;
+    for (const QString &addr : {QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}) {
+        DevData dev;
+        dev.addr = addr;
+        dev.name = QStringLiteral("Light ") + addr;
+        offered << dev;
+        if (members.contains(addr))
+            groupLights << dev;
+    }
+    DeviceNameWidget box;
+    box.setDevices(offered);
+    box.onSyncSelectDevice(groupLights);
+    box.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&box));
+    QStringList added;
+    QStringList removed;
+    connect(&box, &DeviceNameWidget::handleAddDevice, this, [&](QList<DevData> &info) {
+        for (const DevData &dev : info)
+            added << dev.addr;
+    });
+    connect(&box, &DeviceNameWidget::handleDelDevice, this, [&](QString addr) { removed << addr; });
+
+    QListWidget *list = box.listWidget();
+    const bool keys = QByteArray(QTest::currentDataTag()) == "keyboard";
+    for (int row : clicks) {
+        if (!keys) {
+            QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(row)).center());
+            continue;
+        }
+        list->setFocus();
+        QVERIFY(list->hasFocus());
+        while (list->currentRow() < row)
+            QTest::keyClick(list, Qt::Key_Down);
+        while (list->currentRow() > row)
+            QTest::keyClick(list, Qt::Key_Up);
+        QTest::keyClick(list, Qt::Key_Space);
+    }
+    box.findChild<QPushButton *>(QStringLiteral("btnDeviceNameOk"))->click();
+    QTEST(added, "added");
+    QTEST(removed, "removed");
+    QVERIFY(!box.isVisible());
 }
 
 QTEST_MAIN(TestScanWidget)

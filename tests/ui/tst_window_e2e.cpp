@@ -1,6 +1,7 @@
 // A scripted session of the real main window with the simulated lights: add two lights through
-// the scan window, group them in the group settings, drive the group from the control page and
-// delete a light. The simulator's control socket shows what reached the lights.
+// the scan window, group them in the group settings, drive the group from the control page,
+// delete a light, and quit from the tray right after a change. The simulator's control socket
+// shows what reached the lights.
 #include "controlitemwidget.h"
 #include "controlwidget.h"
 #include "customlistwidget.h"
@@ -9,6 +10,7 @@
 #include "devicenamewidget.h"
 #include "devicewidget.h"
 #include "devinfowidget.h"
+#include "logcapture.h"
 #include "devnamegroupwidget.h"
 #include "middlewidget.h"
 #include "modifytitlebar.h"
@@ -23,10 +25,16 @@
 
 #include <QApplication>
 #include <QGroupBox>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QListWidget>
 #include <QMenu>
 #include <QPushButton>
+#include <QScreen>
+#include <QSystemTrayIcon>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 
@@ -55,6 +63,7 @@ class TestWindowE2E : public QObject
 private slots:
     void initTestCase();
     void addGroupDriveDelete();
+    void trayExitKeepsTheLastChange();
 
 private:
     std::unique_ptr<TestHome> m_home;
@@ -90,7 +99,9 @@ void TestWindowE2E::addGroupDriveDelete()
     scan->connectButton()->click();
     QVERIFY(!scan->isVisible());
     QVERIFY(window.controlWidget()->isVisible());
-    QCOMPARE(window.size(), QSize(610, 800));
+    // As tall as the screen lets it be (the offscreen screen is 600 high), and inside it.
+    QCOMPARE(window.size(), QSize(610, 800).boundedTo(window.screen()->availableGeometry().size()));
+    QVERIFY(window.screen()->availableGeometry().contains(window.frameGeometry()));
     QCOMPARE(mgr()->deviceCount(), 2);
 
     // The scan window links the lights it adds.
@@ -136,6 +147,35 @@ void TestWindowE2E::addGroupDriveDelete()
     QVERIFY(waitUntil([&] { return ControlWidget::cards(section).size() == 1; }, 2000));
     QVERIFY(waitUntil([&] { return SimLights::state(kV80).value(QLatin1String("connected")) == QJsonValue(false); }, 3000));
     QVERIFY(window.controlWidget()->isVisible());
+}
+
+void TestWindowE2E::trayExitKeepsTheLastChange()
+{
+    ModifyWindow window;
+    window.show();
+    // The light's report of the previous case's switch-off may still be on its way and briefly
+    // undo the switch-on: wait for the light's own report that it is on.
+    LogCapture log(true);
+    mgr()->powerOn(kV60);
+    QVERIFY(waitUntil([&] {
+        for (const QString &line : log.matching(QStringLiteral("doVTypeDevRecvData"))) {
+            if (line.contains(kV60) && line.contains(QLatin1String("powerOn: true")))
+                return true;
+        }
+        return false;
+    }, 3000));
+    const DevData *stored = mgr()->store()->findDev(kV60);
+    QVERIFY(stored && stored->switchState);
+    // Within half a second of the last write: these wait for the next one, which never comes.
+    mgr()->setBrightness(kV60, 44);
+    mgr()->setBrightness(kV60, 45);
+    QAction *exit = window.trayIcon()->contextMenu()->actions().value(1);
+    QVERIFY(exit && exit->text() == QStringLiteral("退出"));
+    QTimer::singleShot(0, exit, &QAction::trigger);
+    QCOMPARE(QCoreApplication::exec(), 0);
+    const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
+    QCOMPARE(devs.size(), 1);
+    QCOMPARE(devs.at(0).toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 45);
 }
 
 QTEST_MAIN(TestWindowE2E)

@@ -2,6 +2,7 @@
 
 #include <QJsonDocument>
 #include <QRandomGenerator>
+#include <QTimer>
 
 namespace {
 
@@ -200,8 +201,16 @@ HttpResponse FakeBridge::handlePairing(const HttpRequest &request)
     const QJsonObject body = document.object();
     if (!body.value(QLatin1String("devicetype")).isString())
         return v1Error(5, QStringLiteral("invalid/missing parameters in body"));
-    if (m_linkButton.hasExpired())
+    if (m_linkButton.hasExpired()) {
+        if (m_autoLinkSecs >= 0 && !m_autoLinkPending) {
+            m_autoLinkPending = true;
+            QTimer::singleShot(m_autoLinkSecs * 1000, [this]() {
+                m_autoLinkPending = false;
+                pressLinkButton();
+            });
+        }
         return v1Error(101, QStringLiteral("link button not pressed"));
+    }
 
     const QString username = randomText(40, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-");
     m_users.insert(username);

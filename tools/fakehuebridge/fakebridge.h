@@ -24,6 +24,8 @@ public:
     void setClientKeyEnabled(bool on) { m_clientKey = on; }
     void addUser(const QString &username) { m_users.insert(username); }
     void pressLinkButton() { m_linkButton = QDeadlineTimer(kLinkButtonSecs * 1000); }
+    // Presses the link button on its own `secs` after a pairing request finds it up (negative: never).
+    void setAutoLinkButton(int secs) { m_autoLinkSecs = secs; }
     // Replaces the lights; the file holds an array of light objects or a {"data": [...]} object.
     bool loadLights(const QByteArray &json, QString *error);
 
@@ -52,6 +54,8 @@ private:
     bool m_clientKey = true;
     QSet<QString> m_users;
     QDeadlineTimer m_linkButton{0};
+    int m_autoLinkSecs = -1;
+    bool m_autoLinkPending = false;
     QJsonArray m_lights;
     QList<CannedReply> m_canned;
 };

@@ -80,9 +80,10 @@ int main(int argc, char *argv[])
     const QCommandLineOption advertiseOption(QStringLiteral("advertise"), QStringLiteral("internalipaddress reported by discovery (default: the address, with the port when only --port is used)."), QStringLiteral("address"));
     const QCommandLineOption userOption(QStringLiteral("user"), QStringLiteral("An application key accepted without pairing (repeatable)."), QStringLiteral("key"));
     const QCommandLineOption linkOption(QStringLiteral("link-button"), QStringLiteral("Start with the link button pressed."));
+    const QCommandLineOption autoLinkOption(QStringLiteral("link-button-after"), QStringLiteral("Press the link button on its own this many seconds after a pairing request finds it up (for demos)."), QStringLiteral("secs"));
     const QCommandLineOption noClientKeyOption(QStringLiteral("no-clientkey"), QStringLiteral("Answer pairing without a clientkey."));
     parser.addOptions({addressOption, httpOption, httpsOption, mixedOption, certOption, keyOption, lightsOption,
-                       idOption, advertiseOption, userOption, linkOption, noClientKeyOption});
+                       idOption, advertiseOption, userOption, linkOption, autoLinkOption, noClientKeyOption});
     parser.process(app);
 
     const QHostAddress address(parser.value(addressOption));
@@ -129,6 +130,12 @@ int main(int argc, char *argv[])
         bridge.addUser(user);
     if (parser.isSet(linkOption))
         bridge.pressLinkButton();
+    if (parser.isSet(autoLinkOption)) {
+        const int secs = parser.value(autoLinkOption).toInt(&ok);
+        if (!ok || secs < 0 || secs > 3600)
+            return fail(QStringLiteral("--link-button-after takes seconds from 0 to 3600"));
+        bridge.setAutoLinkButton(secs);
+    }
     if (parser.isSet(lightsOption)) {
         QFile file(parser.value(lightsOption));
         QString error;

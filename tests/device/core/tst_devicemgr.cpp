@@ -24,7 +24,7 @@ public:
         return true;
     }
     void removeDevice(const QString &addr) override { calls << QStringLiteral("remove ") + addr; }
-    void setAdjusting(bool on) override { calls << QStringLiteral("adjusting %1").arg(on); }
+    void setAdjusting(const QString &addr, bool on) override { calls << QStringLiteral("adjusting %1 %2").arg(addr).arg(on); }
     void powerOn(const QString &addr) override { calls << QStringLiteral("on ") + addr; }
     void powerOff(const QString &addr) override { calls << QStringLiteral("off ") + addr; }
     void setTemperature(const QString &addr, int v) override { calls << QStringLiteral("temperature %1 %2").arg(addr).arg(v); }
@@ -67,8 +67,9 @@ private slots:
     void cleanup();
     void routesByStoredProtocol_data();
     void routesByStoredProtocol();
-    void brightnessByRatioTruncates_data();
-    void brightnessByRatioTruncates();
+    void brightnessByRatioRounds_data();
+    void brightnessByRatioRounds();
+    void effectsOnlyFromTheLightsOwnList();
     void discoveryIsReportedOncePerScan();
     void relaysTransportSignals();
 
@@ -123,7 +124,7 @@ void TestDeviceMgr::routesByStoredProtocol()
     m_mgr->powerOn(QStringLiteral("not stored"));
     QVERIFY(!m_mgr->reconnectDevice(QStringLiteral("not stored")));
 
-    const QStringList expected{"reconnect L", "on L", "color L #ff0000", "adjusting 1"};
+    const QStringList expected{"reconnect L", "on L", "color L #ff0000", "adjusting L 1"};
     QCOMPARE(m_ble->calls, transport == QLatin1String("ble") ? expected : QStringList());
     QCOMPARE(m_hue->calls, transport == QLatin1String("hue") ? expected : QStringList());
     QCOMPARE(reconnected, !transport.isEmpty());
@@ -131,18 +132,20 @@ void TestDeviceMgr::routesByStoredProtocol()
              transport == QLatin1String("ble") ? m_ble.get() : transport == QLatin1String("hue") ? m_hue.get() : nullptr);
 }
 
-void TestDeviceMgr::brightnessByRatioTruncates_data()
+void TestDeviceMgr::brightnessByRatioRounds_data()
 {
     QTest::addColumn<int>("min");
     QTest::addColumn<int>("max");
     QTest::addColumn<double>("ratio");
     QTest::addColumn<int>("sent");
     QTest::newRow("half of 10..100") << 10 << 100 << 0.5 << 55;
-    QTest::newRow("truncated, not rounded") << 0 << 100 << 0.299 << 29;
+    QTest::newRow("rounded down") << 0 << 100 << 0.294 << 29;
+    QTest::newRow("29 % is 29, not 28") << 0 << 100 << 0.29 << 29;
+    QTest::newRow("rounded up") << 0 << 255 << 0.5 << 128;
     QTest::newRow("full") << 0 << 254 << 1.0 << 254;
 }
 
-void TestDeviceMgr::brightnessByRatioTruncates()
+void TestDeviceMgr::brightnessByRatioRounds()
 {
     QFETCH(int, min);
     QFETCH(int, max);
@@ -151,6 +154,20 @@ void TestDeviceMgr::brightnessByRatioTruncates()
     m_mgr->addDev(stored(QStringLiteral("L"), 2, min, max));
     m_mgr->setBrightnessByRatio(QStringLiteral("L"), ratio);
     QCOMPARE(m_ble->calls, QStringList{QStringLiteral("brightness L %1").arg(sent)});
+}
+
+void TestDeviceMgr::effectsOnlyFromTheLightsOwnList()
+{
+    m_mgr->effectData().load(R"({"2": [{"cmd": "4", "name": {"en_US": "Police Car"}}],
+                                 "1001": [{"cmd": "A-1", "name": {"en_US": "Police Car"}}]})",
+                             QStringLiteral("en_US"));
+    m_mgr->addDev(stored(QStringLiteral("V"), 2));
+    m_mgr->addDev(stored(QStringLiteral("Q"), 1001));
+    for (const QString &addr : {QStringLiteral("V"), QStringLiteral("Q")}) {
+        for (const QString &effect : {QStringLiteral("4"), QStringLiteral("A-1"), QStringLiteral("1"), QString()})
+            m_mgr->setLightEffect(addr, effect);
+    }
+    QCOMPARE(m_ble->calls, (QStringList{QStringLiteral("effect V 4"), QStringLiteral("effect Q A-1")}));
 }
 
 void TestDeviceMgr::discoveryIsReportedOncePerScan()

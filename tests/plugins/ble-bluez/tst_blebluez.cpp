@@ -1,14 +1,25 @@
 #include "blelink.h"
 #include "bleprofiles.h"
 #include "brivonqxbleinterface.h"
+#include "logcapture.h"
+#include "processutil.h"
 #include "testhome.h"
 
 #include <QBluetoothLocalDevice>
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QDir>
 #include <QPluginLoader>
 #include <QSignalSpy>
 #include <QTest>
+#include <QRegularExpression>
 #include <QThread>
+#include <QTimer>
 
 namespace {
 
@@ -21,6 +32,163 @@ QByteArray profileJson(int type, const QByteArray &extra = QByteArray())
             + extra + "}";
 }
 
+// A method of a stand-in object: name, in and out signature, Python code (a(ssss) on the bus).
+struct MockMethod
+{
+    QString name, in, out, code;
+};
+
+QDBusArgument &operator<<(QDBusArgument &arg, const MockMethod &method)
+{
+    arg.beginStructure();
+    arg << method.name << method.in << method.out << method.code;
+    arg.endStructure();
+    return arg;
+}
+
+const QDBusArgument &operator>>(const QDBusArgument &arg, MockMethod &method)
+{
+    arg.beginStructure();
+    arg >> method.name >> method.in >> method.out >> method.code;
+    arg.endStructure();
+    return arg;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(MockMethod)
+
+namespace {
+
+// A stand-in for bluetoothd: python3-dbusmock's bluez5 template on a private bus that the plug-in
+// takes for the system bus. It starts without an adapter.
+class BluezStandIn
+{
+public:
+    ~BluezStandIn()
+    {
+        for (QProcess *process : {&m_mock, &m_bus}) {
+            process->kill();
+            process->waitForFinished(3000);
+        }
+    }
+
+    QString start()
+    {
+        m_bus.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                                                     QStringLiteral("--print-address=1")});
+        if (!waitUntil([this] { return m_bus.canReadLine(); }, 10000))
+            return QStringLiteral("dbus-daemon did not start: ") + m_bus.errorString();
+        const QByteArray address = m_bus.readLine().trimmed();
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", address);
+        // No bluetoothd to ask for its version: use BlueZ's D-Bus GATT interface as on any
+        // current system.
+        qputenv("BLUETOOTH_FORCE_DBUS_LE_VERSION", "5.66");
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), QString::fromUtf8(address));
+        m_mock.setProcessEnvironment(env);
+        m_mock.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_mock.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-m"), QStringLiteral("dbusmock"),
+                                                          QStringLiteral("--system"), QStringLiteral("--template"),
+                                                          QStringLiteral("bluez5")});
+        const bool up = waitUntil([] {
+            QDBusConnectionInterface *bus = QDBusConnection::systemBus().interface();
+            return bus && bus->isServiceRegistered(QStringLiteral("org.bluez"));
+        }, 20000);
+        return up ? QString() : QStringLiteral("python3 -m dbusmock (python3-dbusmock) did not come up");
+    }
+
+    QDBusMessage call(const QString &path, const QString &iface, const QString &method, const QVariantList &args = {})
+    {
+        QDBusMessage message = QDBusMessage::createMethodCall(QStringLiteral("org.bluez"), path, iface, method);
+        message.setArguments(args);
+        return QDBusConnection::systemBus().call(message, QDBus::Block, 10000);
+    }
+    QDBusMessage mock(const QString &method, const QVariantList &args)
+    {
+        return call(QStringLiteral("/"), QStringLiteral("org.bluez.Mock"), method, args);
+    }
+
+    static QString devicePath(const QString &addr)
+    {
+        return QStringLiteral("/org/bluez/hci0/dev_") + QString(addr).replace(QLatin1Char(':'), QLatin1Char('_'));
+    }
+
+    // A device in BlueZ's cache from an earlier discovery: no signal strength.
+    void addCachedDevice(const QString &addr, const QString &name)
+    {
+        QVariantMap props{{QStringLiteral("Address"), addr}, {QStringLiteral("AddressType"), QStringLiteral("public")},
+                          {QStringLiteral("Name"), name}, {QStringLiteral("Alias"), name},
+                          {QStringLiteral("Class"), 0u}, {QStringLiteral("Paired"), false},
+                          {QStringLiteral("Connected"), false}, {QStringLiteral("UUIDs"), QStringList()},
+                          {QStringLiteral("Adapter"), QVariant::fromValue(QDBusObjectPath("/org/bluez/hci0"))}};
+        qDBusRegisterMetaType<MockMethod>();
+        qDBusRegisterMetaType<QList<MockMethod>>();
+        call(QStringLiteral("/"), QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("AddObject"),
+             {devicePath(addr), QStringLiteral("org.bluez.Device1"), props, QVariant::fromValue(QList<MockMethod>())});
+    }
+
+    // The device is heard: a fresh signal strength (and whatever else it advertises).
+    QDBusMessage advertise(const QString &addr, QVariantMap props = {})
+    {
+        props.insert(QStringLiteral("RSSI"), QVariant::fromValue<qint16>(-55));
+        const QString mockIface = QStringLiteral("org.freedesktop.DBus.Mock");
+        const QDBusMessage updated = call(devicePath(addr), mockIface, QStringLiteral("UpdateProperties"),
+                                          {QStringLiteral("org.bluez.Device1"), props});
+        if (updated.type() == QDBusMessage::ReplyMessage)
+            return updated;
+        // The first signal strength of a cached device is a new property.
+        call(devicePath(addr), mockIface, QStringLiteral("AddProperties"), {QStringLiteral("org.bluez.Device1"), props});
+        return call(devicePath(addr), mockIface, QStringLiteral("EmitSignal"),
+                    {QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("PropertiesChanged"),
+                     QStringLiteral("sa{sv}as"),
+                     QVariantList{QStringLiteral("org.bluez.Device1"), props, QStringList()}});
+    }
+
+    // The names of the calls a stand-in object received, in order.
+    QStringList calls(const QString &path)
+    {
+        const QDBusMessage reply = call(path, QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("GetCalls"));
+        QStringList names;
+        if (reply.arguments().isEmpty())
+            return names;
+        const QDBusArgument list = reply.arguments().first().value<QDBusArgument>();
+        list.beginArray();
+        while (!list.atEnd()) {
+            quint64 time = 0;
+            QString method;
+            list.beginStructure();
+            list >> time >> method;
+            QDBusVariant ignored;
+            list.beginArray();
+            while (!list.atEnd())
+                list >> ignored;
+            list.endArray();
+            list.endStructure();
+            names << method;
+        }
+        list.endArray();
+        return names;
+    }
+
+    bool exists(const QString &path)
+    {
+        return call(path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"),
+                    {QStringLiteral("org.bluez.Device1")}).type() == QDBusMessage::ReplyMessage;
+    }
+
+private:
+    QProcess m_bus;
+    QProcess m_mock;
+};
+
+const QString kHeard = QStringLiteral("C4:7F:0E:00:00:01");
+const QString kCached = QStringLiteral("C4:7F:0E:00:00:02");
+const QString kUserLight = QStringLiteral("C4:7F:0E:00:00:03");
+const QString kStranger = QStringLiteral("C4:7F:0E:00:00:04");
+const QString kNeverHeard = QStringLiteral("C4:7F:0E:00:00:05");
+constexpr int BleBluezPluginScanMs = 10000;
+
 } // namespace
 
 class TestBleBluez : public QObject
@@ -31,6 +199,13 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
+        // Before anything opens the system bus.
+        const QString standIn = m_bluez.start();
+        QVERIFY2(standIn.isEmpty(), qPrintable(standIn));
+        // The user's profile file wins over the shipped table; this one also leaves the UUIDs out.
+        QVERIFY(writeFile(QDir::homePath() + QStringLiteral("/.config/brivon/ble-profiles.json"),
+                          "{\"profiles\": [{\"name\": \"user's pocket light\", \"protocolType\": 2,"
+                          " \"namePrefixes\": [\"BRV-CL60 U\"]}]}"));
         m_loader.setFileName(QDir(QStringLiteral(BRIVON_BIN_DIR)).filePath(QStringLiteral("BrivonQXBleDLL")));
         QObject *instance = m_loader.instance();
         QVERIFY2(instance, qPrintable(m_loader.errorString()));
@@ -163,8 +338,7 @@ private slots:
 
     void scanWithoutAdapterReportsTheAdapterError()
     {
-        if (!QBluetoothLocalDevice::allDevices().isEmpty())
-            QSKIP("this machine has a Bluetooth adapter");
+        QVERIFY(QBluetoothLocalDevice::allDevices().isEmpty());
 
         QSignalSpy errors(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredErrorOccurred);
         QSignalSpy found(m_ble, &BrivonQXBleInterface::sigDeviceDiscovered);
@@ -186,6 +360,8 @@ private slots:
 
     void linkWithoutAdapterFailsOnce()
     {
+        QFETCH(bool, closeFirst);
+
         if (!QBluetoothLocalDevice::allDevices().isEmpty())
             QSKIP("this machine has a Bluetooth adapter");
         BleProfiles profiles;
@@ -228,7 +404,102 @@ private slots:
         QCOMPARE(messages.size(), 0);
     }
 
+    // ---- against the BlueZ stand-in, now with an adapter
+    void scanReportsOnlyLightsHeardNow()
+    {
+        QVERIFY(m_bluez.mock(QStringLiteral("AddAdapter"), {QStringLiteral("hci0"), QStringLiteral("desk")}).type()
+                == QDBusMessage::ReplyMessage);
+        // Heard before the scan starts (a signal strength), in the cache only, and not a light.
+        m_bluez.mock(QStringLiteral("AddDevice"), {QStringLiteral("hci0"), kHeard, QStringLiteral("BRV-RGB 1")});
+        m_bluez.addCachedDevice(kCached, QStringLiteral("BRV-PL 2"));
+        m_bluez.addCachedDevice(kUserLight, QStringLiteral("BRV-CL60 U"));
+        m_bluez.addCachedDevice(kStranger, QStringLiteral("Phone of Alex"));
+        m_bluez.addCachedDevice(kNeverHeard, QStringLiteral("BRV-TB 3"));
+
+        LogCapture log(true);
+        QSignalSpy found(m_ble, &BrivonQXBleInterface::sigDeviceDiscovered);
+        QSignalSpy finished(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredFinished);
+        m_ble->startScan();
+        QTRY_COMPARE_WITH_TIMEOUT(found.size(), 1, 10000);
+        QCOMPARE(found.at(0).at(1).toString(), kHeard);
+        QCOMPARE(found.at(0).at(0).toInt(), 2);
+
+        // Cached devices come in only when they are heard.
+        const QDBusMessage heard = m_bluez.advertise(kCached);
+        QVERIFY2(heard.type() == QDBusMessage::ReplyMessage, qPrintable(heard.errorMessage()));
+        QVERIFY(m_bluez.advertise(kUserLight).type() == QDBusMessage::ReplyMessage);
+        const QVariantMap uuids{{QStringLiteral("UUIDs"), QStringList{QStringLiteral("0000fe95-0000-1000-8000-00805f9b34fb")}}};
+        m_bluez.advertise(kStranger, uuids);
+        m_bluez.advertise(kStranger, uuids);
+        QTRY_COMPARE_WITH_TIMEOUT(found.size(), 3, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, BleBluezPluginScanMs + 10000);
+        QMap<QString, int> types;
+        for (const QList<QVariant> &args : std::as_const(found))
+            types.insert(args.at(1).toString(), args.at(0).toInt());
+        // The user's profile (protocol 2) wins over the shipped one for "BRV-CL" (protocol 1).
+        QCOMPARE(types, (QMap<QString, int>{{kHeard, 2}, {kCached, 3}, {kUserLight, 2}}));
+
+        // A device without a profile is logged once per scan, with what a profile needs.
+        const QStringList unmatched = log.matching(QStringLiteral("[BleBluezPlugin::onDeviceSeen]: no profile for name:"));
+        QCOMPARE(unmatched.size(), 1);
+        QCOMPARE(unmatched.first(), QStringLiteral("[BleBluezPlugin::onDeviceSeen]: no profile for name: \"Phone of Alex\" addr: ")
+                 + kStranger + QStringLiteral(" serviceUuids: 0000fe95-0000-1000-8000-00805f9b34fb"));
+    }
+
+    void forgettingRemovesUnpairedLightsFromBlueZ()
+    {
+        QSignalSpy disconnected(m_ble, &BrivonQXBleInterface::sigDeviceDisconnected);
+        m_ble->removeDevice(kCached);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_bluez.exists(BluezStandIn::devicePath(kCached)), 10000);
+
+        // Paired with the system: the user manages it there.
+        m_bluez.mock(QStringLiteral("PairDevice"), {QStringLiteral("hci0"), kHeard, 0x240404});
+        LogCapture log;
+        m_ble->removeDevice(kHeard);
+        QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("paired with the system, kept")), 10000);
+        QVERIFY(m_bluez.exists(BluezStandIn::devicePath(kHeard)));
+        QCOMPARE(disconnected.size(), 0);
+    }
+
+    void connectingAnExpiredLightLooksForItAgain()
+    {
+        // BlueZ dropped the light from its cache since the scan.
+        const QString adapter = QStringLiteral("/org/bluez/hci0");
+        m_bluez.call(adapter, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("RemoveDevice"),
+                     {QVariant::fromValue(QDBusObjectPath(BluezStandIn::devicePath(kUserLight)))});
+        QSignalSpy disconnected(m_ble, &BrivonQXBleInterface::sigDeviceDisconnected);
+        m_ble->connectToDevice(kUserLight);
+        QTRY_VERIFY_WITH_TIMEOUT(m_bluez.calls(adapter).contains(QStringLiteral("StartDiscovery")), 10000);
+        // In range again: it is connected as soon as it is heard.
+        m_bluez.mock(QStringLiteral("AddDevice"), {QStringLiteral("hci0"), kUserLight, QStringLiteral("BRV-CL60 U")});
+        QTRY_VERIFY_WITH_TIMEOUT(m_bluez.calls(BluezStandIn::devicePath(kUserLight)).contains(QStringLiteral("Connect")), 10000);
+        QCOMPARE(disconnected.size(), 0);
+    }
+
+    void reconnectingWaitsForTheOldLink()
+    {
+        const QString path = BluezStandIn::devicePath(kUserLight);
+        m_bluez.call(path, QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("ClearCalls"));
+        QVERIFY(m_ble->reconnectDevice(kUserLight));
+        QTRY_COMPARE_WITH_TIMEOUT(m_bluez.calls(path).filter(QRegularExpression(QStringLiteral("^(Dis)?[Cc]onnect$"))),
+                                  (QStringList{QStringLiteral("Disconnect"), QStringLiteral("Connect")}), 10000);
+    }
+
+    // Last: it ends the event loop the way quitting the program does.
+    void quittingDisconnectsEveryLight()
+    {
+        const QString path = BluezStandIn::devicePath(kUserLight);
+        m_bluez.call(path, QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("ClearCalls"));
+        LogCapture log(true);
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        QCoreApplication::exec();
+        // The disconnection was carried out before the loop ended, not by a late unload.
+        QCOMPARE(m_bluez.calls(path), QStringList{QStringLiteral("Disconnect")});
+        QVERIFY(log.contains(QStringLiteral("[BleBluezPlugin::onAboutToQuit]: still disconnecting: 0")));
+    }
+
 private:
+    BluezStandIn m_bluez;
     TestHome m_home;
     QPluginLoader m_loader;
     BrivonQXBleInterface *m_ble = nullptr;
