@@ -1,11 +1,14 @@
-// The BLE light manager driven through an in-process plug-in: discovery, connection handling, every
-// control operation with its preconditions, and the decoding of every notification kind into the store.
+// The BLE light manager driven through an in-process plug-in: connections, scanning,
+// connection handling, every control operation with its preconditions, and the decoding of every
+// notification kind into the store.
 #include "bluetoothmgr.h"
 #include "bluetoothprotocol2.h"
 #include "brivonqxbleinterface.h"
 #include "devdatamgr.h"
+#include "logcapture.h"
 #include "testhome.h"
 
+#include <QMetaMethod>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -33,15 +36,19 @@ class FakeBlePlugin : public BrivonQXBleInterface
     Q_INTERFACES(BrivonQXBleInterface)
 
 public:
-    void startScan() override {}
-    void stopScan() override {}
+    void startScan() override { calls << QStringLiteral("startScan"); }
+    void stopScan() override { calls << QStringLiteral("stopScan"); }
     void writeData(const QString &devAddr, const QByteArray &data) override
     {
         writes << QStringLiteral("%1 %2").arg(devAddr, hexText(data));
     }
     void connectToDevice(const QString &devAddr) override { calls << QStringLiteral("connectToDevice ") + devAddr; }
-    bool reconnectDevice(const QString &) override { return true; }
-    void removeDevice(const QString &) override {}
+    bool reconnectDevice(const QString &devAddr) override
+    {
+        calls << QStringLiteral("reconnectDevice ") + devAddr;
+        return reconnectResult;
+    }
+    void removeDevice(const QString &devAddr) override { calls << QStringLiteral("removeDevice ") + devAddr; }
 
     // The frames written to addr, in order, as spaced hex.
     QStringList framesTo(const QString &addr) const
@@ -54,8 +61,26 @@ public:
         return frames;
     }
 
+    int receiverCount(const QByteArray &signalSignature) const
+    {
+        return receivers(QByteArray("2" + signalSignature).constData());
+    }
+
     QStringList calls;
     QStringList writes;
+    QStringList connectedSignals;
+    bool reconnectResult = true;
+
+protected:
+    void connectNotify(const QMetaMethod &signal) override
+    {
+        connectedSignals << QString::fromLatin1(signal.name());
+    }
+};
+
+class NotAnInterface : public QObject
+{
+    Q_OBJECT
 };
 
 // ---- control operations
@@ -88,63 +113,172 @@ private slots:
         m_home.reset();
     }
 
-    // What discovery reports for each protocol, and what a connection then asks the light.
-    void discoverAndConnect_data()
+    // ---- plug-in wiring
+    void connectsPluginSignalsInOrderOnce()
+    {
+        const QStringList expected{
+            QStringLiteral("sigMessageReceived"), QStringLiteral("sigDeviceDiscovered"),
+            QStringLiteral("sigDeviceDiscoveredErrorOccurred"), QStringLiteral("sigDeviceDiscoveredFinished"),
+            QStringLiteral("sigDeviceConnected"), QStringLiteral("sigDeviceDisconnected")};
+        QCOMPARE(m_plugin->connectedSignals, expected);
+        const QMetaObject &meta = BrivonQXBleInterface::staticMetaObject;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+            const QMetaMethod method = meta.method(i);
+            if (method.methodType() == QMetaMethod::Signal)
+                QCOMPARE(m_plugin->receiverCount(method.methodSignature()), 1);
+        }
+    }
+
+    void objectWithoutInterfaceIsRefused()
+    {
+        LogCapture log;
+        NotAnInterface other;
+        BluetoothMgr mgr(m_store, &other, nullptr);
+        QVERIFY(!mgr.isPluginLoaded());
+        QVERIFY(log.contains(QStringLiteral("Failed to cast plugin to BrivonQXBleInterface.")));
+        QCOMPARE(mgr.reconnectDevice(kAddr), false);
+    }
+
+    void forwardsDiscoveryErrorAndFinished()
+    {
+        QSignalSpy errors(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredErrorOccurred);
+        QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
+        emit m_plugin->sigDeviceDiscoveredErrorOccurred(QBluetoothDeviceDiscoveryAgent::PoweredOffError);
+        emit m_plugin->sigDeviceDiscoveredFinished();
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>(),
+                 QBluetoothDeviceDiscoveryAgent::PoweredOffError);
+        QCOMPARE(finished.count(), 1);
+    }
+
+    void scanAndLinkOperationsReachPlugin()
+    {
+        QSignalSpy reconnects(m_mgr.get(), &BaseDevice::sigReconnectDevice);
+        m_mgr->startScan();
+        m_mgr->stopScan();
+        m_mgr->refreshDevices();
+        m_mgr->connectToDevice(kAddr);
+        QCOMPARE(m_mgr->reconnectDevice(kAddr), true);
+        m_plugin->reconnectResult = false;
+        QCOMPARE(m_mgr->reconnectDevice(kAddr), false);
+        m_mgr->removeDevice(kAddr);
+        m_mgr->delDev(QStringLiteral("{some-group}"), QStringLiteral("AA:BB"));
+        QCOMPARE(m_plugin->calls, (QStringList{
+            QStringLiteral("startScan"), QStringLiteral("stopScan"), QStringLiteral("startScan"),
+            QStringLiteral("connectToDevice ") + kAddr, QStringLiteral("reconnectDevice ") + kAddr,
+            QStringLiteral("reconnectDevice ") + kAddr, QStringLiteral("removeDevice ") + kAddr,
+            QStringLiteral("removeDevice AA:BB")}));
+        QCOMPARE(reconnects.count(), 2);
+        QCOMPARE(reconnects.at(0).at(0).toString(), kAddr);
+    }
+
+    void withoutPluginEverythingIsInert()
+    {
+        BluetoothMgr mgr(m_store, nullptr, nullptr);
+        QVERIFY(!mgr.isPluginLoaded());
+        m_store->addDev(light(2));
+        QSignalSpy reconnects(&mgr, &BaseDevice::sigReconnectDevice);
+        mgr.startScan();
+        mgr.stopScan();
+        mgr.refreshDevices();
+        mgr.connectToDevice(kAddr);
+        QCOMPARE(mgr.reconnectDevice(kAddr), false);
+        QCOMPARE(reconnects.count(), 1);
+        mgr.removeDevice(kAddr);
+        mgr.setBrightness(kAddr, 77);
+        // The store still follows the operation; only the radio is missing.
+        QCOMPARE(stored().brightness, 77);
+        mgr.handleDeviceConnected(kAddr);
+        mgr.handleMessageReceived(kAddr, hex("FF 10 09 32 15 E0 00 00 00 00 02 01 00 AA"));
+        QCOMPARE(stored().brightness, 50);
+        // And the plug-in used by the other manager saw nothing of this one.
+        QVERIFY(m_plugin->calls.isEmpty());
+        QVERIFY(m_plugin->writes.isEmpty());
+    }
+
+    // ---- discovery
+    void discoveryBuildsRecord_data()
     {
         QTest::addColumn<int>("protocol");
         QTest::addColumn<bool>("colorEnable");
         QTest::addColumn<bool>("effectEnable");
         QTest::addColumn<int>("temperatureMin");
-        QTest::addColumn<QString>("request");
-        QTest::addColumn<int>("linkState");
 
-        const QString ff = QStringLiteral("ff a1 01 30 30 aa");
         for (int p : {1, 3, 5, 6, 162, 163})
-            QTest::addRow("protocol %d", p) << p << false << true << 2700 << ff << 1;
+            QTest::addRow("protocol %d", p) << p << false << true << 2700;
         for (int p : {2, 7})
-            QTest::addRow("protocol %d", p) << p << true << true << 2700 << ff << 1;
-        QTest::newRow("protocol 1001") << 1001 << false << false << 2900 << QStringLiteral("55 aa 03 06 00 01 01 a0 d8") << 0;
-        QTest::newRow("protocol 4: defaults, no request") << 4 << false << true << 2700 << QString() << 1;
+            QTest::addRow("protocol %d", p) << p << true << true << 2700;
+        QTest::newRow("protocol 1001") << 1001 << false << false << 2900;
+        QTest::newRow("protocol 4 keeps defaults") << 4 << false << true << 2700;
     }
 
-    void discoverAndConnect()
+    void discoveryBuildsRecord()
     {
         QFETCH(int, protocol);
-        QFETCH(QString, request);
         QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
         emit m_plugin->sigDeviceDiscovered(protocol, kAddr, QStringLiteral("Panel"));
         QCOMPARE(discovered.count(), 1);
-        DevData dev = discovered.at(0).at(0).value<DevData>();
+        const DevData dev = discovered.at(0).at(0).value<DevData>();
+        QCOMPARE(dev.addr, kAddr);
         QCOMPARE(dev.name, QStringLiteral("Panel"));
         QCOMPARE(dev.protocol, protocol);
+        QCOMPARE(dev.switchState, false);
+        QCOMPARE(dev.devCurModel, -1);
         QTEST(dev.colorLightEnable, "colorEnable");
         QTEST(dev.lightEffectEnable, "effectEnable");
         QTEST(dev.temperatureMin, "temperatureMin");
+        QCOMPARE(dev.temperatureMax, 6500);
+        QCOMPARE(dev.brightnessMin, 0);
+        QCOMPARE(dev.brightnessMax, 100);
         // Not stored: the device manager collects it for the scan list.
         QVERIFY(!m_store->findDev(kAddr));
         QVERIFY(m_plugin->calls.isEmpty());
-
-        m_store->addDev(dev);
-        emit m_plugin->sigDeviceConnected(kAddr);
-        QTEST(int(stored().linkState), "linkState");
-        QCOMPARE(m_plugin->framesTo(kAddr), request.isEmpty() ? QStringList() : QStringList{request});
-        // An address that is not stored gets nothing.
-        emit m_plugin->sigDeviceConnected(QStringLiteral("00:00:00:00:00:00"));
-        QCOMPARE(m_plugin->writes.size(), request.isEmpty() ? 0 : 1);
-        emit m_plugin->sigDeviceDisconnected(kAddr);
-        QCOMPARE(int(stored().linkState), 0);
     }
 
     void discoveryReconnectsStoredOfflineLights()
     {
+        LogCapture log;
         DevData offline = light(2, false);
         m_store->addDev(offline);
         const DevData online = light(1, true, true, QStringLiteral("C0:FF:EE:00:00:02"));
         m_store->addDev(online);
+
         emit m_plugin->sigDeviceDiscovered(2, offline.addr, QStringLiteral("a"));
         emit m_plugin->sigDeviceDiscovered(1, online.addr, QStringLiteral("b"));
         emit m_plugin->sigDeviceDiscovered(7, QStringLiteral("C0:FF:EE:00:00:03"), QStringLiteral("new"));
         QCOMPARE(m_plugin->calls, QStringList{QStringLiteral("connectToDevice ") + offline.addr});
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceDiscovered]:  addr: ") + online.addr));
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::connectToDevice]: addr: ") + offline.addr));
+    }
+
+    // ---- connection
+    void connectRequestsState_data()
+    {
+        QTest::addColumn<int>("protocol");
+        QTest::addColumn<QString>("request");
+        QTest::addColumn<int>("linkState");
+
+        const QString ffRequest = QStringLiteral("ff a1 01 30 30 aa");
+        for (int p : {1, 2, 3, 5, 6, 7, 162, 163})
+            QTest::addRow("protocol %d", p) << p << ffRequest << 1;
+        QTest::newRow("protocol 1001") << 1001 << QStringLiteral("55 aa 03 06 00 01 01 a0 d8") << 0;
+        QTest::newRow("protocol 4: online, no request") << 4 << QString() << 1;
+    }
+
+    void connectRequestsState()
+    {
+        QFETCH(int, protocol);
+        QFETCH(QString, request);
+        m_store->addDev(light(protocol, false, false));
+        LogCapture log;
+        emit m_plugin->sigDeviceConnected(kAddr);
+        QTEST(int(stored().linkState), "linkState");
+        QCOMPARE(m_plugin->framesTo(kAddr), request.isEmpty() ? QStringList() : QStringList{request});
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceConnected]:  addr: ") + kAddr));
+
+        // An address that is not stored gets nothing.
+        emit m_plugin->sigDeviceConnected(QStringLiteral("00:00:00:00:00:00"));
+        QCOMPARE(m_plugin->writes.size(), request.isEmpty() ? 0 : 1);
     }
 
     void connect55AASetsRangesAndStaysOffline()
@@ -159,8 +293,11 @@ private slots:
         emit m_plugin->sigDeviceConnected(kAddr);
         QCOMPARE(ranges.count(), 1);
         const DevData announced = ranges.at(0).at(0).value<DevData>();
-        QCOMPARE((QList<int>{announced.brightnessMax, announced.temperatureMin, announced.temperatureMax}),
-                 (QList<int>{100, 2900, 6500}));
+        QCOMPARE(announced.brightnessMin, 0);
+        QCOMPARE(announced.brightnessMax, 100);
+        QCOMPARE(announced.temperatureMin, 2900);
+        QCOMPARE(announced.temperatureMax, 6500);
+        QCOMPARE(int(announced.linkState), 0);
         QCOMPARE(updates.count(), 1);
         QCOMPARE(int(stored().linkState), 0);
         QCOMPARE(stored().temperatureMin, 2900);
@@ -248,11 +385,6 @@ private slots:
                                       << QStringLiteral("9") << QStringLiteral("#123456") << 2 << false;
         QTest::newRow("unknown mode, 162") << 162 << hex("FF 01 09 0A 19 64 00 00 00 00 01 01 00 AA") << 10 << 6500 << 0
                                            << 0 << QStringLiteral("1") << QStringLiteral("#123456") << -1 << true;
-        QTest::newRow("colour without saturation is white") << 2 << hex("FF A4 09 0A 0A 8C 01 2C 00 00 03 01 00 AA") << 10
-                                                            << 2700 << 300 << 0 << QStringLiteral("3")
-                                                            << QStringLiteral("#ffffff") << 3 << true;
-        QTest::newRow("power byte 2 is off") << 1 << hex("FF 10 09 50 19 64 00 00 00 00 02 02 00 AA") << 80 << 6500 << 0
-                                             << 0 << QStringLiteral("2") << QStringLiteral("#123456") << 1 << false;
         QTest::newRow("163, bad checksum no trailer") << 163 << hex("FF 01 09 0B 19 64 00 00 00 00 02 01") << 11 << 6500
                                                       << 0 << 0 << QStringLiteral("2") << QStringLiteral("#123456") << 1
                                                       << true;
@@ -265,6 +397,7 @@ private slots:
         DevData dev = light(protocol, false, false);
         dev.colorLight = QStringLiteral("#123456");
         m_store->addDev(dev);
+        LogCapture log;
         QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
         message(frame);
         QCOMPARE(updates.count(), 1);
@@ -279,9 +412,26 @@ private slots:
         QTEST(after.switchState, "power");
         QCOMPARE(int(after.linkState), 1);
         QCOMPARE(after.oldBrightness, 60);
-        // The same report again is no change.
-        message(frame);
+        const QStringList lines = log.matching(QStringLiteral("[BluetoothMgr::doVTypeDevRecvData]:  addr: ") + kAddr);
+        QCOMPARE(lines.size(), 1);
+        for (const char *field : {", brightness:", ", temperature:", ", hue:", ", saturation:", ", lightEffect:",
+                                  ", devCurModel:", ", powerOn:"})
+            QVERIFY2(lines.first().contains(QLatin1String(field)), field);
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleMessageReceived]:  addr: ") + kAddr + QLatin1Char(' ')
+                             + QString::fromLatin1(frame.toHex())));
+    }
+
+    void vTypeReportStoresOnlyChanges()
+    {
+        m_store->addDev(light(2, false, false));
+        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
+        const QByteArray report = hex("FF 10 09 32 15 E0 00 00 00 00 02 01 00 AA");
+        message(report);
+        message(report);
         QCOMPARE(updates.count(), 1);
+        message(hex("FF 10 09 33 15 E0 00 00 00 00 02 01 00 AA"));
+        QCOMPARE(updates.count(), 2);
+        QCOMPARE(stored().brightness, 0x33);
     }
 
     void adjustingFlagHoldsSomeProtocols_data()
@@ -318,6 +468,7 @@ private slots:
         QCOMPARE(stored().temperature, 5000);
     }
 
+    // ---- 55 AA reports
     void aaModeReports_data()
     {
         QTest::addColumn<QByteArray>("frame");
@@ -330,7 +481,6 @@ private slots:
         QTest::newRow("01 unchanged values") << hex("55 AA 03 01 00 04 01 28 0F A0 00 00") << 40 << 4000 << 0;
         QTest::newRow("01 mode byte 3 ignored") << hex("55 AA 03 01 00 05 03 46 01 02 00 00 00") << 40 << 4000 << 0;
         QTest::newRow("30 too short") << hex("55 AA 03 30 00 03 01 46 15 00 00") << 40 << 4000 << 0;
-        QTest::newRow("07 CCT data") << hex("55 AA 03 07 00 03 46 19 64 C2 5D") << 70 << 6500 << 1;
     }
 
     void aaModeReports()
@@ -385,6 +535,7 @@ private slots:
         dev.oldBrightness = oldBrightness;
         dev.devCurModel = 2;
         m_store->addDev(dev);
+        LogCapture log;
         QByteArray frame = hex("55 AA 03 06 00 04 01 00 13 88 00 00");
         frame[7] = char(reported);
         message(frame);
@@ -402,6 +553,7 @@ private slots:
     void aaCurrentModeEffectAsksCctData()
     {
         m_store->addDev(light(1001, false, true));
+        LogCapture log;
         message(hex("55 AA 03 06 00 04 03 28 02 05 D6 F1"));
         QCOMPARE(stored().lightEffect, QStringLiteral("B-5"));
         QCOMPARE(stored().brightness, 40);
@@ -409,6 +561,7 @@ private slots:
         QCOMPARE(stored().temperature, 4000);
         QCOMPARE(m_plugin->framesTo(kAddr), (QStringList{QStringLiteral("55 aa 03 07 00 01 01 a1 24"),
                                                          QStringLiteral("55 aa 03 21 00 01 01 aa 6c")}));
+        QVERIFY(log.contains(QStringLiteral(", effectCmd: B-5")));
 
         // The CCT data answer then brings the temperature.
         message(hex("55 AA 03 07 00 03 28 19 64 00 00"));
@@ -485,6 +638,7 @@ private slots:
         dev.oldBrightness = oldBefore;
         dev.lightEffect = effectBefore;
         m_store->addDev(dev);
+        LogCapture log;
         QByteArray frame = hex("55 AA 03 32 00 04 01 00 10 68 00 00");
         frame[7] = char(reported);
         message(frame);
@@ -495,6 +649,7 @@ private slots:
         QTEST(stored().oldBrightness, "oldAfter");
         QTEST(stored().lightEffect, "effectAfter");
         QCOMPARE(m_plugin->framesTo(kAddr), resent.isEmpty() ? QStringList() : QStringList{resent});
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::doDevModifyDataUpload], addr: ") + kAddr));
     }
 
     void ignoredFrames_data()
@@ -502,13 +657,21 @@ private slots:
         QTest::addColumn<int>("protocol");
         QTest::addColumn<QByteArray>("frame");
         QTest::newRow("id 33") << 1001 << hex("55 AA 03 33 00 04 01 46 15 E0 00 00");
+        QTest::newRow("id 00") << 1001 << hex("55 AA 03 00 00 04 01 46 15 E0 00 00");
+        QTest::newRow("id 02") << 1001 << hex("55 AA 03 02 00 04 01 46 15 E0 00 00");
+        QTest::newRow("id 51") << 1001 << hex("55 AA 03 51 00 04 01 46 15 E0 00 00");
         QTest::newRow("06 three bytes") << 1001 << hex("55 AA 03 06 00 03 01 46 15 00 00");
         QTest::newRow("32 three bytes") << 1001 << hex("55 AA 03 32 00 03 01 46 15 00 00");
         QTest::newRow("07 two bytes") << 1001 << hex("55 AA 03 07 00 02 46 15 00 00");
+        QTest::newRow("06 length beyond bytes") << 1001 << hex("55 AA 03 06 00 09 01 46 15 E0 00 00");
+        QTest::newRow("06 length 256") << 1001 << (hex("55 AA 03 06 01 00 01 46 15 E0") + QByteArray(260, '\0'));
         QTest::newRow("21 short") << 1001 << hex("55 AA 03 21 00 04 01 46 15 E0 00 00");
         QTest::newRow("FF framing") << 1001 << hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA");
+        QTest::newRow("V: wrong start byte") << 2 << hex("FE 10 09 32 15 E0 00 00 00 00 02 01 00 AA");
         QTest::newRow("V: payload shorter than a report") << 2 << hex("FF 10 08 32 15 E0 00 00 00 00 02 00 AA");
+        QTest::newRow("V: declared longer than present") << 2 << hex("FF 10 09 32 15 E0 00");
         QTest::newRow("V: 55 AA framing") << 2 << hex("55 AA 03 06 00 04 01 3C 13 88 5B 78");
+        QTest::newRow("V: empty") << 2 << QByteArray();
     }
 
     void ignoredFrames()
@@ -521,6 +684,29 @@ private slots:
         QCOMPARE(updates.count(), 0);
         QVERIFY(m_plugin->writes.isEmpty());
         QCOMPARE(int(stored().linkState), 0);
+    }
+
+    void unknownAddressAndBadProtocolLogged()
+    {
+        LogCapture log;
+        message(hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA"), QStringLiteral("AA:AA"));
+        QStringList lines = log.lines();
+        int notFound = -1;
+        for (int i = 0; i < lines.size(); ++i) {
+            if (lines.at(i) == QLatin1String("[BluetoothMgr::getProtocolType] not found mac addr: AA:AA"))
+                notFound = i;
+        }
+        QVERIFY(notFound >= 0);
+        QVERIFY(notFound + 1 < lines.size());
+        QCOMPARE(lines.at(notFound + 1), QStringLiteral("protocol type error: -1"));
+
+        DevData broken = light(-5);
+        m_store->addDev(broken);
+        log.clear();
+        m_mgr->setBrightness(kAddr, 10);
+        QVERIFY(log.contains(QStringLiteral("protocol type error: -5")));
+        QVERIFY(m_plugin->writes.isEmpty());
+        QCOMPARE(m_mgr->getProtocolType(kAddr), -5);
     }
 
     void controlFrames_data()
@@ -585,7 +771,7 @@ private slots:
                                                         << QStringLiteral("@-0")
                                                         << QStringLiteral("55 aa 03 01 00 05 01 4b 0f a0 00 bd be");
         // Values outside the table send nothing at all.
-        for (int p : {0, 4, 8, 161, 1002}) {
+        for (int p : {0, 4, 8, 161, 164, 1000, 1002, 2001}) {
             QTest::addRow("%d powerOn", p) << p << int(PowerOn) << QString() << false << 1 << QString() << QString();
             QTest::addRow("%d brightness", p) << p << int(Brightness) << QStringLiteral("75") << true << 1 << QString()
                                               << QString();
@@ -714,6 +900,34 @@ private slots:
                  (QStringList{hexText(codec.cctModeFrame(30, 4000)), hexText(codec.cctModeFrame(0, 4000))}));
         QCOMPARE(stored().devCurModel, 1);
         QCOMPARE(stored().switchState, false);
+    }
+
+    void aaLightNeverAnsweringStaysOffline()
+    {
+        m_store->addDev(light(1001, false, false));
+        emit m_plugin->sigDeviceConnected(kAddr);
+        m_plugin->writes.clear();
+        m_mgr->powerOn(kAddr);
+        QVERIFY(m_plugin->writes.isEmpty());
+        QCOMPARE(stored().switchState, false);
+
+        // Once it reports its mode it is online and can be switched.
+        message(hex("55 AA 03 06 00 04 01 00 13 88 00 00"));
+        QCOMPARE(int(stored().linkState), 1);
+        m_plugin->writes.clear();
+        m_mgr->powerOn(kAddr);
+        QCOMPARE(m_plugin->writes.size(), 1);
+    }
+
+    void logLinesOfLinkOperations()
+    {
+        LogCapture log;
+        m_mgr->connectToDevice(kAddr);
+        m_mgr->reconnectDevice(kAddr);
+        m_mgr->removeDevice(kAddr);
+        QCOMPARE(log.lines(), (QStringList{QStringLiteral("[BluetoothMgr::connectToDevice]: addr: ") + kAddr,
+                                           QStringLiteral("[BluetoothMgr::reconnectDevice]:  addr: ") + kAddr,
+                                           QStringLiteral("[BluetoothMgr::removeDevice]:  addr: ") + kAddr}));
     }
 
 private:

@@ -1,6 +1,7 @@
 // The add-light flow with the real DeviceMgr over the simulated lights: what a scan lists, what
 // "连接" stores, and that every way out of the scan window stops the scan.
 #include "devicemgr.h"
+#include "devicenamewidget.h"
 #include "devicewidget.h"
 #include "huebridgedialog.h"
 #include "processutil.h"
@@ -51,10 +52,13 @@ private slots:
     void cleanup();
 
     void eachLightListedOncePerScan();
+    void connectNeedsASelection();
     void everyWayOutStopsTheScan_data();
     void everyWayOutStopsTheScan();
     void emptyScanOffersAnother();
     void connectingTwoLightsSwitchesOnce();
+    void groupBoxReportsTheChange_data();
+    void groupBoxReportsTheChange();
 
 private:
     bool waitListed(int count) { return waitUntil([&]() { return m_scan->deviceWidget()->count() >= count; }, 5000); }
