@@ -225,11 +225,16 @@ private slots:
         QTest::addColumn<int>("expected");
 
         QTest::newRow("prefix") << "BRV-CL60 1234" << 1;
+        QTest::newRow("prefix ignores case") << "brv-cl60" << 1;
         QTest::newRow("earlier profile wins over a shorter prefix") << "BRV-RGBW2" << 7;
+        QTest::newRow("later profile") << "BRV-RGB1" << 2;
         QTest::newRow("pattern") << "BP120-0A1F" << 1001;
         QTest::newRow("pattern must match whole name") << "BP120-0A1F-X" << -1;
+        QTest::newRow("pattern is case-sensitive") << "bp120-0a1f" << -1;
         QTest::newRow("prefix not at start") << "X BRV-CL" << -1;
         QTest::newRow("padding is dropped") << QString(QStringLiteral("  BRV-PRO 7") + QString(3, QChar(u'\0'))) << 1001;
+        QTest::newRow("empty") << "" << -1;
+        QTest::newRow("unrelated") << "Phone of Alex" << -1;
         QTest::newRow("huge name with prefix") << "BRV-RGB" + QString(100000, QLatin1Char('x')) << 2;
     }
 
@@ -242,13 +247,18 @@ private slots:
         const QString base = QStringLiteral("{0000ffe0-0000-1000-8000-00805f9b34fb}");
         QTest::newRow("16-bit") << "FFE0" << base;
         QTest::newRow("16-bit lower case with 0x") << "0xffe0" << base;
+        QTest::newRow("32-bit") << "0000FFE0" << base;
         QTest::newRow("128-bit") << "0000FFE0-0000-1000-8000-00805F9B34FB" << base;
+        QTest::newRow("128-bit in braces") << base << base;
         QTest::newRow("custom 128-bit") << "7b3a0001-4c1d-4f6e-9a52-b1e0c0d5a1f0"
                                         << "{7b3a0001-4c1d-4f6e-9a52-b1e0c0d5a1f0}";
         QTest::newRow("empty") << "" << "";
         QTest::newRow("not hex") << "FFG0" << "";
+        QTest::newRow("signed") << "+FE0" << "";
         QTest::newRow("zero") << "0000" << "";
+        QTest::newRow("128-bit zero") << "00000000-0000-0000-0000-000000000000" << "";
         QTest::newRow("128-bit bad digit") << "0000FFE0-0000-1000-8000-00805F9B34FZ" << "";
+        QTest::newRow("128-bit without dashes") << "0000FFE000001000800000805F9B34FB" << "";
     }
 
     void uuidText()
@@ -265,13 +275,18 @@ private slots:
 
         QTest::newRow("not an object") << QByteArray("[1]");
         QTest::newRow("protocol type 4") << profileJson(4);
+        QTest::newRow("protocol type 2001") << profileJson(2001);
         QTest::newRow("protocol type as text") << profileJson(1).replace("\"protocolType\": 1", "\"protocolType\": \"1\"");
+        QTest::newRow("protocol type fraction") << profileJson(1).replace("\"protocolType\": 1", "\"protocolType\": 1.5");
         QTest::newRow("no name rule") << profileJson(1).replace("\"namePrefixes\": [\"BRV-T1\"],", "");
         QTest::newRow("prefixes not an array") << profileJson(1).replace("[\"BRV-T1\"]", "\"BRV-T1\"");
+        QTest::newRow("prefix not a text") << profileJson(1).replace("[\"BRV-T1\"]", "[12]");
         QTest::newRow("empty prefix claims everything") << profileJson(1).replace("[\"BRV-T1\"]", "[\"BRV-T1\", \" \"]");
+        QTest::newRow("pattern not a text") << profileJson(1, ", \"namePattern\": 5");
         QTest::newRow("pattern invalid") << profileJson(1, ", \"namePattern\": \"BRV-(\"");
         QTest::newRow("service missing") << profileJson(1).replace("\"service\": \"FFE0\",", "");
         QTest::newRow("write bad uuid") << profileJson(1).replace("\"FFE1\"", "\"FFE1-\"");
+        QTest::newRow("notify bad uuid") << profileJson(1).replace("\"FFE2\"", "\"not-a-uuid\"");
         QByteArray many = "[\"P0\"";
         for (int i = 1; i <= BleProfiles::MaxPrefixes; ++i)
             many += ", \"P" + QByteArray::number(i) + "\"";
@@ -299,8 +314,11 @@ private slots:
         QTest::addColumn<bool>("loaded");
 
         QTest::newRow("missing file") << QByteArray() << false;
+        QTest::newRow("empty file") << QByteArray("") << false;
         QTest::newRow("truncated JSON") << "{\"profiles\": [" + profileJson(1) << false;
+        QTest::newRow("top level array") << "[" + profileJson(1) + "]" << false;
         QTest::newRow("profiles not an array") << "{\"profiles\": " + profileJson(1) + "}" << false;
+        QTest::newRow("profiles missing") << QByteArray("{\"lights\": []}") << false;
         QTest::newRow("too large") << "{\"profiles\": [" + profileJson(1) + "], \"pad\": \""
                                               + QByteArray(BleProfiles::MaxFileBytes, 'x') + "\"}" << false;
         QTest::newRow("empty list") << QByteArray("{\"profiles\": []}") << true;
@@ -343,6 +361,9 @@ private slots:
         QSignalSpy errors(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredErrorOccurred);
         QSignalSpy found(m_ble, &BrivonQXBleInterface::sigDeviceDiscovered);
         QSignalSpy finished(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredFinished);
+        QList<QThread *> threads;
+        connect(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredErrorOccurred, this,
+                [&threads] { threads << QThread::currentThread(); }, Qt::DirectConnection);
 
         // Twice: a second scan after a failed one must fail the same way, not hang or crash.
         for (int round = 1; round <= 2; ++round) {
@@ -356,14 +377,20 @@ private slots:
         QCOMPARE(errors.size(), 2);
         QCOMPARE(found.size(), 0);
         QCOMPARE(finished.size(), 0);
+        QCOMPARE(threads, (QList<QThread *>{thread(), thread()}));
+    }
+
+    void linkWithoutAdapterFailsOnce_data()
+    {
+        QTest::addColumn<bool>("closeFirst");
+        QTest::newRow("loss is reported") << false;
+        QTest::newRow("closed by the owner before the report") << true;
     }
 
     void linkWithoutAdapterFailsOnce()
     {
         QFETCH(bool, closeFirst);
 
-        if (!QBluetoothLocalDevice::allDevices().isEmpty())
-            QSKIP("this machine has a Bluetooth adapter");
         BleProfiles profiles;
         QVERIFY(profiles.parse("{\"profiles\": [" + profileJson(2) + "]}"));
         const QString addr = QStringLiteral("11:22:33:44:55:66");
@@ -377,17 +404,30 @@ private slots:
         // The owner may delete the link on loss, so the report never comes from inside start().
         QCOMPARE(lost.size(), 0);
         link.write(QByteArray::fromHex("ffa2013232aa"));
+        if (closeFirst)
+            link.close();
         QVERIFY(!link.start()); // a failed link stays dead; a new attempt is a new link
         QTest::qWait(200);
-        QCOMPARE(lost.size(), 1);
-        QCOMPARE(lost.first().first().toString(), addr);
+
+        QCOMPARE(lost.size(), closeFirst ? 0 : 1);
+        if (!closeFirst)
+            QCOMPARE(lost.first().first().toString(), addr);
         QCOMPARE(ready.size(), 0);
         QVERIFY(!link.isReady());
     }
 
+    void unknownAddressesAreHarmless_data()
+    {
+        QTest::addColumn<QString>("addr");
+        QTest::newRow("well-formed") << "11:22:33:44:55:66";
+        QTest::newRow("empty") << "";
+        QTest::newRow("not an address") << "lamp";
+        QTest::newRow("huge") << QString(100000, QLatin1Char('A'));
+    }
+
     void unknownAddressesAreHarmless()
     {
-        const QString addr = QStringLiteral("11:22:33:44:55:66");
+        QFETCH(QString, addr);
         QSignalSpy connected(m_ble, &BrivonQXBleInterface::sigDeviceConnected);
         QSignalSpy disconnected(m_ble, &BrivonQXBleInterface::sigDeviceDisconnected);
         QSignalSpy messages(m_ble, &BrivonQXBleInterface::sigMessageReceived);
