@@ -130,36 +130,6 @@ private slots:
         QCOMPARE(bluetoothProtocol2::crc16Modbus(reinterpret_cast<const quint8 *>("123456789"), 9), quint16(0x4B37));
     }
 
-    void effectTexts_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("letter");
-        QTest::addColumn<int>("number");
-
-        QTest::newRow("A-7") << QStringLiteral("A-7") << 1 << 7;
-        QTest::newRow("C-3") << QStringLiteral("C-3") << 3 << 3;
-        QTest::newRow("B-12") << QStringLiteral("B-12") << 2 << 12;
-        // Anything else names no effect: no part of it reaches a frame.
-        QTest::newRow("number above a byte") << QStringLiteral("A-300") << 0 << 0;
-        QTest::newRow("no dash") << QStringLiteral("B") << 0 << 0;
-        QTest::newRow("not a number") << QStringLiteral("A-x") << 0 << 0;
-        QTest::newRow("lower-case letter") << QStringLiteral("c-3") << 0 << 0;
-        QTest::newRow("number 0") << QStringLiteral("A-0") << 0 << 0;
-        QTest::newRow("trailing text") << QStringLiteral("A-1 ") << 0 << 0;
-        QTest::newRow("empty") << QString() << 0 << 0;
-    }
-
-    void effectTexts()
-    {
-        QFETCH(QString, text);
-        QTEST(int(bluetoothProtocol2::effectLetterIndex(text)), "letter");
-        QTEST(int(bluetoothProtocol2::effectNumber(text)), "number");
-        if (bluetoothProtocol2::effectNumber(text) != 0) {
-            QCOMPARE(bluetoothProtocol2::effectText(bluetoothProtocol2::effectLetterIndex(text),
-                                                    bluetoothProtocol2::effectNumber(text)), text);
-        }
-    }
-
     void productBaseInfo()
     {
         std::vector<quint8> payload;

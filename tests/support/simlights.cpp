@@ -75,6 +75,11 @@ QString command(const QString &line)
     return QString::fromUtf8(socket.readLine().trimmed());
 }
 
+QString controlPath()
+{
+    return g_control;
+}
+
 QJsonObject state(const QString &addr)
 {
     const QString reply = command(QStringLiteral("state ") + addr);

@@ -19,6 +19,7 @@ void select(const QByteArray &lightsJson, bool withControlSocket);
 bool addAndConnectAll(int expected, int timeoutMs = 8000);
 // One command on the control socket; "error ..." when the simulator does not answer.
 QString command(const QString &line);
+QString controlPath();
 QJsonObject state(const QString &addr);
 // The frames the program wrote to a light, oldest first, as lower-case hex with spaces.
 QStringList frames(const QString &addr);
