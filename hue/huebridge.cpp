@@ -1,5 +1,8 @@
 #include "huebridge.h"
 
+#include "hueeventstream.h"
+#include "huemdns.h"
+
 #include <QDateTime>
 #include <QDebug>
 #include <QJsonArray>
@@ -14,6 +17,7 @@
 #include <QUrl>
 
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -33,42 +37,6 @@ int truncatedInt(double value)
     if (!std::isfinite(value))
         return 0;
     return int(qBound(double(std::numeric_limits<int>::min()), value, double(std::numeric_limits<int>::max())));
-}
-
-Light lightFromJson(const QJsonObject &object)
-{
-    Light light;
-    if (object.contains(QLatin1String("color_temperature"))) {
-        const QJsonObject temperature = object.value(QLatin1String("color_temperature")).toObject();
-        if (temperature.contains(QLatin1String("mirek_valid"))
-            && temperature.value(QLatin1String("mirek_valid")).toBool()
-            && temperature.contains(QLatin1String("mirek"))) {
-            light.mirek = temperature.value(QLatin1String("mirek")).toInt(153);
-        }
-        if (temperature.contains(QLatin1String("mirek_schema"))) {
-            const QJsonObject schema = temperature.value(QLatin1String("mirek_schema")).toObject();
-            if (schema.contains(QLatin1String("mirek_maximum")))
-                light.temperatureMin = HueBridge::mirekToKelvin(schema.value(QLatin1String("mirek_maximum")).toInt(500));
-            if (schema.contains(QLatin1String("mirek_minimum")))
-                light.temperatureMax = HueBridge::mirekToKelvin(schema.value(QLatin1String("mirek_minimum")).toInt(153));
-        }
-    }
-    if (object.contains(QLatin1String("dimming"))) {
-        const QJsonObject dimming = object.value(QLatin1String("dimming")).toObject();
-        if (dimming.contains(QLatin1String("brightness")))
-            light.brightness = truncatedInt(dimming.value(QLatin1String("brightness")).toDouble());
-    }
-    if (object.contains(QLatin1String("on"))) {
-        const QJsonObject on = object.value(QLatin1String("on")).toObject();
-        if (on.contains(QLatin1String("on")))
-            light.on = on.value(QLatin1String("on")).toBool();
-    }
-    if (object.contains(QLatin1String("id")))
-        light.id = object.value(QLatin1String("id")).toString();
-    const QJsonObject metadata = object.value(QLatin1String("metadata")).toObject();
-    if (metadata.contains(QLatin1String("name")))
-        light.name = metadata.value(QLatin1String("name")).toString();
-    return light;
 }
 
 QString lightPath(const QString &light)
@@ -94,8 +62,13 @@ void registerHueMetaTypes()
 HueBridge::HueBridge(QObject *parent)
     : QObject(parent)
     , m_network(new QNetworkAccessManager(this))
+    , m_mdns(new HueMdns(this))
 {
     registerHueMetaTypes();
+    m_clock.start();
+    m_pumpTimer.setSingleShot(true);
+    connect(&m_pumpTimer, &QTimer::timeout, this, &HueBridge::pump);
+    connect(m_mdns, &HueMdns::finished, this, &HueBridge::onMdnsFinished);
     loadBridges();
 }
 
@@ -122,6 +95,67 @@ int HueBridge::mirekToKelvin(int mirek)
         return 0;
     const int q = 1000000 / mirek;
     return int(std::trunc(q * 0.01)) * 100;
+}
+
+Light HueBridge::lightFromJson(const QJsonObject &object)
+{
+    Light light;
+    if (object.contains(QLatin1String("color_temperature"))) {
+        const QJsonObject temperature = object.value(QLatin1String("color_temperature")).toObject();
+        if (temperature.contains(QLatin1String("mirek_valid"))
+            && temperature.value(QLatin1String("mirek_valid")).toBool()
+            && temperature.contains(QLatin1String("mirek"))) {
+            light.mirek = temperature.value(QLatin1String("mirek")).toInt(153);
+            light.mirekValid = light.mirek > 0;
+        }
+        if (temperature.contains(QLatin1String("mirek_schema"))) {
+            const QJsonObject schema = temperature.value(QLatin1String("mirek_schema")).toObject();
+            if (schema.contains(QLatin1String("mirek_maximum")))
+                light.temperatureMin = HueBridge::mirekToKelvin(schema.value(QLatin1String("mirek_maximum")).toInt(500));
+            if (schema.contains(QLatin1String("mirek_minimum")))
+                light.temperatureMax = HueBridge::mirekToKelvin(schema.value(QLatin1String("mirek_minimum")).toInt(153));
+        }
+    }
+    if (object.contains(QLatin1String("dimming"))) {
+        const QJsonObject dimming = object.value(QLatin1String("dimming")).toObject();
+        if (dimming.contains(QLatin1String("brightness")))
+            light.brightness = truncatedInt(dimming.value(QLatin1String("brightness")).toDouble());
+    }
+    if (object.contains(QLatin1String("on"))) {
+        const QJsonObject on = object.value(QLatin1String("on")).toObject();
+        if (on.contains(QLatin1String("on")))
+            light.on = on.value(QLatin1String("on")).toBool();
+    }
+    if (object.value(QLatin1String("color")).isObject()) {
+        light.hasColor = true;
+        const QJsonObject xy = object.value(QLatin1String("color")).toObject().value(QLatin1String("xy")).toObject();
+        light.colorX = qBound(0.0, xy.value(QLatin1String("x")).toDouble(), 1.0);
+        light.colorY = qBound(0.0, xy.value(QLatin1String("y")).toDouble(), 1.0);
+    }
+    if (object.contains(QLatin1String("id")))
+        light.id = object.value(QLatin1String("id")).toString();
+    const QJsonObject metadata = object.value(QLatin1String("metadata")).toObject();
+    if (metadata.contains(QLatin1String("name")))
+        light.name = metadata.value(QLatin1String("name")).toString();
+    return light;
+}
+
+int HueBridge::lightKelvin(const Light &light)
+{
+    if (light.temperatureMin <= 0 || light.temperatureMax < light.temperatureMin)
+        return 0; // no colour temperature at all
+    int kelvin = light.temperatureMin;
+    if (light.mirekValid) {
+        kelvin = mirekToKelvin(light.mirek);
+    } else if (light.hasColor && qAbs(0.1858 - light.colorY) > 1e-6) {
+        // In colour mode the bridge reports no temperature: take the one nearest to the colour
+        // (McCamy's approximation), rounded down to hundreds like the range.
+        const double n = (light.colorX - 0.3320) / (0.1858 - light.colorY);
+        const double cct = ((449.0 * n + 3525.0) * n + 6823.3) * n + 5520.33;
+        if (std::isfinite(cct))
+            kelvin = int(qBound(0.0, cct, 1.0e6) / 100) * 100;
+    }
+    return qBound(light.temperatureMin, kelvin, light.temperatureMax);
 }
 
 // ---- settings ------------------------------------------------------------------------------------
@@ -192,15 +226,12 @@ void HueBridge::guardReplySize(QNetworkReply *reply)
 
 QByteArray HueBridge::readReply(QNetworkReply *reply)
 {
+    reply->deleteLater();
     if (reply->error() != QNetworkReply::NoError) {
-        // The reply stays alive until the access manager goes; it is small and this keeps the
-        // handlers free of lifetime questions.
         qDebug() << "Network error:" << reply->url().toString() << reply->errorString();
         return QByteArray();
     }
-    const QByteArray body = reply->read(kMaxReplyBytes);
-    reply->deleteLater();
-    return body;
+    return reply->read(kMaxReplyBytes);
 }
 
 QNetworkReply *HueBridge::requestDiscovery()
@@ -238,11 +269,10 @@ QList<Bridge> HueBridge::parseBridgeList(const QByteArray &body)
     return bridges;
 }
 
-void HueBridge::parseBridges(const QByteArray &body, bool targeted, const QString &ip, const QString &id,
-                             const QString &light)
+void HueBridge::handleFound(const QList<Bridge> &bridges, bool targeted, const QString &ip, const QString &id,
+                            const QString &light)
 {
     QList<Bridge> found;
-    const QList<Bridge> bridges = parseBridgeList(body);
     for (const Bridge &bridge : bridges) {
         const BridgeKey key{bridge.ip, bridge.id};
         if (bridge.ip.isEmpty() || bridge.id.isEmpty() || m_paired.contains(key) || m_discovered.contains(key))
@@ -259,15 +289,84 @@ void HueBridge::parseBridges(const QByteArray &body, bool targeted, const QStrin
         emit discover(found);
 }
 
+void HueBridge::findBridges(bool cloud, std::function<void(const QList<Bridge> &)> done)
+{
+    m_mdnsWaiters.append(std::move(done));
+    m_mdnsCloud = m_mdnsCloud || cloud;
+    m_mdns->query();
+}
+
+void HueBridge::onMdnsFinished(const QList<Bridge> &bridges)
+{
+    const auto waiters = std::exchange(m_mdnsWaiters, {});
+    const bool cloud = std::exchange(m_mdnsCloud, false);
+    followMovedBridges(bridges);
+    QNetworkReply *reply = bridges.isEmpty() && cloud ? requestDiscovery() : nullptr;
+    if (!reply) {
+        for (const auto &waiter : waiters)
+            waiter(bridges);
+        return;
+    }
+    connect(reply, &QNetworkReply::finished, this, [this, reply, waiters]() {
+        const QList<Bridge> found = parseBridgeList(readReply(reply));
+        followMovedBridges(found);
+        for (const auto &waiter : waiters)
+            waiter(found);
+    });
+}
+
+void HueBridge::followMovedBridges(const QList<Bridge> &bridges)
+{
+    for (const Bridge &found : bridges) {
+        if (found.ip.isEmpty() || found.id.isEmpty() || m_paired.contains({found.ip, found.id}))
+            continue;
+        BridgeKey oldKey;
+        for (auto it = m_paired.cbegin(); it != m_paired.cend(); ++it) {
+            if (it.key().second == found.id)
+                oldKey = it.key();
+        }
+        if (oldKey.second.isEmpty())
+            continue;
+        Bridge moved = m_paired.take(oldKey);
+        const QString oldIp = moved.ip;
+        moved.ip = found.ip;
+        const BridgeKey newKey{moved.ip, moved.id};
+        m_paired.insert(newKey, moved);
+        {
+            QSettings settings = hueSettings();
+            settings.remove(QStringLiteral("bridge/") + oldIp + QLatin1Char('/') + moved.id);
+        }
+        saveBridge(moved);
+        m_links.insert(newKey, m_links.take(oldKey));
+        qDebug() << "[HueBridge::followMovedBridges]: id:" << moved.id << "from:" << oldIp << "to:" << moved.ip;
+        Link &link = m_links[newKey];
+        if (link.stream)
+            link.stream->start(moved.ip, moved.username.toUtf8());
+        emit bridgeMoved(oldIp, moved);
+        pump();
+    }
+}
+
+void HueBridge::searchMovedBridges()
+{
+    const qint64 now = m_clock.elapsed();
+    if (now - m_lastMoveSearchMs < kMoveSearchIntervalMs)
+        return;
+    m_lastMoveSearchMs = now;
+    findBridges(false, [](const QList<Bridge> &) {});
+}
+
 void HueBridge::discoverBridges()
 {
     if (!m_discovered.isEmpty())
         emit discover(m_discovered.values());
-    QNetworkReply *reply = requestDiscovery();
-    if (!reply)
+    // One answer is enough for any number of presses while the search runs.
+    if (m_discoverPending)
         return;
-    connect(reply, &QNetworkReply::finished, this, [this, reply]() {
-        parseBridges(readReply(reply), false, QString(), QString(), QString());
+    m_discoverPending = true;
+    findBridges(true, [this](const QList<Bridge> &bridges) {
+        m_discoverPending = false;
+        handleFound(bridges, false, QString(), QString(), QString());
     });
 }
 
@@ -282,11 +381,8 @@ void HueBridge::queryLight(const QString &ip, const QString &id, const QString &
         emit discover2(m_discovered.value(key), light);
         return;
     }
-    QNetworkReply *reply = requestDiscovery();
-    if (!reply)
-        return;
-    connect(reply, &QNetworkReply::finished, this, [this, reply, ip, id, light]() {
-        parseBridges(readReply(reply), true, ip, id, light);
+    findBridges(true, [this, ip, id, light](const QList<Bridge> &bridges) {
+        handleFound(bridges, true, ip, id, light);
     });
 }
 
@@ -312,6 +408,7 @@ void HueBridge::sendPairing(const Bridge &bridge, const QString &light, bool sin
     QJsonObject body;
     body.insert(QStringLiteral("devicetype"), QStringLiteral("appName#instanceName"));
     body.insert(QStringLiteral("generateclientkey"), true);
+    request.setTransferTimeout(kRequestTimeoutMs);
     QNetworkReply *reply = m_network->post(request, jsonBody(body));
     guardReplySize(reply);
     connect(reply, &QNetworkReply::finished, this, [this, reply, bridge, light, single]() {
@@ -339,10 +436,13 @@ void HueBridge::parseRegisterResult(const QByteArray &body, const Bridge &bridge
         const BridgeKey key{paired.ip, paired.id};
         m_paired.insert(key, paired);
         m_discovered.remove(key);
+        m_links[key].revoked = false;
         emit registerResult(true);
-        if (single)
+        setOnline(key, true);
+        startEventStream(key);
+        if (single && !light.isEmpty())
             getLight(paired.ip, paired.id, light);
-        else
+        else if (!single)
             getLights(paired);
     }
 }
@@ -353,6 +453,7 @@ QNetworkReply *HueBridge::sendLightRequest(const Bridge &bridge, const QString &
 {
     QNetworkRequest request{QUrl(QStringLiteral("https://") + bridge.ip + path)};
     applySslConfig(request);
+    request.setTransferTimeout(kRequestTimeoutMs);
     request.setRawHeader(kApplicationKeyHeader, bridge.username.toUtf8());
     QNetworkReply *reply = nullptr;
     if (putBody.isNull()) {
@@ -374,11 +475,23 @@ void HueBridge::getAllLights()
 
 void HueBridge::getLights(const Bridge &bridge)
 {
-    if (!m_paired.contains({bridge.ip, bridge.id}))
+    const BridgeKey key{bridge.ip, bridge.id};
+    if (!m_paired.contains(key))
         return;
-    QNetworkReply *reply = sendLightRequest(m_paired.value({bridge.ip, bridge.id}), QLatin1String(kLightPath), QByteArray());
-    connect(reply, &QNetworkReply::finished, this, [this, reply, bridge]() {
-        parseLights(bridge, readReply(reply), false);
+    QNetworkReply *reply = sendLightRequest(m_paired.value(key), QLatin1String(kLightPath), QByteArray());
+    connect(reply, &QNetworkReply::finished, this, [this, reply, bridge, key]() {
+        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        const QByteArray body = readReply(reply);
+        if (!m_paired.contains(key))
+            return;
+        if (status == 403) {
+            onKeyRefused(key, QString());
+            return;
+        }
+        setOnline(key, status != 0);
+        if (status == 0)
+            searchMovedBridges();
+        parseLights(bridge, body, false);
     });
 }
 
@@ -387,10 +500,10 @@ void HueBridge::getLight(const QString &ip, const QString &id, const QString &li
     const BridgeKey key{ip, id};
     if (!m_paired.contains(key))
         return;
-    QNetworkReply *reply = sendLightRequest(m_paired.value(key), lightPath(light), QByteArray());
-    connect(reply, &QNetworkReply::finished, this, [this, reply, key]() {
-        parseLights(m_paired.value(key), readReply(reply), true);
-    });
+    HueCommand command;
+    command.light = light;
+    command.property = QStringLiteral("get");
+    enqueue(key, command);
 }
 
 QList<Light> HueBridge::parseLightList(const QByteArray &body)
@@ -424,47 +537,45 @@ void HueBridge::parseLights(const Bridge &bridge, const QByteArray &body, bool s
         emit discoverLight(bridge, lights);
 }
 
-void HueBridge::putState(const QString &ip, const QString &id, const QString &light, const QByteArray &body,
-                         bool isPower, bool on)
+void HueBridge::putState(const QString &ip, const QString &id, const QString &light, const QString &property,
+                         const QByteArray &body, bool on)
 {
     const BridgeKey key{ip, id};
     if (!m_paired.contains(key))
         return;
-    const Bridge bridge = m_paired.value(key);
-    QNetworkReply *reply = sendLightRequest(bridge, lightPath(light), body);
-    connect(reply, &QNetworkReply::finished, this, [this, reply, bridge, isPower, on]() {
-        QString rid;
-        const bool accepted = recieveSetStateResponse(readReply(reply), rid);
-        if (isPower && accepted)
-            emit updatePower(bridge, rid, on);
-    });
+    HueCommand command;
+    command.light = light;
+    command.property = property;
+    command.body = body;
+    command.on = on;
+    enqueue(key, command);
 }
 
 void HueBridge::setPower(const QString &ip, const QString &id, const QString &light, bool on)
 {
-    putState(ip, id, light, jsonBody({{QStringLiteral("on"), QJsonObject{{QStringLiteral("on"), on}}}}), true, on);
+    putState(ip, id, light, QStringLiteral("on"),
+             jsonBody({{QStringLiteral("on"), QJsonObject{{QStringLiteral("on"), on}}}}), on);
 }
 
 void HueBridge::setBrightness(const QString &ip, const QString &id, const QString &light, int brightness)
 {
-    putState(ip, id, light,
-             jsonBody({{QStringLiteral("dimming"), QJsonObject{{QStringLiteral("brightness"), brightness}}}}), false,
-             false);
+    putState(ip, id, light, QStringLiteral("dimming"),
+             jsonBody({{QStringLiteral("dimming"), QJsonObject{{QStringLiteral("brightness"), brightness}}}}), false);
 }
 
 void HueBridge::setTemperature(const QString &ip, const QString &id, const QString &light, int kelvin)
 {
-    putState(ip, id, light,
+    putState(ip, id, light, QStringLiteral("color_temperature"),
              jsonBody({{QStringLiteral("color_temperature"),
                         QJsonObject{{QStringLiteral("mirek"), kelvinToMirek(kelvin)}}}}),
-             false, false);
+             false);
 }
 
 void HueBridge::setColor(const QString &ip, const QString &id, const QString &light, float xy[2])
 {
     const QJsonObject point{{QStringLiteral("x"), double(xy[0])}, {QStringLiteral("y"), double(xy[1])}};
-    putState(ip, id, light, jsonBody({{QStringLiteral("color"), QJsonObject{{QStringLiteral("xy"), point}}}}), false,
-             false);
+    putState(ip, id, light, QStringLiteral("color"),
+             jsonBody({{QStringLiteral("color"), QJsonObject{{QStringLiteral("xy"), point}}}}), false);
 }
 
 bool HueBridge::recieveSetStateResponse(const QByteArray &body, QString &rid)
@@ -506,4 +617,210 @@ bool HueBridge::recieveSetStateResponse(const QByteArray &body, QString &rid)
         }
     }
     return true;
+}
+
+// ---- pacing, reachability and the event stream ---------------------------------------------------
+
+void HueBridge::enqueue(const BridgeKey &key, const HueCommand &command)
+{
+    m_links[key].queue.enqueue(command);
+    pump();
+}
+
+void HueBridge::pump()
+{
+    const qint64 now = m_clock.elapsed();
+    qint64 next = -1;
+    auto wakeAt = [&next](qint64 due) { next = next < 0 ? due : qMin(next, due); };
+    QList<QPair<BridgeKey, HueCommand>> toSend;
+    for (auto it = m_links.begin(); it != m_links.end(); ++it) {
+        Link &link = it.value();
+        // While a bridge does not answer, one request at a time finds out whether it is back.
+        const int limit = link.online ? kMaxInFlight : 1;
+        if (link.queue.isEmpty() || link.busy.size() >= limit || !link.queue.hasReady(link.busy))
+            continue; // the next reply pumps again
+        const qint64 due = qMax(link.lastSendMs + kCommandIntervalMs, link.pausedUntilMs);
+        if (due > now) {
+            wakeAt(due);
+            continue;
+        }
+        HueCommand command;
+        link.queue.takeNext(link.busy, command);
+        link.lastSendMs = now;
+        link.busy.insert(command.light);
+        toSend.append({it.key(), command});
+        if (!link.queue.isEmpty())
+            wakeAt(now + kCommandIntervalMs);
+    }
+    for (const auto &item : qAsConst(toSend))
+        sendCommand(item.first, item.second);
+    if (next >= 0)
+        m_pumpTimer.start(int(qMax<qint64>(0, next - now)));
+}
+
+void HueBridge::sendCommand(const BridgeKey &key, const HueCommand &command)
+{
+    const Bridge bridge = m_paired.value(key);
+    QNetworkReply *reply = sendLightRequest(bridge, lightPath(command.light), command.body);
+    const QString id = key.second;
+    connect(reply, &QNetworkReply::finished, this, [this, id, command, reply]() {
+        // The bridge may have moved while the request was on the way.
+        BridgeKey current;
+        for (auto it = m_paired.cbegin(); it != m_paired.cend(); ++it) {
+            if (it.key().second == id)
+                current = it.key();
+        }
+        onCommandFinished(current, command, reply);
+    });
+}
+
+void HueBridge::onCommandFinished(const BridgeKey &key, HueCommand command, QNetworkReply *reply)
+{
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    bool retryOk = false;
+    const int retryAfter = reply->rawHeader("Retry-After").trimmed().toInt(&retryOk);
+    const QByteArray body = readReply(reply);
+    if (!m_paired.contains(key) || !m_links.contains(key)) {
+        pump();
+        return;
+    }
+    m_links[key].busy.remove(command.light);
+    const Bridge bridge = m_paired.value(key);
+    const bool isRead = command.property == QLatin1String("get");
+    bool failed = false;
+    if (status == 0) {
+        // No answer at all: switched off, unplugged, or gone to another address.
+        setOnline(key, false);
+        searchMovedBridges();
+        failed = true;
+    } else if (status == 403) {
+        onKeyRefused(key, command.light);
+    } else if (status == 429) {
+        setOnline(key, true);
+        Link &link = m_links[key];
+        if (++command.attempts <= kMaxRateLimitRetries) {
+            link.pausedUntilMs = m_clock.elapsed() + 1000 * qBound(1, retryOk ? retryAfter : 1, 60);
+            link.queue.retry(command);
+        } else {
+            failed = true;
+        }
+    } else if (status >= 200 && status < 300) {
+        m_links[key].revoked = false;
+        setOnline(key, true);
+        if (isRead) {
+            parseLights(bridge, body, true);
+        } else {
+            QString rid;
+            const bool accepted = recieveSetStateResponse(body, rid);
+            if (command.property == QLatin1String("on") && accepted)
+                emit updatePower(bridge, rid, command.on);
+        }
+    } else {
+        setOnline(key, true);
+        failed = true;
+    }
+    // The store already shows the value; read the lamp so that it shows what the lamp really does.
+    if (failed && !isRead && m_links.contains(key)) {
+        qDebug() << "[HueBridge::onCommandFinished]: failed:" << command.light << command.property << "status:" << status;
+        HueCommand read;
+        read.light = command.light;
+        read.property = QStringLiteral("get");
+        m_links[key].queue.enqueue(read);
+    }
+    pump();
+}
+
+void HueBridge::setOnline(const BridgeKey &key, bool online)
+{
+    if (!m_paired.contains(key))
+        return;
+    Link &link = m_links[key];
+    if (link.online == online)
+        return;
+    link.online = online;
+    qDebug() << "[HueBridge::setOnline]: ip:" << key.first << "id:" << key.second << "online:" << online;
+    // A stream left from before an outage may be dead without knowing it.
+    if (link.stream && (!online || !link.stream->isOpen()))
+        link.stream->restart();
+    emit bridgeOnline(m_paired.value(key), online);
+}
+
+void HueBridge::onKeyRefused(const BridgeKey &key, const QString &light)
+{
+    if (!m_paired.contains(key))
+        return;
+    Link &link = m_links[key];
+    const bool wasRevoked = link.revoked;
+    link.revoked = true;
+    link.queue.clear();
+    if (link.stream)
+        link.stream->stop();
+    if (wasRevoked)
+        return;
+    qDebug() << "[HueBridge::onKeyRefused]: ip:" << key.first << "id:" << key.second;
+    link.online = false;
+    const Bridge bridge = m_paired.value(key);
+    emit bridgeOnline(bridge, false);
+    if (!m_revokedNotified.contains(key.second)) {
+        m_revokedNotified.insert(key.second);
+        emit keyRevoked(bridge, light);
+    }
+}
+
+bool HueBridge::isOnline(const QString &ip, const QString &id) const
+{
+    return m_links.value({ip, id}).online;
+}
+
+int HueBridge::queuedCommands(const QString &ip, const QString &id) const
+{
+    return m_links.value({ip, id}).queue.size();
+}
+
+void HueBridge::startEventStreams()
+{
+    const QList<BridgeKey> keys = m_paired.keys();
+    for (const BridgeKey &key : keys)
+        startEventStream(key);
+}
+
+void HueBridge::startEventStream(const BridgeKey &key)
+{
+    const Bridge bridge = m_paired.value(key);
+    Link &link = m_links[key];
+    if (bridge.username.isEmpty())
+        return;
+    if (!link.stream) {
+        link.stream = new HueEventStream(m_network, [this](QNetworkRequest &request) { applySslConfig(request); }, this);
+        const QString id = bridge.id;
+        auto currentKey = [this, id]() {
+            for (auto it = m_paired.cbegin(); it != m_paired.cend(); ++it) {
+                if (it.key().second == id)
+                    return it.key();
+            }
+            return BridgeKey();
+        };
+        connect(link.stream, &HueEventStream::opened, this, [this, currentKey]() { setOnline(currentKey(), true); });
+        connect(link.stream, &HueEventStream::unanswered, this, [this, currentKey]() {
+            setOnline(currentKey(), false);
+            searchMovedBridges();
+        });
+        connect(link.stream, &HueEventStream::refused, this, [this, currentKey](int status) {
+            if (status == 403)
+                onKeyRefused(currentKey(), QString());
+        });
+        connect(link.stream, &HueEventStream::lightUpdated, this, [this, currentKey](const QJsonObject &resource) {
+            onStreamEvent(currentKey(), resource);
+        });
+    } else if (link.stream->isRunningFor(bridge.ip, bridge.username.toUtf8())) {
+        return;
+    }
+    link.stream->start(bridge.ip, bridge.username.toUtf8());
+}
+
+void HueBridge::onStreamEvent(const BridgeKey &key, const QJsonObject &resource)
+{
+    if (!m_paired.contains(key))
+        return;
+    emit lightEvent(m_paired.value(key), resource.value(QLatin1String("id")).toString(), resource);
 }

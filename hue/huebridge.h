@@ -1,13 +1,22 @@
 #pragma once
 
+#include "huecommandqueue.h"
+
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QHash>
+#include <QJsonObject>
 #include <QList>
 #include <QMetaType>
 #include <QObject>
 #include <QPair>
 #include <QString>
+#include <QTimer>
 
+#include <functional>
+
+class HueEventStream;
+class HueMdns;
 class QNetworkAccessManager;
 class QNetworkReply;
 class QNetworkRequest;
@@ -32,6 +41,10 @@ struct Light
     qint32 temperatureMin = 0;
     QString id;
     QString name;
+    bool mirekValid = false;
+    bool hasColor = false; // the resource has "color": the lamp takes colours
+    double colorX = 0;
+    double colorY = 0;
 };
 
 Q_DECLARE_METATYPE(Bridge)
@@ -54,6 +67,14 @@ public:
     static constexpr int kMaxLights = 1024;
     static constexpr int kDiscoveryIntervalSecs = 60;
     static constexpr int kDiscoveryTimeoutMs = 10000;
+    // A bridge that is switched off must not leave requests hanging.
+    static constexpr int kRequestTimeoutMs = 8000;
+    // A bridge takes about ten light commands a second; leave a little room under that.
+    static constexpr int kCommandIntervalMs = 110;
+    static constexpr int kMaxInFlight = 4;
+    static constexpr int kMaxAttempts = 3;
+    static constexpr int kMaxRateLimitRetries = 5;
+    static constexpr int kMoveSearchIntervalMs = 10000;
 
     explicit HueBridge(QObject *parent = nullptr);
     ~HueBridge() override;
@@ -73,6 +94,12 @@ public:
 
     bool recieveSetStateResponse(const QByteArray &body, QString &rid);
 
+    // Keeps the event stream of every paired bridge open.
+    void startEventStreams();
+    // Whether the bridge answered its last request.
+    bool isOnline(const QString &ip, const QString &id) const;
+    int queuedCommands(const QString &ip, const QString &id) const;
+
     const BridgeTable &pairedBridges() const { return m_paired; }
     const BridgeTable &discoveredBridges() const { return m_discovered; }
 
@@ -81,6 +108,10 @@ public:
     // Pure conversions, shared with the reply parsers.
     static int kelvinToMirek(int kelvin);
     static int mirekToKelvin(int mirek);
+    // The colour temperature to show for a lamp, in kelvin inside its range: its own when the bridge
+    // reports one, else the one nearest to its colour.
+    static int lightKelvin(const Light &light);
+    static Light lightFromJson(const QJsonObject &object);
     static QList<Light> parseLightList(const QByteArray &body);
     static QList<Bridge> parseBridgeList(const QByteArray &body);
 
@@ -94,6 +125,14 @@ signals:
     void updateTemperature(Bridge bridge, QString light, int temperature);
     void updateColor(Bridge bridge, QString light, float *xy);
     void discover2(Bridge bridge, QString light);
+    // The bridge stopped answering, or answered again.
+    void bridgeOnline(Bridge bridge, bool online);
+    // A change made elsewhere (the Hue app, a switch), as the bridge's event stream reported it.
+    void lightEvent(Bridge bridge, QString light, QJsonObject resource);
+    // A paired bridge answers from a new address; the table and the settings already follow it.
+    void bridgeMoved(QString oldIp, Bridge bridge);
+    // The bridge no longer accepts the application key (once per bridge and run).
+    void keyRevoked(Bridge bridge, QString light);
 
 private:
     void loadBridges();
@@ -101,19 +140,53 @@ private:
     bool canDiscover();
     void applySslConfig(QNetworkRequest &request);
     QByteArray readReply(QNetworkReply *reply);
-    void parseBridges(const QByteArray &body, bool targeted, const QString &ip, const QString &id,
-                      const QString &light);
+    void handleFound(const QList<Bridge> &bridges, bool targeted, const QString &ip, const QString &id,
+                     const QString &light);
+    // mDNS first; the cloud service (rate limited) when it finds nothing and `cloud` is set.
+    void findBridges(bool cloud, std::function<void(const QList<Bridge> &)> done);
+    void onMdnsFinished(const QList<Bridge> &bridges);
+    void followMovedBridges(const QList<Bridge> &bridges);
+    void searchMovedBridges();
     void parseRegisterResult(const QByteArray &body, const Bridge &bridge, const QString &light, bool single);
     void parseLights(const Bridge &bridge, const QByteArray &body, bool single);
 
     QNetworkReply *requestDiscovery();
     void sendPairing(const Bridge &bridge, const QString &light, bool single);
     QNetworkReply *sendLightRequest(const Bridge &bridge, const QString &path, const QByteArray &putBody);
-    void putState(const QString &ip, const QString &id, const QString &light, const QByteArray &body,
-                  bool isPower, bool on);
+    void putState(const QString &ip, const QString &id, const QString &light, const QString &property,
+                  const QByteArray &body, bool on);
     void guardReplySize(QNetworkReply *reply);
+
+    // Per bridge: the paced command queue, reachability and the event stream.
+    struct Link
+    {
+        HueCommandQueue queue;
+        QSet<QString> busy;
+        qint64 lastSendMs = -1000000;
+        qint64 pausedUntilMs = 0;
+        bool online = true;
+        bool revoked = false;
+        HueEventStream *stream = nullptr;
+    };
+    void enqueue(const BridgeKey &key, const HueCommand &command);
+    void pump();
+    void sendCommand(const BridgeKey &key, const HueCommand &command);
+    void onCommandFinished(const BridgeKey &key, HueCommand command, QNetworkReply *reply);
+    void setOnline(const BridgeKey &key, bool online);
+    void onKeyRefused(const BridgeKey &key, const QString &light);
+    void startEventStream(const BridgeKey &key);
+    void onStreamEvent(const BridgeKey &key, const QJsonObject &resource);
 
     QNetworkAccessManager *m_network;
     BridgeTable m_paired;
     BridgeTable m_discovered;
+    QHash<BridgeKey, Link> m_links;
+    QElapsedTimer m_clock;
+    QTimer m_pumpTimer;
+    HueMdns *m_mdns;
+    QList<std::function<void(const QList<Bridge> &)>> m_mdnsWaiters;
+    bool m_mdnsCloud = false;
+    bool m_discoverPending = false;
+    qint64 m_lastMoveSearchMs = -1000000;
+    QSet<QString> m_revokedNotified;
 };

@@ -48,6 +48,7 @@ HueBridgeDialog::HueBridgeDialog(QWidget *parent)
         connect(m_hueBridge.get(), &HueBridge::discover, this, &HueBridgeDialog::onDiscoverBridge);
         connect(m_hueBridge.get(), &HueBridge::discover2, this, &HueBridgeDialog::onDiscoverBridge2);
         connect(m_hueBridge.get(), &HueBridge::registerResult, this, &HueBridgeDialog::onRegisterResult);
+        connect(m_hueBridge.get(), &HueBridge::keyRevoked, this, &HueBridgeDialog::onKeyRevoked);
     }
     connect(ui->listWidget, &QListWidget::itemSelectionChanged, this, &HueBridgeDialog::onItemSelectionChanged);
     connect(ui->pushButton_pair, &QPushButton::clicked, this, &HueBridgeDialog::onPairBridge);
@@ -135,6 +136,18 @@ void HueBridgeDialog::onDiscoverBridge2(Bridge bridge, QString light)
     item->setData(Qt::UserRole, QVariant::fromValue(bridge));
     item->setData(Qt::UserRole + 1, light);
     showBesideParent();
+}
+
+void HueBridgeDialog::onKeyRevoked(Bridge bridge, QString light)
+{
+    m_repair = true;
+    ui->listWidget->clear();
+    auto *item = new QListWidgetItem(bridge.id, ui->listWidget);
+    item->setData(Qt::UserRole, QVariant::fromValue(bridge));
+    item->setData(Qt::UserRole + 1, light);
+    item->setSelected(true);
+    showBesideParent();
+    raise();
 }
 
 void HueBridgeDialog::onItemSelectionChanged()

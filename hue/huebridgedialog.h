@@ -46,6 +46,8 @@ public slots:
     void onItemSelectionChanged();
     void onPairBridge();
     void onTryBridge();
+    // The bridge refused its key: offer to pair it again, with its entry already chosen.
+    void onKeyRevoked(Bridge bridge, QString light);
 
 private:
     void setPage(int index);

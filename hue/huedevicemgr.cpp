@@ -2,7 +2,9 @@
 
 #include "devdatamgr.h"
 
+#include <QJsonObject>
 #include <QStringList>
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -20,8 +22,16 @@ void applyLight(DevData &dev, const Light &light)
     dev.name = light.name;
     dev.protocol = HueDeviceMgr::kProtocol;
     dev.brightness = light.brightness;
-    // Kept in mirek as reported; commands from the interface write kelvin into the same field.
-    dev.temperature = light.mirek;
+    // Kelvin, like everything the interface and the plug-in clients write and read.
+    dev.temperature = HueBridge::lightKelvin(light);
+    dev.colorLightEnable = light.hasColor;
+    dev.lightEffectEnable = false;
+    if (light.hasColor && !light.mirekValid) {
+        dev.colorLight = HueDeviceMgr::xyToColorName(light.colorX, light.colorY);
+        dev.devCurModel = 3;
+    } else if (light.mirekValid) {
+        dev.devCurModel = 1;
+    }
     dev.switchState = light.on;
     dev.linkState = 1;
     dev.brightnessMin = 0;
@@ -49,6 +59,9 @@ HueDeviceMgr::HueDeviceMgr(std::shared_ptr<DevDataMgr> store, QObject *parent)
     connect(m_bridge.get(), &HueBridge::updatePower, this, &HueDeviceMgr::onUpdatePower);
     connect(m_bridge.get(), &HueBridge::updateBrightness, this, &HueDeviceMgr::onUpdateBrightness);
     connect(m_bridge.get(), &HueBridge::updateTemperature, this, &HueDeviceMgr::onUpdateTemperature);
+    connect(m_bridge.get(), &HueBridge::bridgeOnline, this, &HueDeviceMgr::onBridgeOnline);
+    connect(m_bridge.get(), &HueBridge::lightEvent, this, &HueDeviceMgr::onLightEvent);
+    connect(m_bridge.get(), &HueBridge::bridgeMoved, this, &HueDeviceMgr::onBridgeMoved);
 }
 
 HueDeviceMgr::~HueDeviceMgr() = default;
@@ -76,10 +89,43 @@ void HueDeviceMgr::colorToXy(const QColor &color, float xy[2])
         xy[1] = 0.0f;
 }
 
+QString HueDeviceMgr::xyToColorName(double x, double y)
+{
+    if (y <= 0.0)
+        return QStringLiteral("#000000");
+    // The inverse of colorToXy's matrix, at full brightness (Y = 1).
+    const double X = x / y;
+    const double Z = (1.0 - x - y) / y;
+    double rgb[3] = {1.656492 * X - 0.354851 - 0.255038 * Z, -0.707196 * X + 1.655397 + 0.036152 * Z,
+                     0.051713 * X - 0.121364 + 1.011530 * Z};
+    const double peak = std::max({rgb[0], rgb[1], rgb[2], 1e-9});
+    int channels[3];
+    for (int i = 0; i < 3; ++i) {
+        const double linear = qBound(0.0, rgb[i] / peak, 1.0);
+        const double encoded = linear <= 0.0031308 ? 12.92 * linear : 1.055 * std::pow(linear, 1.0 / 2.4) - 0.055;
+        channels[i] = qBound(0, int(std::lround(encoded * 255.0)), 255);
+    }
+    return QColor(channels[0], channels[1], channels[2]).name();
+}
+
+QStringList HueDeviceMgr::lampsOf(const QString &ip, const QString &id) const
+{
+    QStringList lamps;
+    if (!m_store)
+        return lamps;
+    for (const DevData &dev : m_store->devices()) {
+        const QStringList parts = splitAddress(dev.addr);
+        if (dev.protocol == kProtocol && !parts.isEmpty() && parts.at(0) == ip && parts.at(1) == id)
+            lamps << dev.addr;
+    }
+    return lamps;
+}
+
 void HueDeviceMgr::refreshDevices()
 {
     if (!m_store)
         return;
+    m_bridge->startEventStreams();
     // Collected first: the replies arrive later, but keep the loop independent of the table anyway.
     QList<QStringList> targets;
     for (const DevData &dev : m_store->devices()) {
@@ -234,4 +280,60 @@ void HueDeviceMgr::onUpdateTemperature(Bridge bridge, QString light, int tempera
     DevData dev = *stored;
     dev.temperature = temperature;
     m_store->updateDev(dev);
+}
+
+void HueDeviceMgr::onBridgeOnline(Bridge bridge, bool online)
+{
+    const QStringList lamps = lampsOf(bridge.ip, bridge.id);
+    for (const QString &addr : lamps) {
+        DevData dev = *m_store->findDev(addr);
+        dev.linkState = online ? 1 : 0;
+        m_store->updateDev(dev);
+        // Back from an outage: show what the lamp does now, not what it did before.
+        if (online)
+            m_bridge->getLight(bridge.ip, bridge.id, splitAddress(addr).at(2));
+    }
+}
+
+void HueDeviceMgr::onLightEvent(Bridge bridge, QString light, QJsonObject resource)
+{
+    const DevData *stored = m_store ? m_store->findDev(deviceAddress(bridge.ip, bridge.id, light)) : nullptr;
+    if (!stored)
+        return;
+    DevData dev = *stored;
+    dev.linkState = 1;
+    const QJsonValue on = resource.value(QLatin1String("on")).toObject().value(QLatin1String("on"));
+    if (on.isBool())
+        dev.switchState = on.toBool();
+    const QJsonValue brightness = resource.value(QLatin1String("dimming")).toObject().value(QLatin1String("brightness"));
+    if (brightness.isDouble())
+        dev.brightness = qBound(0, int(brightness.toDouble()), 100);
+    const QJsonObject temperature = resource.value(QLatin1String("color_temperature")).toObject();
+    if (temperature.value(QLatin1String("mirek_valid")).toBool() && temperature.value(QLatin1String("mirek")).toInt() > 0) {
+        Light reading;
+        reading.mirek = temperature.value(QLatin1String("mirek")).toInt();
+        reading.mirekValid = true;
+        reading.temperatureMin = dev.temperatureMin;
+        reading.temperatureMax = dev.temperatureMax;
+        dev.temperature = HueBridge::lightKelvin(reading);
+        dev.devCurModel = 1;
+    }
+    const QJsonObject xy = resource.value(QLatin1String("color")).toObject().value(QLatin1String("xy")).toObject();
+    if (xy.value(QLatin1String("x")).isDouble() && xy.value(QLatin1String("y")).isDouble() && dev.colorLightEnable
+        && !temperature.value(QLatin1String("mirek_valid")).toBool()) {
+        dev.colorLight = xyToColorName(qBound(0.0, xy.value(QLatin1String("x")).toDouble(), 1.0),
+                                       qBound(0.0, xy.value(QLatin1String("y")).toDouble(), 1.0));
+        dev.devCurModel = 3;
+    }
+    m_store->updateDev(dev);
+}
+
+void HueDeviceMgr::onBridgeMoved(QString oldIp, Bridge bridge)
+{
+    const QStringList lamps = lampsOf(oldIp, bridge.id);
+    for (const QString &addr : lamps) {
+        const QString light = splitAddress(addr).at(2);
+        if (m_store->changeDevAddr(addr, deviceAddress(bridge.ip, bridge.id, light)))
+            m_bridge->getLight(bridge.ip, bridge.id, light);
+    }
 }

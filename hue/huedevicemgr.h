@@ -37,6 +37,8 @@ public:
     // CIE 1931 xy of an sRGB colour, in single precision; black gives (0, 0).
     static void colorToXy(const QColor &color, float xy[2]);
     static QString deviceAddress(const QString &ip, const QString &id, const QString &light);
+    // The sRGB colour of a CIE xy point at full brightness, as "#rrggbb".
+    static QString xyToColorName(double x, double y);
 
 public slots:
     void onDiscoverLight(Bridge bridge, QList<Light> lights);
@@ -44,8 +46,14 @@ public slots:
     void onUpdatePower(Bridge bridge, QString light, bool on);
     void onUpdateBrightness(Bridge bridge, QString light, int brightness);
     void onUpdateTemperature(Bridge bridge, QString light, int temperature);
+    void onBridgeOnline(Bridge bridge, bool online);
+    void onLightEvent(Bridge bridge, QString light, QJsonObject resource);
+    void onBridgeMoved(QString oldIp, Bridge bridge);
 
 private:
+    // The stored Hue lamps of one bridge, by address.
+    QStringList lampsOf(const QString &ip, const QString &id) const;
+
     std::shared_ptr<HueBridge> m_bridge;
     std::shared_ptr<DevDataMgr> m_store;
 };

@@ -95,6 +95,7 @@ void ModifyWindow::initConnections()
     connect(m_updateCheck.get(), &UpdateCheck::versionMessage, m_updateDialog, &UpdateDialog::onVersionMessage);
     connect(m_updateCheck.get(), &UpdateCheck::replyMessage, this, &ModifyWindow::onShowMessage);
     connect(m_updateCheck.get(), &UpdateCheck::errorMessage, this, &ModifyWindow::onShowMessage);
+    connect(m_updateDialog, &UpdateDialog::sigMessage, this, &ModifyWindow::onShowMessage);
 }
 
 void ModifyWindow::initTrayIcon()

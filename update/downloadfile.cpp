@@ -1,5 +1,7 @@
 #include "downloadfile.h"
 
+#include "updatepolicy.h"
+
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -7,6 +9,18 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QStandardPaths>
+
+namespace {
+
+// A transfer that delivers nothing for this long has stalled.
+constexpr int kStallTimeoutMs = 60000;
+
+bool isRedirect(const QNetworkReply *reply)
+{
+    return !reply->attribute(QNetworkRequest::RedirectionTargetAttribute).isNull();
+}
+
+} // namespace
 
 DownloadFile::DownloadFile(QObject *parent)
     : QObject(parent)
@@ -27,16 +41,21 @@ DownloadFile::~DownloadFile()
     }
 }
 
-bool DownloadFile::startDownload(const QString &urlText, const QString &dir)
+bool DownloadFile::startDownload(const QString &urlText, const QString &dir, qint64 size, const QString &md5Hex)
 {
     if (reply && reply->isRunning()) {
         qDebug() << "[DownloadFile::startDownload]: busy, url:" << urlText;
         return false;
     }
+    failure = Failure::Refused;
 
     const QUrl newUrl = QUrl::fromUserInput(urlText);
     if (!newUrl.isValid()) {
         qDebug().noquote() << QStringLiteral("Download failed: %1 is invalid").arg(urlText);
+        return false;
+    }
+    if (!UpdatePolicy::isAllowedUrl(newUrl)) {
+        qDebug() << "[DownloadFile::startDownload]: refused, only https (http on loopback), url:" << urlText;
         return false;
     }
 
@@ -44,22 +63,29 @@ bool DownloadFile::startDownload(const QString &urlText, const QString &dir)
     if (folder.isEmpty())
         folder = QStandardPaths::writableLocation(QStandardPaths::DownloadLocation);
 
-    QString fileName = newUrl.fileName(QUrl::FullyDecoded);
-    // The URL comes from the network: "." and ".." would name a folder, not a file.
-    if (fileName.isEmpty() || fileName == QLatin1String(".") || fileName == QLatin1String(".."))
-        return false;
+    // The name comes from the network: it never chooses the folder.
+    const QString fileName = UpdatePolicy::safeFileName(newUrl);
+    if (fileName != newUrl.fileName(QUrl::FullyDecoded))
+        qDebug() << "[DownloadFile::startDownload]: unsafe file name:" << newUrl.fileName(QUrl::FullyDecoded)
+                 << "saved as:" << fileName;
 
     if (!QFileInfo(folder).isDir())
         QDir().mkpath(folder);
 
-    fileName = folder + QLatin1Char('/') + fileName;
-    if (QFile::exists(fileName))
-        QFile::remove(fileName);
+    const QString path = folder + QLatin1Char('/') + fileName;
+    if (QFile::exists(path))
+        QFile::remove(path);
 
-    file = openFileForWrite(fileName);
-    if (!file)
+    file = openFileForWrite(path);
+    if (!file) {
+        failure = Failure::File;
         return false;
+    }
 
+    failure = Failure::None;
+    redirects = 0;
+    expectedSize = qMax(qint64(0), size);
+    expectedMd5 = md5Hex.trimmed().toLower().toLatin1();
     startRequest(newUrl);
     return true;
 }
@@ -88,11 +114,14 @@ void DownloadFile::startRequest(const QUrl &requestedUrl)
     try {
         url = requestedUrl;
         httpRequestAborted = false;
+        written = 0;
+        md5.reset();
 
         QNetworkRequest request(url);
-        request.setSslConfiguration(request.sslConfiguration());
-        // Redirects are followed here, so that each hop starts the file afresh.
+        request.setSslConfiguration(UpdatePolicy::sslConfiguration());
+        // Redirects are followed here: each hop is checked and starts the file afresh.
         request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        request.setTransferTimeout(kStallTimeoutMs);
 
         reply = manager.get(request);
         connect(reply, &QNetworkReply::finished, this, &DownloadFile::httpFinished);
@@ -105,13 +134,50 @@ void DownloadFile::startRequest(const QUrl &requestedUrl)
 
 void DownloadFile::httpReadyRead()
 {
-    if (file && file->isOpen() && reply)
-        file->write(reply->readAll());
+    if (!file || !file->isOpen() || !reply)
+        return;
+    const QByteArray chunk = reply->readAll();
+    // The page that comes with a redirect is not part of the file.
+    if (isRedirect(reply))
+        return;
+    if (expectedSize > 0 && written + chunk.size() > expectedSize) {
+        qDebug() << "[DownloadFile::httpReadyRead]: more than the offered size:" << expectedSize
+                 << "url:" << url.toString();
+        fail(Failure::Mismatch);
+        return;
+    }
+    if (file->write(chunk) != chunk.size()) {
+        qDebug() << "[DownloadFile::httpReadyRead]: cannot write:" << file->fileName() << file->errorString();
+        fail(Failure::File);
+        return;
+    }
+    md5.addData(chunk);
+    written += chunk.size();
 }
 
 void DownloadFile::networkReplyProgress(qint64 bytesRead, qint64 totalBytes)
 {
-    emit currentProgress(bytesRead, totalBytes, double(bytesRead) / double(totalBytes));
+    if (reply && isRedirect(reply))
+        return;
+    emit currentProgress(bytesRead, totalBytes, totalBytes > 0 ? double(bytesRead) / double(totalBytes) : -1.0);
+}
+
+void DownloadFile::fail(Failure reason)
+{
+    failure = reason;
+    if (reply && reply->isRunning())
+        reply->abort();
+}
+
+QString DownloadFile::mismatch() const
+{
+    QStringList problems;
+    if (expectedSize > 0 && written != expectedSize)
+        problems << QStringLiteral("size: %1 expected: %2").arg(written).arg(expectedSize);
+    const QByteArray actualMd5 = md5.result().toHex();
+    if (!expectedMd5.isEmpty() && actualMd5 != expectedMd5)
+        problems << QStringLiteral("md5: %1 expected: %2").arg(QLatin1String(actualMd5), QLatin1String(expectedMd5));
+    return problems.join(QLatin1Char(' '));
 }
 
 void DownloadFile::httpFinished()
@@ -128,30 +194,55 @@ void DownloadFile::httpFinished()
         file->close();
         file.reset();
     }
+    const QString path = fileInfo.filePath().isEmpty() ? QString() : fileInfo.absoluteFilePath();
+    const auto failed = [this, &path](Failure reason) {
+        failure = reason;
+        if (!path.isEmpty())
+            QFile::remove(path);
+        emit downloadFinished(QString(), false);
+    };
 
+    if (httpRequestAborted) {
+        // Cancelled by the user: the partial file goes, silently.
+        if (!path.isEmpty())
+            QFile::remove(path);
+        return;
+    }
+    if (failure != Failure::None) {
+        failed(failure);
+        return;
+    }
     if (finished->error() != QNetworkReply::NoError) {
-        if (!fileInfo.filePath().isEmpty())
-            QFile::remove(fileInfo.absoluteFilePath());
-        if (finished->error() != QNetworkReply::OperationCanceledError) {
-            emit downloadFinished(QString(), false);
-            qDebug().noquote() << QStringLiteral("Download failed: %1.[%2]")
-                                      .arg(finished->errorString(), fileInfo.absoluteFilePath());
-        }
+        qDebug().noquote() << QStringLiteral("Download failed: %1.[%2]").arg(finished->errorString(), path);
+        failed(Failure::Network);
         return;
     }
 
     const QVariant redirectionTarget = finished->attribute(QNetworkRequest::RedirectionTargetAttribute);
-    if (!redirectionTarget.isNull() && !fileInfo.filePath().isEmpty()) {
+    if (!redirectionTarget.isNull() && !path.isEmpty()) {
         const QUrl redirectedUrl = url.resolved(redirectionTarget.toUrl());
-        file = openFileForWrite(fileInfo.absoluteFilePath());
+        if (++redirects > UpdatePolicy::kMaxRedirects || !UpdatePolicy::isAllowedRedirect(url, redirectedUrl)) {
+            qDebug() << "[DownloadFile::httpFinished]: redirect refused, from:" << url.toString()
+                     << "to:" << redirectedUrl.toString() << "redirects:" << redirects;
+            failed(Failure::Refused);
+            return;
+        }
+        file = openFileForWrite(path);
         if (!file) {
-            QFile::remove(fileInfo.absoluteFilePath());
-            emit downloadFinished(QString(), false);
+            failed(Failure::File);
             return;
         }
         startRequest(redirectedUrl);
         return;
     }
 
-    emit downloadFinished(fileInfo.absoluteFilePath(), true);
+    const QString problem = mismatch();
+    if (!problem.isEmpty()) {
+        qDebug().noquote() << "[DownloadFile::httpFinished]: not the offered file, deleted:" << path << problem;
+        failed(Failure::Mismatch);
+        return;
+    }
+    qDebug().noquote() << "[DownloadFile::httpFinished]: checked, size:" << written
+                       << "md5:" << QString::fromLatin1(md5.result().toHex()) << "path:" << path;
+    emit downloadFinished(path, true);
 }

@@ -2,6 +2,7 @@
 
 #include "applanguage.h"
 #include "updateplatform.h"
+#include "updatepolicy.h"
 
 #include <QDebug>
 #include <QJsonDocument>
@@ -11,7 +12,7 @@
 #include <QUrlQuery>
 
 #ifndef BRIVON_UPDATE_SERVER
-#define BRIVON_UPDATE_SERVER "http://update.brivon.com"
+#define BRIVON_UPDATE_SERVER "https://update.brivon.com"
 #endif
 
 namespace {
@@ -52,7 +53,30 @@ QUrl UpdateCheck::requestUrl(const QString &languageTag)
 
 void UpdateCheck::checkVersion()
 {
-    m_manager.get(QNetworkRequest(requestUrl(systemLanguage())));
+    const QUrl url = requestUrl(systemLanguage());
+    if (!UpdatePolicy::isAllowedUrl(url)) {
+        // Answered later, like a reply, so that every caller sees the signal the same way.
+        qDebug() << "[UpdateCheck::checkVersion]: refused, only https (http on loopback), url:" << url.toString();
+        QMetaObject::invokeMethod(this, [this] { emit errorMessage(tr("更新检查请求未响应")); }, Qt::QueuedConnection);
+        return;
+    }
+
+    QNetworkRequest request(url);
+    request.setSslConfiguration(UpdatePolicy::sslConfiguration());
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::UserVerifiedRedirectPolicy);
+    request.setMaximumRedirectsAllowed(UpdatePolicy::kMaxRedirects);
+    QNetworkReply *reply = m_manager.get(request);
+    // The reply already carries the new URL when it asks, so the hop's origin is kept here.
+    connect(reply, &QNetworkReply::redirected, reply, [reply, from = url](const QUrl &target) mutable {
+        if (UpdatePolicy::isAllowedRedirect(from, target)) {
+            from = target;
+            emit reply->redirectAllowed();
+        } else {
+            qDebug() << "[UpdateCheck::checkVersion]: redirect refused, from:" << from.toString()
+                     << "to:" << target.toString();
+            reply->abort();
+        }
+    });
 }
 
 void UpdateCheck::receiveMessage(QNetworkReply *reply)
@@ -107,7 +131,7 @@ void UpdateCheck::receiveMessage(QNetworkReply *reply)
     }
 
     VersionData version;
-    version.size = info.value(QLatin1String("size")).toInt();
+    version.size = qMax(qint64(0), info.value(QLatin1String("size")).toInteger());
     version.version = info.value(QLatin1String("version")).toString();
     version.versionInfo = info.value(QLatin1String("versionInfo")).toString();
     version.downloadUrl = info.value(QLatin1String("downloadUrl")).toString();

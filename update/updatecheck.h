@@ -11,7 +11,7 @@ class QNetworkReply;
 // A release the update server offers.
 struct VersionData
 {
-    qint32 size = 0;
+    qint64 size = 0; // bytes; installers of several gigabytes exist
     QString version;
     QString versionInfo; // release notes shown to the user
     QString downloadUrl;

@@ -6,27 +6,19 @@
 #include "updateplatform.h"
 
 #include <QDebug>
-#include <QFile>
-#include <QProcess>
-
-#include <cmath>
-
-namespace {
-
-bool startDetachedInstaller(const QString &path)
-{
-    return QProcess::startDetached(path, QStringList());
-}
-
-} // namespace
+#include <QDir>
+#include <QLocale>
 
 UpdateDialog::UpdateDialog(QWidget *parent)
     : QDialog(parent)
     , ui(std::make_unique<Ui::UpdateDialog>())
     , downloadFile(std::make_unique<DownloadFile>())
-    , launcher(startDetachedInstaller)
+    , launcher(launchInstaller)
 {
     ui->setupUi(this);
+    // The version and the release notes come from the network: shown as they are, never as markup.
+    ui->label_desc->setTextFormat(Qt::PlainText);
+    ui->textEdit->setAcceptRichText(false);
     setFixedSize(700, 600);
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
     ui->label_tip->hide();
@@ -37,11 +29,7 @@ UpdateDialog::UpdateDialog(QWidget *parent)
     connect(ui->pushButton_promptLater, &QPushButton::clicked, this, &UpdateDialog::onPromptLater);
     connect(ui->pushButton_cancel, &QPushButton::clicked, this, &UpdateDialog::onCancel);
     connect(downloadFile.get(), &DownloadFile::currentProgress, this,
-            [this](qlonglong, qlonglong, double progress) {
-                // An unknown or zero total gives no usable ratio; converting it to int is undefined.
-                if (std::isfinite(progress))
-                    ui->progressBar->setValue(int(std::trunc(progress * 100)));
-            });
+            [this](qlonglong bytesRead, qlonglong totalBytes, double) { onDownloadProgress(bytesRead, totalBytes); });
     connect(downloadFile.get(), &DownloadFile::downloadFinished, this, &UpdateDialog::onDownloadFinished);
 }
 
@@ -49,7 +37,7 @@ UpdateDialog::~UpdateDialog() = default;
 
 void UpdateDialog::setInstallerLauncher(InstallerLauncher newLauncher)
 {
-    launcher = newLauncher ? std::move(newLauncher) : InstallerLauncher(startDetachedInstaller);
+    launcher = newLauncher ? std::move(newLauncher) : InstallerLauncher(launchInstaller);
 }
 
 void UpdateDialog::onVersionMessage(const VersionData &data)
@@ -60,14 +48,14 @@ void UpdateDialog::onVersionMessage(const VersionData &data)
 
     show();
     ui->label_tip->hide();
+    onDownloadProgress(0, 1);
     ui->progressBar->show();
-    ui->progressBar->setValue(0);
 
     ui->label_desc->setText(tr("Brivon Lumen") + QStringLiteral(" ") + data.version
                             + tr("现在可用 -- 您的当前版本是 ") + QString::fromLatin1(kCurrentVersion)
                             + tr(" . 是否要立即安装？"));
-    ui->textEdit->setText(data.versionInfo);
-    downloadUrl = data.downloadUrl;
+    ui->textEdit->setPlainText(data.versionInfo);
+    offer = data;
 }
 
 void UpdateDialog::onSkipVersion()
@@ -82,19 +70,15 @@ void UpdateDialog::onPromptLater()
 
 void UpdateDialog::onUpdate()
 {
-    if (downloadUrl.isEmpty())
+    if (offer.downloadUrl.isEmpty())
         return;
 
-    const QString folder = downloadFolderPath();
-    const QString fileName = downloadUrl.mid(downloadUrl.lastIndexOf(QLatin1Char('/')) + 1);
-    if (!fileName.isEmpty() && QFile::exists(folder + fileName))
-        QFile::remove(folder + fileName);
-
-    // A retry after a failure shows its progress again.
+    // A retry after a failure shows its progress again. The download replaces an older file of the
+    // same name itself, under a name it has made safe.
     ui->label_tip->hide();
+    onDownloadProgress(0, 1);
     ui->progressBar->show();
-    ui->progressBar->setValue(0);
-    if (downloadFile->startDownload(downloadUrl, folder)) {
+    if (downloadFile->startDownload(offer.downloadUrl, downloadFolderPath(), offer.size, offer.md5)) {
         showChoices(false);
     } else {
         qDebug() << __FILE__ << "UpdateDialog::onUpdate" << "Failed to startDownload";
@@ -113,14 +97,20 @@ void UpdateDialog::onDownloadFinished(const QString &path, bool isFinished)
 {
     ui->progressBar->hide();
     if (!isFinished) {
+        if (downloadFile->lastFailure() == DownloadFile::Failure::Mismatch)
+            emit sigMessage(tr("下载的安装程序与更新服务器给出的大小或 MD5 不符，已删除，未启动。"));
         showTip();
         return;
     }
 
-    if (!prepareInstaller(path))
-        qDebug() << "[UpdateDialog::onDownloadFinished]: cannot mark executable, path:" << path;
-    if (!launcher(path))
+    if (!prepareInstaller(path) || !launcher(path)) {
+        // The file stays, so that the user can start it by hand.
         qDebug() << "[UpdateDialog::onDownloadFinished]: installer did not start, path:" << path;
+        emit sigMessage(tr("无法启动安装程序。文件保留在：%1").arg(QDir::toNativeSeparators(path)));
+        showChoices(true);
+        return;
+    }
+    qDebug() << "[UpdateDialog::onDownloadFinished]: installer started, path:" << path;
     showChoices(true);
     close();
 }
@@ -130,6 +120,19 @@ void UpdateDialog::reject()
     downloadFile->cancelDownload();
     showChoices(true);
     QDialog::reject();
+}
+
+void UpdateDialog::onDownloadProgress(qlonglong bytesRead, qlonglong totalBytes)
+{
+    if (totalBytes <= 0) {
+        // Unknown length: a busy bar, with the bytes so far as its tool tip.
+        ui->progressBar->setRange(0, 0);
+        ui->progressBar->setToolTip(QLocale().formattedDataSize(qMax(qint64(0), bytesRead)));
+        return;
+    }
+    ui->progressBar->setToolTip(QString());
+    ui->progressBar->setRange(0, 100);
+    ui->progressBar->setValue(int(qBound(qint64(0), qint64(bytesRead) * 100 / qint64(totalBytes), qint64(100))));
 }
 
 void UpdateDialog::showTip()

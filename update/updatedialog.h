@@ -25,7 +25,7 @@ public:
     explicit UpdateDialog(QWidget *parent = nullptr);
     ~UpdateDialog() override;
 
-    // Replaces the way the installer is started (a detached process by default).
+    // Replaces the way the installer is started (the platform's way by default).
     void setInstallerLauncher(InstallerLauncher launcher);
 
 public slots:
@@ -35,9 +35,16 @@ public slots:
     void onUpdate();
     void onCancel();
     void onDownloadFinished(const QString &path, bool isFinished);
+    // Percent of a known total (any size), a busy bar while the total is unknown (totalBytes <= 0).
+    void onDownloadProgress(qlonglong bytesRead, qlonglong totalBytes);
 
     // Closing the window (Esc, the title bar) while downloading cancels the download.
     void reject() override;
+
+signals:
+    // A notice for the main window's message box: the download did not match the offer, or the
+    // installer could not be started.
+    void sigMessage(const QString &message);
 
 private:
     void showTip();
@@ -45,6 +52,6 @@ private:
 
     std::unique_ptr<Ui::UpdateDialog> ui;
     std::unique_ptr<DownloadFile> downloadFile;
-    QString downloadUrl;
+    VersionData offer;
     InstallerLauncher launcher;
 };

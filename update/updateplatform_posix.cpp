@@ -1,16 +1,28 @@
 #include "updateplatform.h"
 
+#include <QDebug>
 #include <QFile>
+#include <QProcess>
 
 QString updatePlatformName()
 {
     return QStringLiteral("Linux");
 }
 
-// A download arrives without the execute bits, and the installer is started directly.
+QString installerFallbackName()
+{
+    return QStringLiteral("BeamcrafterSetup.run");
+}
+
+// A download arrives without the execute bit; only its owner may run, read or change it (0700).
 bool prepareInstaller(const QString &path)
 {
-    QFile file(path);
-    return file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeUser
-                               | QFileDevice::ExeGroup | QFileDevice::ExeOther);
+    return QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
+                                           | QFileDevice::ReadUser | QFileDevice::WriteUser
+                                           | QFileDevice::ExeUser);
+}
+
+bool launchInstaller(const QString &path)
+{
+    return QProcess::startDetached(path, QStringList());
 }

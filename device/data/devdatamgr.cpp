@@ -328,6 +328,34 @@ void DevDataMgr::delDev(const QString &uuid, const QString &addr)
     writeConfig();
 }
 
+bool DevDataMgr::changeDevAddr(const QString &oldAddr, const QString &newAddr)
+{
+    if (oldAddr == newAddr || !m_devices.contains(oldAddr) || m_devices.contains(newAddr) || newAddr.isEmpty())
+        return false;
+    DevData dev = m_devices.take(oldAddr);
+    dev.addr = newAddr;
+    m_devices.insert(newAddr, dev);
+    QList<QPair<QString, QString>> memberOf;
+    for (auto it = m_groups.begin(); it != m_groups.end(); ++it) {
+        const int index = int(it->devs.indexOf(oldAddr));
+        if (index < 0)
+            continue;
+        it->devs.removeAll(newAddr);
+        it->devs.replace(int(it->devs.indexOf(oldAddr)), newAddr);
+        it->devs.removeAll(oldAddr);
+        memberOf.append({it->uuid, it->name});
+    }
+    // Written before anyone hears of it: the change must survive whatever the listeners do.
+    writeConfig();
+    for (const auto &group : memberOf)
+        emit onDelDev(group.first, group.second, oldAddr);
+    emit onDelDev(defaultGroupUuid(), tr("设备列表"), oldAddr);
+    emit onAddDev(defaultGroupUuid(), tr("设备列表"), dev);
+    for (const auto &group : memberOf)
+        emit onAddDev(group.first, group.second, dev);
+    return true;
+}
+
 bool DevDataMgr::copyLiveState(const DevData &info)
 {
     DevData *dev = findDev(info.addr);

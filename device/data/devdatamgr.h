@@ -40,6 +40,9 @@ public:
     void delDev(const QString &uuid, const QString &addr);
     void updateDev(const DevData &info);
     void updateDevParamRange(const DevData &info);
+    // Gives a stored light a new address, keeping its place in every group; false when the old
+    // address is unknown or the new one is taken.
+    bool changeDevAddr(const QString &oldAddr, const QString &newAddr);
     QString addGroup(const QString &name);
     void delGroup(const QString &uuid);
     void renameGroup(const QString &uuid, const QString &newName);

@@ -462,5 +462,13 @@
         <source>下载失败,可能是新版本地址异常!</source>
         <translation>Download fehlgeschlagen. Die Adresse der neuen Version ist möglicherweise fehlerhaft!</translation>
     </message>
+    <message>
+        <source>下载的安装程序与更新服务器给出的大小或 MD5 不符，已删除，未启动。</source>
+        <translation>Das heruntergeladene Installationsprogramm stimmt nicht mit der vom Update-Server angegebenen Größe oder MD5-Prüfsumme überein. Es wurde gelöscht und nicht gestartet.</translation>
+    </message>
+    <message>
+        <source>无法启动安装程序。文件保留在：%1</source>
+        <translation>Das Installationsprogramm konnte nicht gestartet werden. Die Datei liegt unter: %1</translation>
+    </message>
 </context>
 </TS>

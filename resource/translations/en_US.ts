@@ -462,5 +462,13 @@
         <source>下载失败,可能是新版本地址异常!</source>
         <translation>Download failed. The address of the new version may be wrong!</translation>
     </message>
+    <message>
+        <source>下载的安装程序与更新服务器给出的大小或 MD5 不符，已删除，未启动。</source>
+        <translation>The downloaded installer does not match the size or MD5 given by the update server. It was deleted and not started.</translation>
+    </message>
+    <message>
+        <source>无法启动安装程序。文件保留在：%1</source>
+        <translation>The installer could not be started. The file was kept at: %1</translation>
+    </message>
 </context>
 </TS>

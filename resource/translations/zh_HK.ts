@@ -462,5 +462,13 @@
         <source>下载失败,可能是新版本地址异常!</source>
         <translation>下載失敗，新版本的下載地址可能有誤！</translation>
     </message>
+    <message>
+        <source>下载的安装程序与更新服务器给出的大小或 MD5 不符，已删除，未启动。</source>
+        <translation>下載的安裝程式與更新伺服器提供的大小或 MD5 不符，已刪除，未啟動。</translation>
+    </message>
+    <message>
+        <source>无法启动安装程序。文件保留在：%1</source>
+        <translation>無法啟動安裝程式。檔案保留在：%1</translation>
+    </message>
 </context>
 </TS>

@@ -1,7 +1,8 @@
 // A control-deck client driving the installed program over its WebSocket server, with the
-// simulated Bluetooth lights from its plug-in folder answering on the other side. The program
-// runs from the prefix the "installed" fixture fills, so the effect list proves that it found its
-// installed tables.
+// simulated Bluetooth lights from its plug-in folder and a fake Hue bridge answering on the other
+// side. The program runs from the prefix the "installed" fixture fills, so the effect list proves
+// that it found its installed tables.
+#include "fakebridgeprocess.h"
 #include "processutil.h"
 #include "testhome.h"
 
@@ -24,6 +25,10 @@ namespace {
 const QString kRgb = QStringLiteral("AA:00:00:00:00:02");
 const QString kCob = QStringLiteral("AA:00:00:00:10:01");
 const QString kGroup = QStringLiteral("{5e0c1a52-1111-4c2e-9a10-0123456789ab}");
+const QString kBridgeAddress = QStringLiteral("127.0.0.231");
+const QString kBridgeId = QStringLiteral("ecb5fafffe0e2e01");
+const QString kHueLight = QStringLiteral("3f4ac1e2-6b0d-4f57-9a3e-1c2d3e4f5a01");
+const QString kHue = kBridgeAddress + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + kHueLight;
 
 QString envelope(int cmd, const QString &subCmd, const QJsonObject &param = {})
 {
@@ -81,6 +86,7 @@ private slots:
     void noticesFollowTheLights();
     void groupCommandFansOut();
     void repliesReachOnlyTheLatestClient();
+    void hueChangeAtTheBridgeReachesTheClient();
     void exampleClientListsAndDims();
     void sigtermKeepsTheLastChange();
     void defaultPluginFoundByBareName();
@@ -93,6 +99,7 @@ private:
     std::unique_ptr<QProcess> m_app;
     std::unique_ptr<QTcpServer> m_squatter;
     std::unique_ptr<Client> m_client;
+    FakeBridgeProcess m_bridge;
     QString m_control;
     quint16 m_port = 0;
 };
@@ -111,8 +118,18 @@ void TestPluginServerE2E::initTestCase()
     QVERIFY(writeFile(m_home->configFile(), QStringLiteral(R"({
         "devs": [{"addr": "%1", "name": "RGB panel", "protocol": 2, "lightEffect": {"enable": true},
                   "colorLight": {"value": "#ffffff", "enable": true}},
-                 {"addr": "%2", "name": "COB", "protocol": 1001, "lightEffect": {"enable": true}}],
-        "groups": [{"name": "Set", "uuid": "%3", "devs": ["%1", "%2"]}]})").arg(kRgb, kCob, kGroup).toUtf8()));
+                 {"addr": "%2", "name": "COB", "protocol": 1001, "lightEffect": {"enable": true}},
+                 {"addr": "%4", "name": "Hue lamp", "protocol": 2001}],
+        "groups": [{"name": "Set", "uuid": "%3", "devs": ["%1", "%2"]}]})").arg(kRgb, kCob, kGroup, kHue).toUtf8()));
+    // A paired Hue bridge with the stored lamp.
+    QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path()));
+    QVERIFY(m_bridge.start(m_home->path(), {QStringLiteral("--address"), kBridgeAddress, QStringLiteral("--bridge-id"),
+                                            kBridgeId, QStringLiteral("--user"), QStringLiteral("e2e-key")}));
+    {
+        QSettings hue(m_home->path() + QStringLiteral("/.config/brivon/com.brivon.beamcrafter.philipshue.conf"),
+                      QSettings::IniFormat);
+        hue.setValue(QStringLiteral("bridge/") + kBridgeAddress + QLatin1Char('/') + kBridgeId, QStringLiteral("e2e-key/ck"));
+    }
 
     // Take the first free port from 8000 so the program has to move past it.
     m_squatter = std::make_unique<QTcpServer>();
@@ -197,17 +214,27 @@ void TestPluginServerE2E::listsStoredLightsAndGroups()
     }, 5000));
     QCOMPARE(reply.value(QLatin1String("cmd")).toInt(), 20000);
     const QJsonObject param = reply.value(QLatin1String("param")).toObject();
-    QCOMPARE(param.value(QLatin1String("light")).toArray().size(), 2);
+    const QJsonArray lights = param.value(QLatin1String("light")).toArray();
+    QCOMPARE(lights.size(), 3);
+    for (const QJsonValue &light : lights) {
+        // Kelvin for every light, the Hue lamp's 366 mirek included.
+        if (light.toObject().value(QLatin1String("id")).toString() == kHue)
+            QCOMPARE(light.toObject().value(QLatin1String("temperature")).toObject().value(QLatin1String("value")).toInt(), 2700);
+    }
     const QJsonArray groups = param.value(QLatin1String("group")).toArray();
     QCOMPARE(groups.size(), 1);
     QCOMPARE(groups.at(0).toObject().value(QLatin1String("id")).toString(), kGroup);
     QCOMPARE(groups.at(0).toObject().value(QLatin1String("switch")).toBool(), true);
     QVERIFY(!param.value(QLatin1String("effect")).toArray().isEmpty());
-    // Each light offers its own family's effects from the shipped table.
+    // Each Bluetooth light offers its own family's effects from the shipped table; a Hue lamp none.
     for (const QJsonValue &value : param.value(QLatin1String("light")).toArray()) {
         const QJsonObject light = value.toObject();
-        QCOMPARE(light.value(QLatin1String("linked")).toBool(), true);
         const QJsonArray effects = light.value(QLatin1String("effects")).toArray();
+        if (light.value(QLatin1String("id")).toString() == kHue) {
+            QVERIFY(effects.isEmpty());
+            continue;
+        }
+        QCOMPARE(light.value(QLatin1String("linked")).toBool(), true);
         QVERIFY(effects.size() >= 5);
         const bool aa = light.value(QLatin1String("type")).toInt() == 1001;
         for (const QJsonValue &effect : effects)
@@ -310,6 +337,19 @@ void TestPluginServerE2E::repliesReachOnlyTheLatestClient()
     QVERIFY(m_client->received.isEmpty());
 }
 
+void TestPluginServerE2E::hueChangeAtTheBridgeReachesTheClient()
+{
+    // Switched off with the Hue app: the bridge's event stream carries it to the program and on.
+    QVERIFY(m_bridge.waitForRequests(1, QStringLiteral("GET"), QStringLiteral("/eventstream/clip/v2")));
+    Client client(m_port); // notices go to the latest client
+    QCOMPARE(client.socket.state(), QAbstractSocket::ConnectedState);
+    QTest::qWait(300);
+    QVERIFY(m_bridge.control(kBridgeAddress, QStringLiteral("light"), {{"id", kHueLight}, {"on", QJsonObject{{"on", false}}}}));
+    QVERIFY(client.waitFor(QStringLiteral("switch"), kHue, false, 10000));
+    QVERIFY(m_bridge.control(kBridgeAddress, QStringLiteral("light"), {{"id", kHueLight}, {"on", QJsonObject{{"on", true}}}}));
+    QVERIFY(client.waitFor(QStringLiteral("switch"), kHue, true, 10000));
+}
+
 void TestPluginServerE2E::exampleClientListsAndDims()
 {
     // The README's example client, run as a user would run it.
@@ -351,7 +391,7 @@ void TestPluginServerE2E::sigtermKeepsTheLastChange()
         if (dev.toObject().value(QLatin1String("addr")).toString() == kRgb)
             QCOMPARE(dev.toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 63);
     }
-    QCOMPARE(devs.size(), 2);
+    QCOMPARE(devs.size(), 3);
 }
 
 void TestPluginServerE2E::defaultPluginFoundByBareName()

@@ -18,13 +18,13 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QStackedWidget>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <memory>
 
 namespace {
 
-const QString kBridgeId = QStringLiteral("ecb5fafffe2d4e5f");
 const QString kLight = QStringLiteral("7b2e9d40-1c5a-4e83-b6f2-2d3e4f5a6b02"); // the fake's ambiance lamp
 const int kInterval = 300;
 const int kPairInterval = 500; // room for the link button press between two requests
@@ -64,11 +64,12 @@ private:
     QListWidget *list(HueBridgeDialog &dialog) const { return dialog.findChild<QListWidget *>(QStringLiteral("listWidget")); }
     // Discovery through the real client; true once the dialog lists the fake bridge.
     bool discover(HueBridgeDialog &dialog);
-    QString bridgeKey() const { return QStringLiteral("bridge/") + m_address + QLatin1Char('/') + kBridgeId; }
+    QString bridgeKey() const { return QStringLiteral("bridge/") + m_address + QLatin1Char('/') + m_bridgeId; }
 
     std::unique_ptr<TestHome> m_home;
     FakeBridgeProcess m_fake;
     QString m_address;
+    QString m_bridgeId;
     int m_nextHost = 200;
 };
 
@@ -84,10 +85,12 @@ void TestHueBridgeDialog::initTestCase()
 void TestHueBridgeDialog::init()
 {
     // A bridge on a fresh address per case: the client keeps what it paired for the process's life.
-    m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost++);
+    m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost);
+    // And its own id: the same id at a new address would be the paired bridge having moved.
+    m_bridgeId = QStringLiteral("ecb5fafffe2d4e%1").arg(m_nextHost++, 2, 16, QLatin1Char('0'));
     qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("https://%1/discovery").arg(m_address).toUtf8());
     allowDiscovery();
-    QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), kBridgeId}));
+    QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}));
 }
 
 void TestHueBridgeDialog::cleanup()
@@ -99,7 +102,7 @@ bool TestHueBridgeDialog::discover(HueBridgeDialog &dialog)
 {
     dialog.discoverBridges();
     return waitUntil([&]() {
-        const QList<QListWidgetItem *> found = list(dialog)->findItems(kBridgeId, Qt::MatchExactly);
+        const QList<QListWidgetItem *> found = list(dialog)->findItems(m_bridgeId, Qt::MatchExactly);
         return found.size() == 1 && found.first()->data(Qt::UserRole).value<Bridge>().ip == m_address;
     }, 15000);
 }
@@ -122,7 +125,7 @@ void TestHueBridgeDialog::eachBridgeListedOnce()
     const Bridge fake = list(dialog)->item(0)->data(Qt::UserRole).value<Bridge>();
     dialog.onDiscoverBridge({fake, other, other});
     QCOMPARE(list(dialog)->count(), 2);
-    QCOMPARE(list(dialog)->item(0)->text(), kBridgeId);
+    QCOMPARE(list(dialog)->item(0)->text(), m_bridgeId);
     QCOMPARE(list(dialog)->item(1)->text(), other.id);
 
     list(dialog)->item(1)->setSelected(true);
@@ -231,14 +234,14 @@ void TestHueBridgeDialog::rePairingTheBridgeOfAKnownLight()
 
     // A stored lamp whose bridge is not paired: reconnecting it finds the bridge and offers it.
     DevData lamp;
-    lamp.addr = m_address + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + kLight;
+    lamp.addr = m_address + QLatin1Char('/') + m_bridgeId + QLatin1Char('/') + kLight;
     lamp.name = QStringLiteral("Desk lamp");
     lamp.protocol = 2001;
     mgr->addDev(lamp);
     QVERIFY(mgr->reconnectDevice(lamp.addr));
     QVERIFY(waitUntil([&]() { return dialog.isRepairMode(); }, 15000));
     QCOMPARE(list(dialog)->count(), 1);
-    QCOMPARE(list(dialog)->item(0)->text(), kBridgeId);
+    QCOMPARE(list(dialog)->item(0)->text(), m_bridgeId);
     QCOMPARE(list(dialog)->item(0)->data(Qt::UserRole + 1).toString(), kLight);
 
     QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
@@ -250,8 +253,25 @@ void TestHueBridgeDialog::rePairingTheBridgeOfAKnownLight()
     const QString lampPath = QStringLiteral("/clip/v2/resource/light/") + kLight;
     QVERIFY(m_fake.waitForRequests(1, QStringLiteral("GET"), lampPath));
     QVERIFY(waitUntil([&]() { return mgr->store()->findDev(lamp.addr)->linkState == 1; }, 10000));
-    QCOMPARE(mgr->store()->findDev(lamp.addr)->temperature, 233); // mirek, as the bridge reports it
+    QCOMPARE(mgr->store()->findDev(lamp.addr)->temperature, 4200); // 233 mirek
     QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/clip/v2/resource/light")).size(), 0);
+
+    // The bridge forgets the key (a reset bridge knows no application): the lamp goes offline and
+    // the dialog offers this bridge again, once in the run however often the bridge refuses.
+    dialog.hide();
+    m_fake.kill();
+    QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}));
+    mgr->connectToDevice(lamp.addr);
+    QVERIFY(waitUntil([&]() { return dialog.isVisible() && mgr->store()->findDev(lamp.addr)->linkState == 0; }, 15000));
+    QVERIFY(dialog.isRepairMode());
+    QCOMPARE(list(dialog)->count(), 1);
+    QVERIFY(list(dialog)->item(0)->isSelected());
+    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::SelectedPage));
+    dialog.hide();
+    mgr->connectToDevice(lamp.addr);
+    QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), lampPath));
+    QTest::qWait(300);
+    QVERIFY(!dialog.isVisible());
     mgr->delDev(defaultGroupUuid(), lamp.addr);
 }
 
@@ -272,7 +292,7 @@ void TestHueBridgeDialog::scanWindowOpensThePairingDialog()
     QVERIFY(dialog->isVisible());
     QCOMPARE(dialog->x(), scan.x() + scan.width());
     QVERIFY(waitUntil([&]() { return list(*dialog)->count() == 1; }, 15000));
-    QCOMPARE(list(*dialog)->item(0)->text(), kBridgeId);
+    QCOMPARE(list(*dialog)->item(0)->text(), m_bridgeId);
 
     scan.close();
     QVERIFY(!dialog->isVisible());

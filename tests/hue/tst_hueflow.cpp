@@ -94,7 +94,7 @@ private slots:
         const DevData *color = store->findDev(address(kColorLight));
         QCOMPARE((QList<int>{color->temperature, color->brightness, color->switchState, color->linkState,
                              color->temperatureMin, color->temperatureMax}),
-                 (QList<int>{366, 79, true, 1, 2000, 6500}));
+                 (QList<int>{2700, 79, true, 1, 2000, 6500}));
         QCOMPARE(color->name, QStringLiteral("stored"));
         const DevData *dimmable = store->findDev(address(kDimmableLight));
         QCOMPARE((QList<int>{dimmable->temperature, dimmable->brightness, dimmable->temperatureMin, dimmable->temperatureMax}),
@@ -136,25 +136,133 @@ private slots:
         QCOMPARE(m_fake.requests(QStringLiteral("GET")).first().value("tls").toBool(), true);
     }
 
-    void bridgeStoppedMidSession()
+    void bridgeGoesAwayAndComesBack()
     {
         QVERIFY(startFake());
         seedPairedBridge();
         auto store = std::make_shared<DevDataMgr>();
         store->addDev(storedLight(address(kColorLight)));
         HueDeviceMgr mgr(store);
-        QSignalSpy updates(store.get(), &DevDataMgr::onUpdateDev);
-        QSignalSpy powered(mgr.hueBridge().get(), &HueBridge::updatePower);
-        m_fake.kill();
-        mgr.powerOn(address(kColorLight));
-        QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 30000));
-        QCOMPARE(powered.size(), 0);
-        QCOMPARE(updates.size(), 0);
-
-        // Still running: once the bridge is back, the next refresh goes through.
-        QVERIFY(startFake());
         mgr.refreshDevices();
-        QVERIFY(waitUntil([&]() { return updates.size() == 1; }, 30000));
+        QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 1; }, 15000));
+
+        // Switched off without closing anything: the request times out and the card shows it.
+        QVERIFY(m_fake.control(m_address, QStringLiteral("outage"), {{"on", true}}));
+        mgr.setBrightness(address(kColorLight), 20);
+        QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 0; }, 30000));
+        QVERIFY(networkErrorLogged());
+        QVERIFY(!mgr.hueBridge()->isOnline(m_address, kBridgeId));
+
+        QVERIFY(m_fake.control(m_address, QStringLiteral("outage"), {{"on", false}}));
+        mgr.setBrightness(address(kColorLight), 30);
+        QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 1; }, 40000));
+        const QString path = kLightPath + QLatin1Char('/') + kColorLight;
+        QVERIFY(waitUntil([&]() {
+            const QList<QJsonObject> puts = m_fake.requests(QStringLiteral("PUT"), path);
+            return !puts.isEmpty() && puts.last().value("status").toInt() == 200
+                && puts.last().value("body").toString().contains(QLatin1String("30"));
+        }, 40000));
+    }
+
+    void realBridgeLampsAndAGroupDrag()
+    {
+        QVERIFY(startFake({QStringLiteral("--lights"), QStringLiteral(BRIVON_SOURCE_DIR "/tests/hue/data/hue-bridge-lights.json")}));
+        seedPairedBridge();
+        setDiscoveryStamp(QDateTime::currentDateTime());
+        auto store = std::make_shared<DevDataMgr>();
+        HueDeviceMgr mgr(store);
+        QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
+        mgr.startScan();
+        QVERIFY(waitUntil([&]() { return discovered.size() == 8; }, 15000));
+        int colourLamps = 0;
+        for (const QList<QVariant> &arguments : qAsConst(discovered)) {
+            DevData dev = arguments.first().value<DevData>();
+            QVERIFY2(dev.temperatureMin > 0 && dev.temperature >= dev.temperatureMin && dev.temperature <= dev.temperatureMax,
+                     qPrintable(dev.name));
+            QVERIFY(!dev.lightEffectEnable);
+            colourLamps += dev.colorLightEnable ? 1 : 0;
+            dev.switchState = true;
+            if (store->devices().size() < 5)
+                store->addDev(dev);
+        }
+        QCOMPARE(colourLamps, 5); // lamps 1, 3, 4, 5, 8 have "color"
+        QCOMPARE(store->findDev(address(QStringLiteral("f427202e-d8cd-cb0e-479f-72955a2d7cbe")))->temperature, 2700);
+
+        // A slider on a group of five held for five seconds: every lamp every 100 ms.
+        const int before = int(m_fake.requests().size());
+        const QStringList lamps = store->devices().keys();
+        int value = 0;
+        for (int tick = 0; tick < 50; ++tick) {
+            value = 10 + tick;
+            for (const QString &lamp : lamps)
+                mgr.setBrightness(lamp, value);
+            QTest::qWait(100);
+        }
+        const int duringDrag = int(m_fake.requests().size()) - before;
+        QVERIFY(waitUntil([&]() { return mgr.hueBridge()->queuedCommands(m_address, kBridgeId) == 0; }, 15000));
+        QTest::qWait(1000);
+        for (const QJsonObject &put : m_fake.requests(QStringLiteral("PUT")))
+            QCOMPARE(put.value("status").toInt(), 200);
+        QVERIFY(duringDrag <= 5 * 10 + 1);
+        for (const QString &lamp : lamps) {
+            const QString path = kLightPath + QLatin1Char('/') + lamp.section(QLatin1Char('/'), 2);
+            const QList<QJsonObject> lampPuts = m_fake.requests(QStringLiteral("PUT"), path);
+            QVERIFY(!lampPuts.isEmpty());
+            QCOMPARE(QJsonDocument::fromJson(lampPuts.last().value("body").toString().toUtf8())
+                         .object().value("dimming").toObject().value("brightness").toInt(), value);
+            QCOMPARE(store->findDev(lamp)->brightness, value);
+        }
+    }
+
+    void discoveryAsksMdnsFirst()
+    {
+        QVERIFY(startFake({QStringLiteral("--mdns"), QStringLiteral("127.0.0.1:0")}));
+        qputenv("BRIVON_HUE_MDNS", m_fake.mdnsAddress().toUtf8());
+        HueBridge bridge;
+        QSignalSpy found(&bridge, &HueBridge::discover);
+        bridge.discoverBridges();
+        QVERIFY(waitUntil([&]() { return found.size() == 1; }, 15000));
+        qputenv("BRIVON_HUE_MDNS", "127.0.0.1:9");
+        const QList<Bridge> bridges = found.first().first().value<QList<Bridge>>();
+        QCOMPARE(bridges.size(), 1);
+        QCOMPARE(bridges.first().id, kBridgeId);
+        QCOMPARE(bridges.first().ip, m_address);
+        QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 0);
+    }
+
+    void movedBridgeKeepsLampsAndGroups()
+    {
+        QVERIFY(startFake({QStringLiteral("--mdns"), QStringLiteral("127.0.0.1:0")}));
+        qputenv("BRIVON_HUE_MDNS", m_fake.mdnsAddress().toUtf8());
+        seedPairedBridge();
+        auto store = std::make_shared<DevDataMgr>();
+        for (const QString &light : {kColorLight, kAmbianceLight})
+            store->addDev(storedLight(address(light)));
+        const QString group = store->addGroup(QStringLiteral("Desk"));
+        store->addDevToGroup(group, *store->findDev(address(kAmbianceLight)));
+        store->addDevToGroup(group, *store->findDev(address(kColorLight)));
+        HueDeviceMgr mgr(store);
+        mgr.refreshDevices();
+        QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 1; }, 15000));
+
+        const QString oldAddress = m_address;
+        m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost++);
+        QVERIFY(m_fake.control(oldAddress, QStringLiteral("move"), {{"address", m_address}}));
+        mgr.powerOn(oldAddress + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + kColorLight);
+        QVERIFY(waitUntil([&]() {
+            const DevData *dev = store->findDev(address(kColorLight));
+            return dev && dev->linkState == 1 && store->findDev(address(kAmbianceLight));
+        }, 40000));
+        qputenv("BRIVON_HUE_MDNS", "127.0.0.1:9");
+        QCOMPARE(store->devices().size(), 2);
+        QCOMPARE(store->groups().value(group).devs, QStringList({address(kAmbianceLight), address(kColorLight)}));
+        QCOMPARE(store->findDev(address(kColorLight))->name, QStringLiteral("stored"));
+        QVERIFY(hueSettings().contains(QStringLiteral("bridge/") + m_address + QLatin1Char('/') + kBridgeId));
+        QVERIFY(!hueSettings().contains(QStringLiteral("bridge/") + oldAddress + QLatin1Char('/') + kBridgeId));
+        // And so does the next run.
+        DevDataMgr nextRun;
+        nextRun.readConfig();
+        QVERIFY(nextRun.findDev(address(kColorLight)));
     }
 
     void badLightReplies_data();
@@ -195,10 +303,10 @@ private:
         return false;
     }
 
-    bool startFake()
+    bool startFake(const QStringList &extra = {})
     {
-        return m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), kBridgeId,
-                                             QStringLiteral("--user"), kAppKey});
+        return m_fake.start(m_home->path(), QStringList{QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"),
+                                                        kBridgeId, QStringLiteral("--user"), kAppKey} + extra);
     }
 
     // Marks the fake bridge as paired in the settings, with a key the fake accepts.
@@ -297,7 +405,7 @@ void TestHueFlow::wholeFlowFromDiscoveryToRefresh()
             QCOMPARE(dev.name, QStringLiteral("Hue ambiance lamp"));
             QCOMPARE((QList<int>{dev.protocol, dev.switchState, dev.brightness, dev.temperature, dev.temperatureMin,
                                  dev.temperatureMax, dev.linkState, dev.colorLightEnable, dev.lightEffectEnable}),
-                     (QList<int>{2001, false, 50, 233, 2200, 6500, 1, true, false}));
+                     (QList<int>{2001, false, 50, 4200, 2200, 6500, 1, false, false}));
         }
         store->addDev(dev);
     }
@@ -338,10 +446,14 @@ void TestHueFlow::wholeFlowFromDiscoveryToRefresh()
     mgr.refreshDevices();
     QVERIFY(waitUntil([&]() {
         return store->findDev(address(kColorLight))->brightness == 42
-            && store->findDev(address(kAmbianceLight))->temperature == 250
+            && store->findDev(address(kAmbianceLight))->temperature == 4000
+            && store->findDev(address(kColorLight))->devCurModel == 3
             && !store->findDev(address(kDimmableLight))->switchState;
     }, 15000));
-    QCOMPARE(store->findDev(address(kColorLight))->temperature, 0); // colour mode: the bridge reports no mirek
+    // Colour mode: no mirek from the bridge; the temperature nearest to red, kept in range.
+    const DevData *color = store->findDev(address(kColorLight));
+    QVERIFY(color->temperature >= color->temperatureMin && color->temperature <= color->temperatureMax);
+    QVERIFY2(color->colorLight.startsWith(QLatin1String("#ff")), qPrintable(color->colorLight));
     QVERIFY(store->findDev(address(kAmbianceLight))->switchState);
 }
 

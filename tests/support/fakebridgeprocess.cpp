@@ -70,8 +70,12 @@ void FakeBridgeProcess::readOutput()
     while ((end = m_pending.indexOf('\n')) >= 0) {
         const QByteArray line = m_pending.left(end);
         m_pending.remove(0, end + 1);
-        if (line.startsWith("listening"))
+        if (line.startsWith("listening")) {
             m_listening = true;
+            const int mdns = line.indexOf(" mdns=");
+            if (mdns >= 0)
+                m_mdns = QString::fromLatin1(line.mid(mdns + 6).split(' ').first());
+        }
         else if (line.startsWith("request "))
             m_requests.append(QJsonDocument::fromJson(line.mid(8)).object());
     }

@@ -20,6 +20,8 @@ public:
     bool start(const QString &folder, const QStringList &arguments);
     void kill();
     bool isRunning() const;
+    // Where its mDNS responder listens ("address:port", from --mdns), empty without one.
+    QString mdnsAddress() const { return m_mdns; }
 
     // POST to one of the bridge's /control/ endpoints over plain HTTP; true on a 200 answer.
     bool control(const QString &address, const QString &endpoint, const QJsonObject &body = {});
@@ -34,5 +36,6 @@ private:
     std::unique_ptr<QProcess> m_process;
     QByteArray m_pending;
     bool m_listening = false;
+    QString m_mdns;
     QList<QJsonObject> m_requests;
 };

@@ -2,6 +2,7 @@
 // the radio (it counts the scans that a refresh starts and sends discovery errors as the radio
 // would) and the fake update server answering the update check.
 #include "about.h"
+#include "appdatapaths.h"
 #include "bluetoothsettings.h"
 #include "controlwidget.h"
 #include "custombutton.h"
@@ -18,6 +19,7 @@
 #include "updatedialog.h"
 
 #include <QApplication>
+#include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
@@ -299,9 +301,18 @@ void TestModifyWindow::checkUpdate_data()
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<bool>("offered");
     QTest::addColumn<QString>("message");
-    QTest::newRow("newer version") << FakeUpdateServer::offerReply(QStringLiteral("1.2.0"), QStringLiteral("Faster pairing."),
-                                                                    QStringLiteral("http://127.0.0.1:1/setup.run"), 10, QString())
-                                   << true << QString();
+    // Installing an offer ends in the message box: nothing unchecked runs, and an installer that
+    // cannot start is kept for the user.
+    const QByteArray installer = "#!/bin/sh\n";
+    m_updateServer.setFile(QStringLiteral("setup.run"), installer);
+    const QString url = m_updateServer.url("/files/setup.run");
+    const QString md5 = QCryptographicHash::hash(installer, QCryptographicHash::Md5).toHex();
+    QTest::newRow("newer version, wrong md5")
+        << FakeUpdateServer::offerReply("1.2.0", "Faster pairing.", url, installer.size(), QString(32, u'0')) << true
+        << "下载的安装程序与更新服务器给出的大小或 MD5 不符，已删除，未启动。";
+    QTest::newRow("newer version, installer does not start")
+        << FakeUpdateServer::offerReply("1.2.0", "Faster pairing.", url, installer.size(), md5) << true
+        << "无法启动安装程序。文件保留在：" + downloadFolderPath() + "setup.run";
     QTest::newRow("up to date") << FakeUpdateServer::upToDateReply() << false << QStringLiteral("已是最新版本，不需要更新");
 }
 
@@ -312,6 +323,7 @@ void TestModifyWindow::checkUpdate()
     QFETCH(QString, message);
     m_updateServer.setCheckReply(reply);
     m_window = std::make_unique<ModifyWindow>();
+    m_window->updateDialog()->setInstallerLauncher([](const QString &) { return false; });
     m_window->show();
 
     actionNamed(m_window->titleBar()->settingMenu(), QStringLiteral("检查更新"))->trigger();
@@ -320,9 +332,11 @@ void TestModifyWindow::checkUpdate()
     QCOMPARE(m_window->messageBox()->isVisible(), !offered);
     if (offered) {
         QVERIFY(m_window->updateDialog()->findChild<QLabel *>(QStringLiteral("label_desc"))->text().contains(QLatin1String("1.2.0")));
-    } else {
-        QCOMPARE(m_window->messageBox()->text(), message);
+        QTest::mouseClick(m_window->updateDialog()->findChild<QPushButton *>(QStringLiteral("pushButton_update")), Qt::LeftButton);
+        QVERIFY(waitUntil([&] { return m_window->messageBox()->isVisible(); }, 10000));
+        QCOMPARE(QFile::exists(downloadFolderPath() + "setup.run"), message.contains(QLatin1String("setup.run")));
     }
+    QCOMPARE(m_window->messageBox()->text(), message);
 }
 
 void TestModifyWindow::dragByTheTitleBar_data()

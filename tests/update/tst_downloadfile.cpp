@@ -1,9 +1,12 @@
 #include "downloadfile.h"
 #include "fakeupdateserver.h"
 #include "processutil.h"
+#include "testcerts.h"
 #include "testhome.h"
 
+#include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTest>
@@ -32,50 +35,28 @@ private slots:
         QVERIFY(m_server.listen());
         m_body = installerBody();
         m_server.setFile(QStringLiteral("setup.run"), m_body);
-        m_server.setFile(QStringLiteral("安装 程序.run"), "small body");
         m_dir = m_home.path() + QStringLiteral("/downloads/software");
+
+        // HTTPS on 127.0.0.1 and 127.0.0.2 with a certificate for 127.0.0.1 and localhost only, signed by
+        // a test root that the download trusts through its test override.
+        const QString pki = m_home.path() + QStringLiteral("/pki");
+        QVERIFY(TestCerts::makeRoot(pki));
+        QVERIFY(TestCerts::makeServer(pki, "server", pki, "127.0.0.1", {"IP:127.0.0.1", "DNS:localhost"}));
+        qputenv("BRIVON_UPDATE_CA_FILE", (pki + QStringLiteral("/ca.pem")).toUtf8());
+        for (FakeUpdateServer *server : {&m_https, &m_otherHost}) {
+            QVERIFY(server->setTls(pki + "/server.pem", pki + "/server.key"));
+            server->setFile(QStringLiteral("setup.run"), m_body);
+            server->setSlowPace(16 * 1024, 5);
+        }
+        QVERIFY(m_https.listen());
+        QVERIFY(m_otherHost.listen(0, QHostAddress(QStringLiteral("127.0.0.2"))));
+        for (const char *name : {"安装 程序.run", "..\\..\\config\\lightconfig.json", "../../evil.run", "setup\n.run", ".profile",
+                                 "setup.run:stream", "CON.exe", "setup\u202Egpj.run"})
+            m_https.setFile(QString::fromUtf8(name), m_body);
     }
 
-    void downloads_data()
-    {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("fileName");
-        QTest::addColumn<QByteArray>("existing");
-
-        QTest::newRow("direct") << "/files/setup.run" << "setup.run" << QByteArray();
-        QTest::newRow("redirect chain") << "/redirect/4/setup.run" << "setup.run" << QByteArray();
-        QTest::newRow("redirect over a longer stale file")
-            << "/redirect/2/setup.run" << "setup.run" << QByteArray(400 * 1024, 'x');
-        QTest::newRow("encoded file name") << "/files/%E5%AE%89%E8%A3%85%20%E7%A8%8B%E5%BA%8F.run"
-                                           << "安装 程序.run" << QByteArray();
-    }
-
-    void downloads()
-    {
-        QFETCH(QString, path);
-        QFETCH(QString, fileName);
-        QFETCH(QByteArray, existing);
-
-        const QString target = m_dir + QLatin1Char('/') + fileName;
-        QFile::remove(target);
-        if (!existing.isEmpty())
-            QVERIFY(writeFile(target, existing));
-
-        DownloadFile download;
-        QSignalSpy progress(&download, &DownloadFile::currentProgress);
-        QSignalSpy finished(&download, &DownloadFile::downloadFinished);
-        QVERIFY(download.startDownload(m_server.url(path), m_dir));
-        QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 20000));
-
-        QCOMPARE(finished.size(), 1);
-        QCOMPARE(finished.first().at(0).toString(), QFileInfo(target).absoluteFilePath());
-        QCOMPARE(finished.first().at(1).toBool(), true);
-        // Only the final body: neither the redirect pages nor the stale file's tail survive.
-        const QByteArray expected = fileName == QLatin1String("setup.run") ? m_body : QByteArray("small body");
-        QCOMPARE(readFile(target), expected);
-
-        QCOMPARE(progress.last(), (QVariantList{qlonglong(expected.size()), qlonglong(expected.size()), 1.0}));
-    }
+    void overHttps_data();
+    void overHttps();
 
     void refused_data()
     {
@@ -84,9 +65,12 @@ private slots:
         QTest::addColumn<QString>("log");
 
         const QString home = m_home.path();
+        QTest::newRow("empty url") << "" << m_dir << "Download failed:  is invalid";
         QTest::newRow("blank url") << "  \t " << m_dir << "Download failed:   \t  is invalid";
-        QTest::newRow("no file name") << m_server.url("/files/") << m_dir << "";
-        QTest::newRow("dot dot") << m_server.url("/files/%2E%2E") << m_dir << "";
+        QTest::newRow("plain http to another host") << "http://update.example.com/setup.run" << m_dir
+                                                    << "[DownloadFile::startDownload]: refused";
+        QTest::newRow("ftp") << "ftp://127.0.0.1/setup.run" << m_dir << "[DownloadFile::startDownload]: refused";
+        QTest::newRow("file") << "file:///etc/passwd" << m_dir << "[DownloadFile::startDownload]: refused";
         // A folder below a regular file can never be created, even by root.
         QTest::newRow("unwritable folder") << m_server.url("/files/setup.run") << home + "/blocker/sub"
                                            << "Unable to save the file " + home + "/blocker/sub/setup.run: ";
@@ -117,6 +101,7 @@ private slots:
         QTest::addColumn<QString>("fileName");
 
         QTest::newRow("connection dropped mid-body") << m_server.url("/broken/setup.run") << "setup.run";
+        QTest::newRow("not found") << m_server.url("/files/missing.run") << "missing.run";
         QTest::newRow("dropped after a redirect") << m_server.url("/redirect/1/missing.run") << "missing.run";
         QTest::newRow("nothing listening") << "http://127.0.0.1:1/setup.run" << "setup.run";
     }
@@ -139,7 +124,7 @@ private slots:
         QVERIFY(!QFile::exists(target));
     }
 
-    void busyThenCancelledMidwayLeavesNothing()
+    void cancelMidwayLeavesNothing()
     {
         m_server.setSlowPace(4096, 20);
         const QString target = m_dir + QStringLiteral("/setup.run");
@@ -147,8 +132,6 @@ private slots:
         QSignalSpy progress(&download, &DownloadFile::currentProgress);
         QSignalSpy finished(&download, &DownloadFile::downloadFinished);
         QVERIFY(download.startDownload(m_server.url("/slow/setup.run"), m_dir));
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^\\[DownloadFile::startDownload\\]: busy")));
-        QVERIFY(!download.startDownload(m_server.url("/files/setup.run"), m_dir));
         QVERIFY(waitUntil([&] { return !progress.isEmpty() && progress.last().at(0).toLongLong() > 0; }, 10000));
         QVERIFY(progress.last().at(0).toLongLong() < m_body.size());
         QVERIFY(QFile::exists(target));
@@ -165,12 +148,121 @@ private slots:
         QCOMPARE(readFile(target), m_body);
     }
 
+    void busyWhileRunning()
+    {
+        m_server.setSlowPace(4096, 20);
+        DownloadFile download;
+        QSignalSpy finished(&download, &DownloadFile::downloadFinished);
+        QVERIFY(download.startDownload(m_server.url("/slow/setup.run"), m_dir));
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^\\[DownloadFile::startDownload\\]: busy")));
+        QVERIFY(!download.startDownload(m_server.url("/files/setup.run"), m_dir));
+        QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 30000));
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(readFile(m_dir + QStringLiteral("/setup.run")), m_body);
+    }
+
 private:
     TestHome m_home;
     FakeUpdateServer m_server;
+    FakeUpdateServer m_https;
+    FakeUpdateServer m_otherHost;
     QByteArray m_body;
     QString m_dir;
 };
+
+void TestDownloadFile::overHttps_data()
+{
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<qint64>("size");
+    QTest::addColumn<QString>("md5");
+    QTest::addColumn<QString>("name"); // the name the file is saved under
+    QTest::addColumn<int>("failure");
+
+    const qint64 size = m_body.size();
+    const QString md5 = QCryptographicHash::hash(m_body, QCryptographicHash::Md5).toHex();
+    const QString https = m_https.baseUrl();
+    const QString localhost = QStringLiteral("https://localhost:%1").arg(QUrl(https).port());
+    const auto row = [&](const char *name, const QString &path, qint64 expectedSize, const QString &expectedMd5,
+                         const QString &savedAs, DownloadFile::Failure failure) {
+        QTest::newRow(name) << https + path << expectedSize << expectedMd5 << savedAs << int(failure);
+    };
+    using F = DownloadFile::Failure;
+    const QString setup = QStringLiteral("setup.run");
+    const QString fallback = QStringLiteral("BeamcrafterSetup.run");
+    row("checked", "/files/setup.run", size, md5.toUpper(), setup, F::None);
+    row("five redirects", "/redirect/5/setup.run", size, md5, setup, F::None);
+    row("six redirects", "/redirect/6/setup.run", size, md5, setup, F::Refused);
+    row("redirect loop", "/loop/setup.run", size, md5, setup, F::Refused);
+    row("redirect to another host", "/moved?to=" + localhost + "/files/setup.run", size, md5, "moved", F::None);
+    row("redirect to a host the certificate does not name", "/moved?to=" + m_otherHost.url("/files/setup.run"), size,
+        md5, "moved", F::Network);
+    row("downgrade redirect to http", "/moved?to=" + m_server.url("/files/setup.run"), size, md5, "moved", F::Refused);
+    row("chunked, no length", "/chunked/setup.run", size, md5, setup, F::None);
+    row("no length, ends with the connection", "/unsized/setup.run", size, md5, setup, F::None);
+    row("no size or md5 offered", "/unsized/setup.run", 0, "", setup, F::None);
+    row("wrong md5", "/files/setup.run", size, QString(32, u'0'), setup, F::Mismatch);
+    row("malformed md5", "/files/setup.run", size, "md5", setup, F::Mismatch);
+    row("longer than offered", "/chunked/setup.run", size - 1, md5, setup, F::Mismatch);
+    row("shorter than offered", "/files/setup.run", size + 1, md5, setup, F::Mismatch);
+    row("encoded name", "/files/%E5%AE%89%E8%A3%85%20%E7%A8%8B%E5%BA%8F.run", size, md5, "安装 程序.run", F::None);
+    row("windows separators", "/files/..%5C..%5Cconfig%5Clightconfig.json", size, md5, fallback, F::None);
+    row("encoded slashes", "/files/..%2F..%2Fevil.run", size, md5, "evil.run", F::None);
+    row("control character", "/files/setup%0A.run", size, md5, fallback, F::None);
+    row("leading dot", "/files/.profile", size, md5, fallback, F::None);
+    row("stream name", "/files/setup.run%3Astream", size, md5, fallback, F::None);
+    row("device name", "/files/CON.exe", size, md5, fallback, F::None);
+    row("right-to-left override", "/files/setup%E2%80%AEgpj.run", size, md5, fallback, F::None);
+    row("empty name", "/redirect/1/setup.run/", size, md5, fallback, F::None);
+}
+
+void TestDownloadFile::overHttps()
+{
+    QFETCH(QString, url);
+    QFETCH(qint64, size);
+    QFETCH(QString, md5);
+    QFETCH(QString, name);
+    QFETCH(int, failure);
+    const bool ok = failure == int(DownloadFile::Failure::None);
+
+    const QString root = m_home.path() + QStringLiteral("/hostile");
+    const QString dir = root + QStringLiteral("/a/b/download");
+    QDir(root).removeRecursively();
+    // An older, longer file of the same name is replaced; a file outside the folder is never touched.
+    QVERIFY(writeFile(dir + QLatin1Char('/') + name, QByteArray(400 * 1024, 'x')));
+    QVERIFY(writeFile(root + QStringLiteral("/a/config/lightconfig.json"), "{}"));
+
+    DownloadFile download;
+    QSignalSpy progress(&download, &DownloadFile::currentProgress);
+    QSignalSpy finished(&download, &DownloadFile::downloadFinished);
+    QVERIFY(download.startDownload(url, dir, size, md5));
+    QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 30000));
+    QTest::qWait(50);
+    QCOMPARE(finished.size(), 1);
+    QCOMPARE(int(download.lastFailure()), failure);
+    QCOMPARE(finished.first().at(1).toBool(), ok);
+    QCOMPARE(finished.first().at(0).toString(), ok ? dir + QLatin1Char('/') + name : QString());
+
+    QStringList files;
+    for (QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();)
+        files << it.next().mid(root.size() + 1);
+    files.sort();
+    QStringList expected{QStringLiteral("a/config/lightconfig.json")};
+    if (ok)
+        expected.prepend(QStringLiteral("a/b/download/") + name);
+    QCOMPARE(files, expected);
+    QCOMPARE(readFile(root + QStringLiteral("/a/config/lightconfig.json")), QByteArray("{}"));
+    if (ok) {
+        QCOMPARE(readFile(dir + QLatin1Char('/') + name), m_body);
+        // An unknown total is reported as such, never as a ratio.
+        bool unknownTotal = false;
+        for (const QList<QVariant> &step : progress) {
+            QCOMPARE(step.at(2).toDouble() < 0, step.at(1).toLongLong() <= 0);
+            unknownTotal = unknownTotal || step.at(1).toLongLong() <= 0;
+        }
+        QCOMPARE(unknownTotal, url.contains(QLatin1String("chunked")) || url.contains(QLatin1String("unsized")));
+        QCOMPARE(progress.last().at(0).toLongLong(), qlonglong(m_body.size()));
+    }
+}
 
 QTEST_GUILESS_MAIN(TestDownloadFile)
 #include "tst_downloadfile.moc"

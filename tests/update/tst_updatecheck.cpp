@@ -1,5 +1,6 @@
 #include "fakeupdateserver.h"
 #include "processutil.h"
+#include "testcerts.h"
 #include "testhome.h"
 #include "updatecheck.h"
 
@@ -85,6 +86,56 @@ private slots:
             QCOMPARE(expected->first().first().toString(), text);
     }
 
+    // Over HTTPS with the usual verification; plain HTTP only to a loopback host.
+    void transport_data()
+    {
+        QTest::addColumn<QString>("base");
+        QTest::addColumn<bool>("trustRoot");
+        QTest::addColumn<bool>("movedToHttp");
+        QTest::addColumn<int>("requests"); // reaching the HTTPS server; answered when 1 and not moved
+
+        const QString pki = m_home.path() + QStringLiteral("/pki");
+        if (!m_https.isListening()) {
+            QVERIFY(TestCerts::makeRoot(pki));
+            QVERIFY(TestCerts::makeServer(pki, "server", pki, "127.0.0.1", {"IP:127.0.0.1", "DNS:localhost"}));
+            QVERIFY(m_https.setTls(pki + "/server.pem", pki + "/server.key") && m_https.listen());
+        }
+        const QString https = m_https.baseUrl();
+        QTest::newRow("https, trusted root") << https << true << false << 1;
+        QTest::newRow("https by host name") << QString(https).replace("127.0.0.1", "localhost") << true << false << 1;
+        QTest::newRow("https, root not trusted") << https << false << false << 0;
+        QTest::newRow("plain http to another host") << "http://update.example.com" << true << false << 0;
+        QTest::newRow("redirected from https to http") << https << true << true << 1;
+    }
+    void transport()
+    {
+        QFETCH(QString, base);
+        QFETCH(bool, trustRoot);
+        QFETCH(bool, movedToHttp);
+        QFETCH(int, requests);
+        if (trustRoot)
+            qputenv("BRIVON_UPDATE_CA_FILE", (m_home.path() + QStringLiteral("/pki/ca.pem")).toUtf8());
+        else
+            qunsetenv("BRIVON_UPDATE_CA_FILE");
+        qputenv("BRIVON_UPDATE_URL", base.toUtf8());
+        m_https.setCheckReply(FakeUpdateServer::upToDateReply());
+        m_https.setMovedTo(movedToHttp ? m_server.baseUrl() : QString());
+        const int plainBefore = m_server.requests().size();
+        const int httpsBefore = m_https.requests().size();
+
+        UpdateCheck check;
+        QSignalSpy reply(&check, &UpdateCheck::replyMessage);
+        QSignalSpy version(&check, &UpdateCheck::versionMessage);
+        QSignalSpy error(&check, &UpdateCheck::errorMessage);
+        runCheck(check, reply, version, error);
+        qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
+        const bool answered = requests == 1 && !movedToHttp;
+        QCOMPARE(reply.size(), answered ? 1 : 0);
+        QCOMPARE(error.size(), answered ? 0 : 1);
+        QCOMPARE(m_https.requests().size() - httpsBefore, requests);
+        QCOMPARE(m_server.requests().size(), plainBefore);
+    }
+
     void offerCarriesTheRelease_data();
     void offerCarriesTheRelease();
     void overlappingChecksEachAnswerOnce()
@@ -116,6 +167,7 @@ private:
 
     TestHome m_home;
     FakeUpdateServer m_server;
+    FakeUpdateServer m_https;
 };
 
 // Defined outside the class: moc cannot skip bodies that hold raw string literals.
@@ -126,8 +178,12 @@ void TestUpdateCheck::requestUrl_data()
     QTest::addColumn<QString>("expected");
     const QString query = QStringLiteral("/beamcrafter/checkVersion?os=Linux&ver=1.0.30&lang=");
     QTest::newRow("en_US") << "http://h:1" << "en_US" << "http://h:1" + query + "en-US";
+    QTest::newRow("zh_CN") << "http://h:1" << "zh_CN" << "http://h:1" + query + "zh-CN";
+    QTest::newRow("de_DE") << "http://h:1" << "de_DE" << "http://h:1" + query + "de-DE";
+    QTest::newRow("ja_JP") << "http://h:1" << "ja_JP" << "http://h:1" + query + "ja-JP";
     QTest::newRow("zh_HK") << "http://h:1" << "zh_HK" << "http://h:1" + query + "zh-HK";
     QTest::newRow("unknown tag keeps underscore") << "http://h:1" << "fr_FR" << "http://h:1" + query + "en_US";
+    QTest::newRow("empty tag") << "http://h:1" << "" << "http://h:1" + query + "en_US";
     QTest::newRow("base with trailing slash") << "http://h:1/" << "de_DE" << "http://h:1" + query + "de-DE";
     QTest::newRow("base with path prefix") << "http://h:1/api/v2/" << "de_DE"
                                            << "http://h:1/api/v2" + query + "de-DE";
@@ -155,6 +211,7 @@ void TestUpdateCheck::replies_data()
                                                 << false << "error" << kNoResponse << "reply error:";
     QTest::newRow("not json") << QByteArray("<html>maintenance</html>") << 200 << false << "error" << kEmpty
                               << "missing data 3:";
+    QTest::newRow("empty body") << QByteArray() << 200 << false << "error" << kEmpty << "missing data 3:";
     // Replies the check refuses as incomplete, with the level of the missing part.
     const auto incomplete = [](const char *name, const QByteArray &body, int level) {
         QTest::newRow(name) << body << 200 << false << "error" << kIncomplete + QStringLiteral("[%1]").arg(level)
@@ -182,7 +239,7 @@ void TestUpdateCheck::replies_data()
 void TestUpdateCheck::offerCarriesTheRelease_data()
 {
     QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<int>("size");
+    QTest::addColumn<qint64>("size");
     QTest::addColumn<QString>("version");
     QTest::addColumn<QString>("versionInfo");
     QTest::addColumn<QString>("downloadUrl");
@@ -190,12 +247,16 @@ void TestUpdateCheck::offerCarriesTheRelease_data()
 
     QTest::newRow("complete") << QByteArray(R"({"needUpdate": true, "version": "1.1.0", "versionInfo": "修复\nfixes",
         "downloadUrl": "http://dl.example/setup.exe", "size": 52428800, "md5": "abc123"})")
-                              << 52428800 << "1.1.0" << "修复\nfixes" << "http://dl.example/setup.exe" << "abc123";
+                              << 52428800LL << "1.1.0" << "修复\nfixes" << "http://dl.example/setup.exe" << "abc123";
     QTest::newRow("no size") << QByteArray(R"({"needUpdate": true, "version": "1.1.0",
         "downloadUrl": "http://dl.example/setup.exe"})")
-                             << 0 << "1.1.0" << "" << "http://dl.example/setup.exe" << "";
+                             << 0LL << "1.1.0" << "" << "http://dl.example/setup.exe" << "";
+    QTest::newRow("size of several gigabytes") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": 9999999999})")
+                                               << 9999999999LL << "2.0" << "" << "" << "";
+    QTest::newRow("negative size") << QByteArray(R"({"needUpdate": true, "version": "2.0", "size": -5})")
+                                   << 0LL << "2.0" << "" << "" << "";
     QTest::newRow("wrong types") << QByteArray(R"({"needUpdate": true, "version": 2, "size": "12", "md5": []})")
-                                 << 0 << "" << "" << "" << "";
+                                 << 0LL << "" << "" << "" << "";
 }
 
 void TestUpdateCheck::offerCarriesTheRelease()
@@ -213,7 +274,7 @@ void TestUpdateCheck::offerCarriesTheRelease()
     QCOMPARE(version.size(), 1);
 
     const VersionData offer = version.first().first().value<VersionData>();
-    QTEST(int(offer.size), "size");
+    QTEST(offer.size, "size");
     QTEST(offer.version, "version");
     QTEST(offer.versionInfo, "versionInfo");
     QTEST(offer.downloadUrl, "downloadUrl");

@@ -1,9 +1,11 @@
 #include "appdatapaths.h"
 #include "fakeupdateserver.h"
 #include "processutil.h"
+#include "testcerts.h"
 #include "testhome.h"
 #include "updatedialog.h"
 
+#include <QCryptographicHash>
 #include <QFile>
 #include <QLabel>
 #include <QProgressBar>
@@ -14,6 +16,12 @@
 
 #include <memory>
 
+namespace {
+
+const QString kNotes = QStringLiteral("1. 新增色温预设\n2. <b>Fixes</b> <img src=\"x\"><a href=\"https://x\">more</a>");
+
+} // namespace
+
 class TestUpdateDialog : public QObject
 {
     Q_OBJECT
@@ -22,9 +30,17 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
+        // Everything here goes over HTTPS, trusted through a test root.
+        const QString pki = m_home.path() + QStringLiteral("/pki");
+        QVERIFY(TestCerts::makeRoot(pki));
+        QVERIFY(TestCerts::makeServer(pki, "server", pki, "127.0.0.1", {"IP:127.0.0.1"}));
+        qputenv("BRIVON_UPDATE_CA_FILE", (pki + QStringLiteral("/ca.pem")).toUtf8());
+        QVERIFY(m_server.setTls(pki + "/server.pem", pki + "/server.key"));
         QVERIFY(m_server.listen());
+        qputenv("BRIVON_UPDATE_URL", m_server.baseUrl().toUtf8());
+        m_body = "#!/bin/sh\necho \"$0\" > \"$HOME/installer-ran\"\n";
         for (int i = 0; m_body.size() < 128 * 1024; ++i)
-            m_body += "#!/bin/sh\n# part " + QByteArray::number(i) + '\n';
+            m_body += "# part " + QByteArray::number(i) + '\n';
         m_server.setFile(QStringLiteral("BeamcrafterSetup.run"), m_body);
     }
 
@@ -44,36 +60,49 @@ private slots:
         m_dialog.reset();
     }
 
-    // An offer shows the release; a second offer while open changes nothing; "安装更新" downloads the
-    // first offer's installer (through redirects) and starts it.
-    void offerThenInstall()
+    void formTexts()
     {
-        auto *progressBar = child<QProgressBar>("progressBar");
-        QList<int> values;
-        connect(progressBar, &QProgressBar::valueChanged, this, [&values](int value) { values << value; });
-        m_dialog->onVersionMessage(offer(QStringLiteral("/redirect/2/BeamcrafterSetup.run")));
+        QCOMPARE(m_dialog->windowTitle(), QStringLiteral("软件更新"));
+        QCOMPARE(m_dialog->size(), QSize(700, 600));
+        QCOMPARE(m_dialog->minimumSize(), m_dialog->maximumSize());
+        QVERIFY(!(m_dialog->windowFlags() & Qt::WindowContextHelpButtonHint));
+        QCOMPARE(child<QPushButton>("pushButton_skip")->text(), QStringLiteral("跳过此版本"));
+        QCOMPARE(child<QPushButton>("pushButton_promptLater")->text(), QStringLiteral("稍后提示"));
+        QCOMPARE(child<QPushButton>("pushButton_update")->text(), QStringLiteral("安装更新"));
+        QCOMPARE(child<QPushButton>("pushButton_cancel")->text(), QStringLiteral("取消"));
+        QVERIFY(!child<QLabel>("label_icon")->pixmap().isNull());
+        QVERIFY(child<QLabel>("label_tip")->isHidden());
+        QVERIFY(choicesShown());
+    }
+
+    void offerShowsTheRelease()
+    {
+        m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
         QVERIFY(m_dialog->isVisible());
         QCOMPARE(child<QLabel>("label_desc")->text(),
                  QStringLiteral("Brivon Lumen 1.1.0现在可用 -- 您的当前版本是 1.0.30 . 是否要立即安装？"));
+        // Markup from the server is shown as it is.
+        QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), kNotes);
         QVERIFY(child<QLabel>("label_tip")->isHidden());
-        QCOMPARE(progressBar->value(), 0);
+        QVERIFY(!child<QProgressBar>("progressBar")->isHidden());
+        QCOMPARE(child<QProgressBar>("progressBar")->value(), 0);
         QVERIFY(choicesShown());
+    }
+
+    void secondOfferWhileOpenChangesNothing()
+    {
+        m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
         VersionData other = offer(QStringLiteral("/files/other.run"));
+        other.version = QStringLiteral("9.9.9");
         other.versionInfo = QStringLiteral("other");
         m_dialog->onVersionMessage(other);
-        QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("1. 新增色温预设\n2. Fixes"));
+        QVERIFY(child<QLabel>("label_desc")->text().contains(QLatin1String("1.1.0")));
+        QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), kNotes);
 
+        // The first offer's URL is still the one installed.
         QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-        QVERIFY(child<QWidget>("widget_3")->isHidden());
-        QVERIFY(!child<QWidget>("pushButton_cancel")->isHidden());
         QVERIFY(waitUntil([&] { return !m_started.isEmpty(); }, 20000));
-        const QString path = downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run");
-        QCOMPARE(m_started, QStringList{path});
-        QCOMPARE(readFile(path), m_body);
-        QVERIFY(QFileInfo(path).isExecutable());
-        QCOMPARE(values.value(values.size() - 1), 100);
-        QVERIFY(!m_dialog->isVisible());
-        QVERIFY(choicesShown());
+        QCOMPARE(m_started, QStringList{downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run")});
     }
 
     void choicesOnlyClose_data()
@@ -101,10 +130,79 @@ private slots:
         QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("again"));
     }
 
+    // The whole way: the check offers the release over HTTPS, the download shows its progress and
+    // is checked against the offer, and the installer really starts.
+    void installDownloadsChecksAndStarts_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("known length") << "/slow/BeamcrafterSetup.run";
+        QTest::newRow("unknown length") << "/chunked/BeamcrafterSetup.run";
+    }
+    void installDownloadsChecksAndStarts()
+    {
+        QFETCH(QString, path);
+        const QString ran = m_home.path() + QStringLiteral("/installer-ran");
+        QFile::remove(ran);
+        m_server.setSlowPace(4096, 10);
+        m_server.setCheckReply(FakeUpdateServer::offerReply("1.1.0", kNotes, m_server.url(path), m_body.size(),
+                                                            QCryptographicHash::hash(m_body, QCryptographicHash::Md5).toHex()));
+        m_dialog->setInstallerLauncher({});
+        auto *progressBar = child<QProgressBar>("progressBar");
+        QList<int> values;
+        connect(progressBar, &QProgressBar::valueChanged, this, [&values](int value) { values << value; });
+
+        UpdateCheck check;
+        connect(&check, &UpdateCheck::versionMessage, m_dialog.get(), &UpdateDialog::onVersionMessage);
+        check.checkVersion();
+        QVERIFY(waitUntil([&] { return m_dialog->isVisible(); }, 10000));
+        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+        QVERIFY(child<QWidget>("widget_3")->isHidden());
+        QVERIFY(!child<QWidget>("pushButton_cancel")->isHidden());
+        if (path.contains(QLatin1String("chunked")))
+            QVERIFY(waitUntil([&] { return progressBar->maximum() == 0; }, 10000));
+        else
+            QVERIFY(waitUntil([&] { return !values.isEmpty() && values.last() > 0 && values.last() < 100; }, 10000));
+
+        QVERIFY(waitUntil([&] { return QFile::exists(ran); }, 20000));
+        const QString installer = downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run");
+        QCOMPARE(readFile(ran).trimmed(), installer.toUtf8());
+        QCOMPARE(readFile(installer), m_body);
+        // 0700: the owner alone.
+        QCOMPARE(QFile::permissions(installer) & 0x0777, QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
+        QCOMPARE(values.last(), 100);
+        QVERIFY(!m_dialog->isVisible());
+        QVERIFY(choicesShown());
+    }
+
+    void progress_data()
+    {
+        QTest::addColumn<qlonglong>("bytesRead");
+        QTest::addColumn<qlonglong>("totalBytes");
+        QTest::addColumn<int>("maximum"); // 0: busy
+        QTest::addColumn<int>("value");
+        QTest::newRow("3 of 6 GB") << 3000000000LL << 6000000000LL << 100 << 50;
+        QTest::newRow("last byte of 5 GB") << 4999999999LL << 5000000000LL << 100 << 99;
+        QTest::newRow("30 MB of unknown") << 30000000LL << -1LL << 0 << -1;
+        QTest::newRow("zero total") << 0LL << 0LL << 0 << -1;
+        QTest::newRow("more than announced") << 10LL << 5LL << 100 << 100;
+    }
+    void progress()
+    {
+        QFETCH(qlonglong, bytesRead);
+        QFETCH(qlonglong, totalBytes);
+        auto *progressBar = child<QProgressBar>("progressBar");
+        m_dialog->onDownloadProgress(1, 4);
+        m_dialog->onDownloadProgress(bytesRead, totalBytes);
+        QTEST(progressBar->maximum(), "maximum");
+        if (progressBar->maximum() > 0)
+            QTEST(progressBar->value(), "value");
+    }
+
     void failedDownloadShowsTipAndRetries_data()
     {
         QTest::addColumn<QString>("path");
         QTest::newRow("connection dropped") << "/broken/BeamcrafterSetup.run";
+        QTest::newRow("not found") << "/files/gone.run";
         QTest::newRow("no file name") << "/files/";
     }
 
@@ -122,9 +220,8 @@ private slots:
             QVERIFY(choicesShown());
             QVERIFY(m_dialog->isVisible());
         }
-        // Each press of install really went out again (a URL without a file name never leaves).
-        const int expectedRequests = path.endsWith(QLatin1Char('/')) ? 0 : 2;
-        QCOMPARE(m_server.requests().size() - requestsBefore, expectedRequests);
+        // Each press of install really went out again.
+        QCOMPARE(m_server.requests().size() - requestsBefore, 2);
         QVERIFY(m_started.isEmpty());
     }
 
@@ -175,7 +272,7 @@ private:
     {
         VersionData data;
         data.version = QStringLiteral("1.1.0");
-        data.versionInfo = QStringLiteral("1. 新增色温预设\n2. Fixes");
+        data.versionInfo = kNotes;
         data.downloadUrl = m_server.url(path);
         data.size = int(m_body.size());
         return data;

@@ -1,8 +1,10 @@
 #include "fakebridge.h"
 
 #include <QJsonDocument>
+#include <QDateTime>
 #include <QRandomGenerator>
 #include <QTimer>
+#include <QUuid>
 
 namespace {
 
@@ -83,6 +85,7 @@ QJsonObject temperatureObject(const QJsonValue &mirek, int minimum, int maximum)
 FakeBridge::FakeBridge()
     : m_lights(defaultLights())
 {
+    m_clock.start();
 }
 
 QJsonArray FakeBridge::defaultLights()
@@ -143,6 +146,11 @@ HttpResponse FakeBridge::handle(const HttpRequest &request)
 {
     if (request.path.startsWith("/control/"))
         return handleControl(request);
+    if (m_outage) {
+        HttpResponse silence;
+        silence.hold = true;
+        return silence;
+    }
     for (int i = 0; i < m_canned.size(); ++i) {
         CannedReply &canned = m_canned[i];
         if ((!canned.method.isEmpty() && canned.method != request.method) || canned.path != request.path)
@@ -158,6 +166,14 @@ HttpResponse FakeBridge::handle(const HttpRequest &request)
         return handleDiscovery();
     if (request.path == kLightPath || request.path.startsWith(kLightPath + '/'))
         return handleLights(request);
+    if (request.path == "/eventstream/clip/v2" && request.method == "GET") {
+        if (!m_users.contains(QString::fromUtf8(request.headers.value("hue-application-key"))))
+            return json(403, kUnauthorized);
+        HttpResponse stream;
+        stream.stream = true;
+        stream.body = ": hi\n\n";
+        return stream;
+    }
     return json(404, kNotFound);
 }
 
@@ -168,6 +184,18 @@ HttpResponse FakeBridge::handleControl(const HttpRequest &request)
     if (request.path == "/control/linkbutton") {
         pressLinkButton();
         return json(200, R"({"linkbutton":true})");
+    }
+    if (request.path == "/control/outage") {
+        m_outage = QJsonDocument::fromJson(request.body).object().value(QLatin1String("on")).toBool(true);
+        return json(200, m_outage ? R"({"outage":true})" : R"({"outage":false})");
+    }
+    if (request.path == "/control/light")
+        return changeFromControl(request);
+    if (request.path == "/control/move") {
+        const QString address = QJsonDocument::fromJson(request.body).object().value(QLatin1String("address")).toString();
+        if (!m_move || !m_move(address))
+            return json(400, R"({"error":"cannot listen on that address"})");
+        return json(200, R"({"moved":true})");
     }
     if (request.path == "/control/reset") {
         m_canned.clear();
@@ -247,6 +275,13 @@ HttpResponse FakeBridge::handleLights(const HttpRequest &request)
     }
     if (request.method != "PUT")
         return clipError(405, QStringLiteral("method not allowed"));
+    if (rateLimited()) {
+        HttpResponse limited = json(429, "<html><head><title>429 Too Many Requests</title></head>"
+                                         "<body><h1>Too Many Requests</h1></body></html>");
+        limited.contentType = "text/html";
+        limited.headers.append(qMakePair(QByteArray("Retry-After"), QByteArray("1")));
+        return limited;
+    }
     QJsonObject light = m_lights.at(index).toObject();
     const HttpResponse response = putLight(light, request.body);
     if (response.status == 200)
@@ -314,4 +349,57 @@ HttpResponse FakeBridge::putLight(QJsonObject &light, const QByteArray &body)
     return json(200, QJsonDocument(QJsonObject{{QStringLiteral("data"), QJsonArray{reference}},
                                                {QStringLiteral("errors"), QJsonArray()}})
                          .toJson(QJsonDocument::Compact));
+}
+
+bool FakeBridge::rateLimited()
+{
+    if (m_rateLimit <= 0)
+        return false;
+    const qint64 now = m_clock.elapsed();
+    while (!m_recentCommands.isEmpty() && m_recentCommands.head() <= now - 1000)
+        m_recentCommands.dequeue();
+    if (m_recentCommands.size() >= m_rateLimit)
+        return true;
+    m_recentCommands.enqueue(now);
+    return false;
+}
+
+HttpResponse FakeBridge::changeFromControl(const HttpRequest &request)
+{
+    // What the Hue app or a wall switch would do: {"id": light, "on": {...}, "dimming": {...}, ...}.
+    const QJsonObject change = QJsonDocument::fromJson(request.body).object();
+    const int index = findLight(change.value(QLatin1String("id")).toString());
+    if (index < 0)
+        return json(404, kNotFound);
+    QJsonObject body = change;
+    body.remove(QStringLiteral("id"));
+    QJsonObject light = m_lights.at(index).toObject();
+    const HttpResponse response = putLight(light, QJsonDocument(body).toJson(QJsonDocument::Compact));
+    if (response.status != 200)
+        return response;
+    m_lights.replace(index, light);
+    publishUpdate(light, body);
+    return response;
+}
+
+void FakeBridge::publishUpdate(const QJsonObject &light, const QJsonObject &change)
+{
+    if (!m_publish || m_outage)
+        return;
+    QJsonObject resource = change;
+    for (const char *key : {"color_temperature", "color"}) {
+        // The bridge reports the whole state of what changed, as it stands after the change.
+        if (resource.contains(QLatin1String(key)))
+            resource.insert(QLatin1String(key), light.value(QLatin1String(key)));
+    }
+    resource.insert(QStringLiteral("id"), light.value(QLatin1String("id")));
+    resource.insert(QStringLiteral("id_v1"), light.value(QLatin1String("id_v1")));
+    resource.insert(QStringLiteral("owner"), light.value(QLatin1String("owner")));
+    resource.insert(QStringLiteral("type"), QStringLiteral("light"));
+    const QJsonObject event{{QStringLiteral("creationtime"), QDateTime::currentDateTimeUtc().toString(Qt::ISODate)},
+                            {QStringLiteral("data"), QJsonArray{resource}},
+                            {QStringLiteral("id"), QUuid::createUuid().toString(QUuid::WithoutBraces)},
+                            {QStringLiteral("type"), QStringLiteral("update")}};
+    const QByteArray id = QByteArray::number(QDateTime::currentSecsSinceEpoch()) + ':' + QByteArray::number(m_eventCount++);
+    m_publish("id: " + id + "\ndata: " + QJsonDocument(QJsonArray{event}).toJson(QJsonDocument::Compact) + "\n\n");
 }

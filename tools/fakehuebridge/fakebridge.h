@@ -3,6 +3,9 @@
 #include "httpserver.h"
 
 #include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QQueue>
+#include <functional>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
@@ -33,6 +36,14 @@ public:
 
     static QJsonArray defaultLights();
 
+    // Light commands (PUTs) a second before the bridge answers 429; 0 turns the limit off.
+    void setRateLimit(int perSecond) { m_rateLimit = perSecond; }
+    // Sends one chunk to every open event stream.
+    void setPublisher(std::function<void(const QByteArray &)> publish) { m_publish = std::move(publish); }
+    // Moves the bridge to another address; answers whether it could listen there.
+    void setMover(std::function<bool(const QString &)> move) { m_move = std::move(move); }
+    bool inOutage() const { return m_outage; }
+
 private:
     struct CannedReply
     {
@@ -48,6 +59,9 @@ private:
     HttpResponse handleLights(const HttpRequest &request);
     HttpResponse putLight(QJsonObject &light, const QByteArray &body);
     int findLight(const QString &id) const;
+    HttpResponse changeFromControl(const HttpRequest &request);
+    void publishUpdate(const QJsonObject &light, const QJsonObject &change);
+    bool rateLimited();
 
     QString m_bridgeId = QStringLiteral("ecb5fafffe1a2b3c");
     QString m_advertised = QStringLiteral("127.0.0.1");
@@ -58,4 +72,11 @@ private:
     bool m_autoLinkPending = false;
     QJsonArray m_lights;
     QList<CannedReply> m_canned;
+    int m_rateLimit = 10;
+    QQueue<qint64> m_recentCommands;
+    QElapsedTimer m_clock;
+    bool m_outage = false;
+    int m_eventCount = 0;
+    std::function<void(const QByteArray &)> m_publish;
+    std::function<bool(const QString &)> m_move;
 };

@@ -49,18 +49,20 @@ void HttpListener::incomingConnection(qintptr socketDescriptor)
     socket->setLocalCertificate(m_certificate);
     socket->setPrivateKey(m_key);
     socket->setPeerVerifyMode(QSslSocket::VerifyNone);
-    auto *connection = new HttpConnection(socket, m_mode, m_handler, socket);
+    auto *connection = new HttpConnection(socket, m_mode, m_handler, m_sink, socket);
     Q_UNUSED(connection)
     connect(socket, &QAbstractSocket::disconnected, socket, &QObject::deleteLater);
     // A client that gives up half-way through the handshake must not leave the socket behind.
     connect(socket, &QAbstractSocket::errorOccurred, socket, [socket]() { socket->abort(); socket->deleteLater(); });
 }
 
-HttpConnection::HttpConnection(QSslSocket *socket, HttpListener::Mode mode, HttpHandler handler, QObject *parent)
+HttpConnection::HttpConnection(QSslSocket *socket, HttpListener::Mode mode, HttpHandler handler, StreamSink sink,
+                               QObject *parent)
     : QObject(parent)
     , m_socket(socket)
     , m_mode(mode)
     , m_handler(std::move(handler))
+    , m_sink(std::move(sink))
 {
     connect(m_socket, &QIODevice::readyRead, this, &HttpConnection::onReadyRead);
     if (m_mode == HttpListener::Mode::Tls) {
@@ -154,6 +156,19 @@ void HttpConnection::processBuffer()
             m_socket->abort();
             return;
         }
+        if (response.hold) {
+            // Read on, answer nothing: the client sees a bridge that has stopped responding.
+            m_closing = true;
+            return;
+        }
+        if (response.stream) {
+            m_closing = true;
+            m_socket->write("HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nCache-Control: no-cache\r\n"
+                            "Connection: close\r\n\r\n" + response.body);
+            if (m_sink)
+                m_sink(m_socket);
+            return;
+        }
         reply(response, keepAlive);
     }
 }
@@ -163,6 +178,8 @@ void HttpConnection::reply(const HttpResponse &response, bool keepAlive)
     QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) + "\r\n";
     head += "Content-Type: " + response.contentType + "\r\n";
     head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
+    for (const auto &header : response.headers)
+        head += header.first + ": " + header.second + "\r\n";
     head += keepAlive ? "Connection: keep-alive\r\n\r\n" : "Connection: close\r\n\r\n";
     m_socket->write(head + response.body);
     if (!keepAlive) {

@@ -26,9 +26,14 @@ struct HttpResponse
     QByteArray contentType = "application/json";
     QByteArray body;
     bool drop = false; // close the connection without answering
+    bool hold = false; // never answer, keep the connection open (a bridge that hangs)
+    bool stream = false; // answer with an open-ended event stream; the body is its first chunk
+    QList<QPair<QByteArray, QByteArray>> headers;
 };
 
 using HttpHandler = std::function<HttpResponse(const HttpRequest &)>;
+// Receives the socket of each event stream once its head is written.
+using StreamSink = std::function<void(QSslSocket *)>;
 
 // A small HTTP/1.1 server. Each listener serves plain HTTP, HTTPS, or both on one port, telling
 // them apart by the first byte of a connection (a TLS handshake record starts with 0x16).
@@ -44,6 +49,8 @@ public:
 
     HttpListener(Mode mode, HttpHandler handler, QObject *parent = nullptr);
     void setTlsIdentity(const QSslCertificate &certificate, const QSslKey &key);
+    void setStreamSink(StreamSink sink) { m_sink = std::move(sink); }
+    Mode mode() const { return m_mode; }
 
 protected:
     void incomingConnection(qintptr socketDescriptor) override;
@@ -53,6 +60,7 @@ private:
     HttpHandler m_handler;
     QSslCertificate m_certificate;
     QSslKey m_key;
+    StreamSink m_sink;
 };
 
 // One client connection: reads requests one after the other and answers each in turn.
@@ -61,7 +69,7 @@ class HttpConnection : public QObject
     Q_OBJECT
 
 public:
-    HttpConnection(QSslSocket *socket, HttpListener::Mode mode, HttpHandler handler, QObject *parent);
+    HttpConnection(QSslSocket *socket, HttpListener::Mode mode, HttpHandler handler, StreamSink sink, QObject *parent);
 
 private:
     void onReadyRead();
@@ -72,6 +80,7 @@ private:
     QSslSocket *m_socket;
     HttpListener::Mode m_mode;
     HttpHandler m_handler;
+    StreamSink m_sink;
     QByteArray m_buffer;
     bool m_decided = false;
     bool m_closing = false;

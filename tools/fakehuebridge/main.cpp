@@ -1,6 +1,7 @@
 // fakehuebridge: a Hue bridge on loopback for tests and demos. See --help.
 #include "fakebridge.h"
 #include "httpserver.h"
+#include "mdnsresponder.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -8,6 +9,9 @@
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QPointer>
+#include <QSslSocket>
+#include <QTimer>
 
 #include <cstdio>
 
@@ -28,10 +32,20 @@ const char kDescription[] =
     "                         \"contentType\":\"text/html\",\"body\":\"...\",\"times\":1,\"drop\":false}\n"
     "                        (times < 0: until reset; drop: close the connection without a reply)\n"
     "  /control/reset        forget all canned replies\n"
+    "  /control/light        change a light as the Hue app or a switch would, reported on the event\n"
+    "                        stream; body: {\"id\":\"<light id>\",\"on\":{\"on\":false},\"dimming\":{...}}\n"
+    "  /control/outage       {\"on\":true}: stop answering (connections stay open); {\"on\":false}: back\n"
+    "  /control/move         {\"address\":\"127.0.0.9\"}: listen on another address from now on\n"
+    "\n"
+    "GET /eventstream/clip/v2 (with the key) is the CLIP v2 event stream. Past --rate-limit light\n"
+    "commands a second (default 10, 0: none) PUTs are answered 429 with an HTML page and Retry-After.\n"
+    "--mdns <addr:port> answers mDNS questions for _hue._tcp.local there (224.0.0.251:5353 is the\n"
+    "real group; a unicast address keeps tests off the network).\n"
     "\n"
     "Standard output: one line \"listening http=<addr:port> https=<addr:port> mixed=<addr:port>\" once\n"
-    "all ports are bound, then one line \"request <json>\" per request received, with method, path,\n"
-    "tls, headers (lower-case names) and body.";
+    "all ports are bound (and \"mdns=<addr:port>\"), then one line \"request <json>\" per request\n"
+    "received, with method, path, tls, headers (lower-case names), body and the status answered\n"
+    "(0: none).";
 
 void printLine(const QByteArray &line)
 {
@@ -40,7 +54,7 @@ void printLine(const QByteArray &line)
     std::fflush(stdout);
 }
 
-void logRequest(const HttpRequest &request)
+void logRequest(const HttpRequest &request, int status)
 {
     QJsonObject headers;
     for (auto it = request.headers.constBegin(); it != request.headers.constEnd(); ++it)
@@ -49,7 +63,8 @@ void logRequest(const HttpRequest &request)
                             {QStringLiteral("path"), QString::fromUtf8(request.target)},
                             {QStringLiteral("tls"), request.tls},
                             {QStringLiteral("headers"), headers},
-                            {QStringLiteral("body"), QString::fromUtf8(request.body)}};
+                            {QStringLiteral("body"), QString::fromUtf8(request.body)},
+                            {QStringLiteral("status"), status}};
     printLine("request " + QJsonDocument(entry).toJson(QJsonDocument::Compact));
 }
 
@@ -82,8 +97,10 @@ int main(int argc, char *argv[])
     const QCommandLineOption linkOption(QStringLiteral("link-button"), QStringLiteral("Start with the link button pressed."));
     const QCommandLineOption autoLinkOption(QStringLiteral("link-button-after"), QStringLiteral("Press the link button on its own this many seconds after a pairing request finds it up (for demos)."), QStringLiteral("secs"));
     const QCommandLineOption noClientKeyOption(QStringLiteral("no-clientkey"), QStringLiteral("Answer pairing without a clientkey."));
+    const QCommandLineOption mdnsOption(QStringLiteral("mdns"), QStringLiteral("Answer mDNS questions on this address:port."), QStringLiteral("addr:port"));
+    const QCommandLineOption rateOption(QStringLiteral("rate-limit"), QStringLiteral("Light commands a second before 429 (default 10, 0: no limit)."), QStringLiteral("n"), QStringLiteral("10"));
     parser.addOptions({addressOption, httpOption, httpsOption, mixedOption, certOption, keyOption, lightsOption,
-                       idOption, advertiseOption, userOption, linkOption, autoLinkOption, noClientKeyOption});
+                       idOption, advertiseOption, userOption, linkOption, autoLinkOption, noClientKeyOption, mdnsOption, rateOption});
     parser.process(app);
 
     const QHostAddress address(parser.value(addressOption));
@@ -125,6 +142,7 @@ int main(int argc, char *argv[])
 
     FakeBridge bridge;
     bridge.setBridgeId(parser.value(idOption));
+    bridge.setRateLimit(parser.value(rateOption).toInt());
     bridge.setClientKeyEnabled(!parser.isSet(noClientKeyOption));
     for (const QString &user : parser.values(userOption))
         bridge.addUser(user);
@@ -144,9 +162,17 @@ int main(int argc, char *argv[])
     }
 
     const HttpHandler handler = [&bridge](const HttpRequest &request) {
-        logRequest(request);
-        return bridge.handle(request);
+        const HttpResponse response = bridge.handle(request);
+        logRequest(request, response.hold || response.drop ? 0 : response.status);
+        return response;
     };
+    QList<QPointer<QSslSocket>> streams;
+    const StreamSink sink = [&streams](QSslSocket *socket) { streams.append(socket); };
+    bridge.setPublisher([&streams](const QByteArray &chunk) {
+        streams.removeAll(nullptr);
+        for (const QPointer<QSslSocket> &socket : qAsConst(streams))
+            socket->write(chunk);
+    });
 
     QList<HttpListener *> listeners;
     QByteArray listening = "listening";
@@ -155,6 +181,7 @@ int main(int argc, char *argv[])
             return true;
         auto *listener = new HttpListener(mode, handler, &app);
         listener->setTlsIdentity(certificate, key);
+        listener->setStreamSink(sink);
         if (!listener->listen(address, quint16(portNumber))) {
             fail(QStringLiteral("cannot listen on %1:%2: %3").arg(address.toString()).arg(portNumber).arg(listener->errorString()));
             return false;
@@ -174,6 +201,49 @@ int main(int argc, char *argv[])
             advertised += QLatin1Char(':') + QString::number(listeners.last()->serverPort());
     }
     bridge.setAdvertisedAddress(advertised);
+
+    MdnsResponder mdns;
+    const quint16 httpsServed = quint16(listeners.last()->serverPort());
+    mdns.setBridge(parser.value(idOption).toLower(), address, httpsServed);
+    if (parser.isSet(mdnsOption)) {
+        const QString value = parser.value(mdnsOption);
+        const int colon = value.lastIndexOf(QLatin1Char(':'));
+        const QHostAddress mdnsAddress(value.left(colon));
+        if (colon < 0 || mdnsAddress.isNull() || !mdns.listen(mdnsAddress, quint16(value.mid(colon + 1).toUInt())))
+            return fail(QStringLiteral("cannot answer mDNS on ") + value + QStringLiteral(": ") + mdns.errorString());
+        listening += " mdns=" + mdnsAddress.toString().toLatin1() + ':' + QByteArray::number(mdns.port());
+    }
+
+    // A new address from DHCP: the old one stops answering at once, the new one serves the same ports.
+    bridge.setMover([&](const QString &to) {
+        const QHostAddress newAddress(to);
+        if (newAddress.isNull())
+            return false;
+        QList<HttpListener *> moved;
+        for (HttpListener *old : qAsConst(listeners)) {
+            auto *listener = new HttpListener(old->mode(), handler, &app);
+            listener->setTlsIdentity(certificate, key);
+            listener->setStreamSink(sink);
+            if (!listener->listen(newAddress, old->serverPort())) {
+                delete listener;
+                qDeleteAll(moved);
+                return false;
+            }
+            moved.append(listener);
+        }
+        for (HttpListener *old : qAsConst(listeners)) {
+            old->close();
+            // Its connections go with it, once this answer has left.
+            QTimer::singleShot(200, old, &QObject::deleteLater);
+        }
+        listeners = moved;
+        QString newAdvertised = newAddress.toString();
+        if (mixedPort >= 0 && httpPort < 0 && httpsPort < 0)
+            newAdvertised += QLatin1Char(':') + QString::number(listeners.last()->serverPort());
+        bridge.setAdvertisedAddress(newAdvertised);
+        mdns.setBridge(parser.value(idOption).toLower(), newAddress, httpsServed);
+        return true;
+    });
 
     printLine(listening);
     return app.exec();

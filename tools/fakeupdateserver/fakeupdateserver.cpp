@@ -2,11 +2,42 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QFile>
 #include <QPointer>
+#include <QSslSocket>
 #include <QTcpSocket>
 #include <QTimer>
+#include <QUrlQuery>
 
 #include <memory>
+
+// Hands out QSslSocket in server mode once a certificate is set, plain sockets before.
+class FakeUpdateServer::Server : public QTcpServer
+{
+public:
+    QList<QSslCertificate> chain;
+    QSslKey key;
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        if (chain.isEmpty()) {
+            QTcpServer::incomingConnection(descriptor);
+            return;
+        }
+        auto *socket = new QSslSocket(this);
+        if (!socket->setSocketDescriptor(descriptor)) {
+            delete socket;
+            return;
+        }
+        socket->setLocalCertificateChain(chain);
+        socket->setPrivateKey(key);
+        // A client that refuses the certificate just goes away.
+        connect(socket, &QSslSocket::sslErrors, socket, [socket] { socket->abort(); });
+        socket->startServerEncryption();
+        addPendingConnection(socket);
+    }
+};
 
 namespace {
 
@@ -18,6 +49,7 @@ QByteArray reasonPhrase(int status)
     switch (status) {
     case 200: return "OK";
     case 302: return "Found";
+    case 400: return "Bad Request";
     case 404: return "Not Found";
     case 500: return "Internal Server Error";
     default: return "Status";
@@ -28,19 +60,49 @@ QByteArray reasonPhrase(int status)
 
 FakeUpdateServer::FakeUpdateServer(QObject *parent)
     : QObject(parent)
+    , m_server(std::make_unique<Server>())
     , m_checkBody(upToDateReply())
 {
-    connect(&m_server, &QTcpServer::newConnection, this, &FakeUpdateServer::onNewConnection);
+    connect(m_server.get(), &QTcpServer::newConnection, this, &FakeUpdateServer::onNewConnection);
 }
 
-bool FakeUpdateServer::listen(quint16 port)
+FakeUpdateServer::~FakeUpdateServer() = default;
+
+bool FakeUpdateServer::listen(quint16 port, const QHostAddress &address)
 {
-    return m_server.listen(QHostAddress::LocalHost, port);
+    return m_server->listen(address, port);
+}
+
+bool FakeUpdateServer::isListening() const
+{
+    return m_server->isListening();
+}
+
+bool FakeUpdateServer::setTls(const QString &certificateFile, const QString &keyFile)
+{
+    const QList<QSslCertificate> chain = QSslCertificate::fromPath(certificateFile, QSsl::Pem);
+    QFile file(keyFile);
+    if (chain.isEmpty() || !file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray pem = file.readAll();
+    QSslKey key(pem, QSsl::Rsa);
+    if (key.isNull())
+        key = QSslKey(pem, QSsl::Ec);
+    if (key.isNull())
+        return false;
+    m_server->chain = chain;
+    m_server->key = key;
+    return true;
 }
 
 QString FakeUpdateServer::baseUrl() const
 {
-    return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort());
+    const QString host = m_server->serverAddress().protocol() == QAbstractSocket::IPv6Protocol
+                             ? QLatin1Char('[') + m_server->serverAddress().toString() + QLatin1Char(']')
+                             : m_server->serverAddress().toString();
+    return QStringLiteral("%1://%2:%3")
+        .arg(m_server->chain.isEmpty() ? QLatin1String("http") : QLatin1String("https"), host)
+        .arg(m_server->serverPort());
 }
 
 void FakeUpdateServer::setCheckReply(const QByteArray &body, int status)
@@ -83,7 +145,7 @@ QByteArray FakeUpdateServer::offerReply(const QString &version, const QString &v
 
 void FakeUpdateServer::onNewConnection()
 {
-    while (QTcpSocket *socket = m_server.nextPendingConnection()) {
+    while (QTcpSocket *socket = m_server->nextPendingConnection()) {
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
     }
@@ -114,13 +176,22 @@ void FakeUpdateServer::onReadyRead(QTcpSocket *socket)
     }
     const QString target = QString::fromLatin1(requestLine.at(1));
     m_requests.append(target);
-    answer(socket, target);
+    if (m_movedTo.isEmpty())
+        answer(socket, target);
+    else
+        redirect(socket, m_movedTo + requestLine.at(1));
 }
 
 void FakeUpdateServer::answer(QTcpSocket *socket, const QString &target)
 {
     const QString path = QUrl(target).path();
-    const QStringList parts = path.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    // Split before decoding, so that an encoded "/" or "\\" stays inside its segment.
+    const QList<QByteArray> rawParts = target.toLatin1().split('?').first().split('/');
+    QStringList parts;
+    for (const QByteArray &raw : rawParts) {
+        if (!raw.isEmpty())
+            parts << QUrl::fromPercentEncoding(raw);
+    }
 
     if (path.endsWith(QLatin1String("/beamcrafter/checkVersion"))) {
         if (m_checkDrops)
@@ -144,12 +215,23 @@ void FakeUpdateServer::answer(QTcpSocket *socket, const QString &target)
     } else if (kind == QLatin1String("redirect") && parts.size() == 3 && known) {
         const int hops = parts.at(1).toInt();
         // Relative locations, so that the client has to resolve them against the current URL.
-        const QString location = hops > 1 ? QStringLiteral("/redirect/%1/%2").arg(hops - 1).arg(name)
-                                          : QStringLiteral("/files/%1").arg(name);
-        send(socket, 302, "<html>moved</html>\n",
-             "Location: " + location.toUtf8() + "\r\nContent-Type: text/html\r\n");
+        const QByteArray encodedName = QUrl::toPercentEncoding(name);
+        redirect(socket, hops > 1 ? "/redirect/" + QByteArray::number(hops - 1) + '/' + encodedName
+                                  : "/files/" + encodedName);
+    } else if (kind == QLatin1String("loop") && parts.size() == 2) {
+        redirect(socket, target.toLatin1().split('?').first());
+    } else if (path == QLatin1String("/moved")) {
+        const QString to = QUrlQuery(QUrl(target)).queryItemValue(QStringLiteral("to"), QUrl::FullyDecoded);
+        if (to.isEmpty())
+            send(socket, 400, "to= missing\n");
+        else
+            redirect(socket, QUrl(to).toEncoded());
     } else if (kind == QLatin1String("slow") && parts.size() == 2 && known) {
-        trickle(socket, *file);
+        trickle(socket, *file, Length::Declared);
+    } else if (kind == QLatin1String("chunked") && parts.size() == 2 && known) {
+        trickle(socket, *file, Length::Chunked);
+    } else if (kind == QLatin1String("unsized") && parts.size() == 2 && known) {
+        trickle(socket, *file, Length::ConnectionClose);
     } else if (kind == QLatin1String("broken") && parts.size() == 2 && known) {
         socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: "
                       + QByteArray::number(file->size()) + "\r\nConnection: close\r\n\r\n");
@@ -176,21 +258,35 @@ void FakeUpdateServer::send(QTcpSocket *socket, int status, const QByteArray &bo
     socket->disconnectFromHost();
 }
 
-void FakeUpdateServer::trickle(QTcpSocket *socket, const QByteArray &body)
+void FakeUpdateServer::redirect(QTcpSocket *socket, const QByteArray &location)
 {
-    socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: "
-                  + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n");
+    send(socket, 302, "<html>moved</html>\n", "Location: " + location + "\r\nContent-Type: text/html\r\n");
+}
+
+void FakeUpdateServer::trickle(QTcpSocket *socket, const QByteArray &body, Length length)
+{
+    QByteArray head = "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\n";
+    if (length == Length::Declared)
+        head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    else if (length == Length::Chunked)
+        head += "Transfer-Encoding: chunked\r\n";
+    socket->write(head + "Connection: close\r\n\r\n");
     auto *timer = new QTimer(socket);
     auto sent = std::make_shared<qsizetype>(0);
-    connect(timer, &QTimer::timeout, socket, [this, socket, timer, body, sent] {
+    connect(timer, &QTimer::timeout, socket, [this, socket, timer, body, sent, length] {
         if (socket->state() != QAbstractSocket::ConnectedState) {
             timer->stop();
             return;
         }
         const QByteArray piece = body.mid(*sent, m_slowBytes);
         *sent += piece.size();
-        socket->write(piece);
+        if (length == Length::Chunked)
+            socket->write(QByteArray::number(piece.size(), 16) + "\r\n" + piece + "\r\n");
+        else
+            socket->write(piece);
         if (*sent >= body.size()) {
+            if (length == Length::Chunked)
+                socket->write("0\r\n\r\n");
             timer->stop();
             socket->disconnectFromHost();
         }

@@ -26,12 +26,31 @@ int main(int argc, char *argv[])
     const QCommandLineOption replyOption(QStringLiteral("reply"),
                                          QStringLiteral("File whose bytes answer every check as they are."),
                                          QStringLiteral("path"));
-    const QCommandLineOption slowOption(QStringLiteral("slow"), QStringLiteral("Trickle the installer out."));
-    parser.addOptions({portOption, versionOption, notesOption, fileOption, replyOption, slowOption});
+    const QCommandLineOption slowOption(QStringLiteral("slow"), QStringLiteral("Trickle the installer out (--via slow)."));
+    const QCommandLineOption viaOption(
+        QStringLiteral("via"),
+        QStringLiteral("How the offered installer is served: files, slow, chunked, unsized (no length), "
+                       "loop (redirects for ever), redirect (3 redirects)."),
+        QStringLiteral("kind"), QStringLiteral("files"));
+    const QCommandLineOption lieOption(QStringLiteral("lie"),
+                                       QStringLiteral("Offer a wrong size or md5 for the installer."),
+                                       QStringLiteral("size|md5"));
+    const QCommandLineOption certOption(QStringLiteral("cert"),
+                                        QStringLiteral("Serve HTTPS with this certificate chain (PEM)."),
+                                        QStringLiteral("path"));
+    const QCommandLineOption keyOption(QStringLiteral("key"), QStringLiteral("The private key of --cert (PEM)."),
+                                       QStringLiteral("path"));
+    parser.addOptions({portOption, versionOption, notesOption, fileOption, replyOption, slowOption, viaOption,
+                       lieOption, certOption, keyOption});
     parser.process(app);
 
     QTextStream err(stderr);
     FakeUpdateServer server;
+    if (parser.isSet(certOption) && !server.setTls(parser.value(certOption), parser.value(keyOption))) {
+        err << "cannot use certificate " << parser.value(certOption) << " with key " << parser.value(keyOption)
+            << Qt::endl;
+        return 1;
+    }
     if (!server.listen(quint16(parser.value(portOption).toUInt()))) {
         err << "cannot listen on 127.0.0.1:" << parser.value(portOption) << Qt::endl;
         return 1;
@@ -58,11 +77,18 @@ int main(int argc, char *argv[])
         }
         server.setCheckReply(file.readAll());
     } else if (parser.isSet(versionOption)) {
-        const QString path = (parser.isSet(slowOption) ? QStringLiteral("/slow/") : QStringLiteral("/files/"))
-                             + installerName;
+        QString via = parser.isSet(slowOption) ? QStringLiteral("slow") : parser.value(viaOption);
+        if (via == QLatin1String("redirect"))
+            via = QStringLiteral("redirect/3");
+        const QString path = QLatin1Char('/') + via + QLatin1Char('/') + QString::fromLatin1(QUrl::toPercentEncoding(installerName));
+        qint64 size = installer.size();
+        QByteArray md5 = QCryptographicHash::hash(installer, QCryptographicHash::Md5).toHex();
+        if (parser.value(lieOption) == QLatin1String("size"))
+            size += 1;
+        else if (parser.value(lieOption) == QLatin1String("md5"))
+            md5 = QCryptographicHash::hash("not the installer", QCryptographicHash::Md5).toHex();
         server.setCheckReply(FakeUpdateServer::offerReply(parser.value(versionOption), parser.value(notesOption),
-                                                          server.url(path), installer.size(),
-                                                          QString::fromLatin1(QCryptographicHash::hash(installer, QCryptographicHash::Md5).toHex())));
+                                                          server.url(path), size, QString::fromLatin1(md5)));
     }
 
     QTextStream(stdout) << "BRIVON_UPDATE_URL=" << server.baseUrl() << Qt::endl;
