@@ -339,13 +339,15 @@ void TestHueFlow::discoveryIsLimitedAndSkipsPairedBridges()
         // The service sends the port as a number; only text is taken.
         QVERIFY(bridge.port.isEmpty());
     }
-    // Within a minute, even in the next run, the service is not asked again.
-    HueBridge secondRun;
-    QSignalSpy found(&secondRun, &HueBridge::discover);
-    secondRun.discoverBridges();
-    QTest::qWait(200);
-    QCOMPARE(found.size(), 0);
-    QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 1);
+    {
+        // Within a minute, even in the next run, the service is not asked again.
+        HueBridge secondRun;
+        QSignalSpy found(&secondRun, &HueBridge::discover);
+        secondRun.discoverBridges();
+        QTest::qWait(200);
+        QCOMPARE(found.size(), 0);
+        QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 1);
+    }
 
     // A minute later it is; a bridge already paired is left out of the answer.
     hueSettings().setValue(QStringLiteral("bridge/10.0.0.9/paired1"), QStringLiteral("user/key"));
