@@ -60,35 +60,6 @@ private slots:
         m_dialog.reset();
     }
 
-    void formTexts()
-    {
-        QCOMPARE(m_dialog->windowTitle(), QStringLiteral("软件更新"));
-        QCOMPARE(m_dialog->size(), QSize(700, 600));
-        QCOMPARE(m_dialog->minimumSize(), m_dialog->maximumSize());
-        QVERIFY(!(m_dialog->windowFlags() & Qt::WindowContextHelpButtonHint));
-        QCOMPARE(child<QPushButton>("pushButton_skip")->text(), QStringLiteral("跳过此版本"));
-        QCOMPARE(child<QPushButton>("pushButton_promptLater")->text(), QStringLiteral("稍后提示"));
-        QCOMPARE(child<QPushButton>("pushButton_update")->text(), QStringLiteral("安装更新"));
-        QCOMPARE(child<QPushButton>("pushButton_cancel")->text(), QStringLiteral("取消"));
-        QVERIFY(!child<QLabel>("label_icon")->pixmap().isNull());
-        QVERIFY(child<QLabel>("label_tip")->isHidden());
-        QVERIFY(choicesShown());
-    }
-
-    void offerShowsTheRelease()
-    {
-        m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
-        QVERIFY(m_dialog->isVisible());
-        QCOMPARE(child<QLabel>("label_desc")->text(),
-                 QStringLiteral("Brivon Lumen 1.1.0现在可用 -- 您的当前版本是 1.0.30 . 是否要立即安装？"));
-        // Markup from the server is shown as it is.
-        QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), kNotes);
-        QVERIFY(child<QLabel>("label_tip")->isHidden());
-        QVERIFY(!child<QProgressBar>("progressBar")->isHidden());
-        QCOMPARE(child<QProgressBar>("progressBar")->value(), 0);
-        QVERIFY(choicesShown());
-    }
-
     void secondOfferWhileOpenChangesNothing()
     {
         m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
@@ -96,8 +67,13 @@ private slots:
         other.version = QStringLiteral("9.9.9");
         other.versionInfo = QStringLiteral("other");
         m_dialog->onVersionMessage(other);
-        QVERIFY(child<QLabel>("label_desc")->text().contains(QLatin1String("1.1.0")));
+        QVERIFY(m_dialog->isVisible());
+        QCOMPARE(child<QLabel>("label_desc")->text(),
+                 QStringLiteral("Brivon Lumen 1.1.0现在可用 -- 您的当前版本是 1.0.30 . 是否要立即安装？"));
+        // Markup from the server is shown as it is.
         QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), kNotes);
+        QVERIFY(child<QLabel>("label_tip")->isHidden());
+        QVERIFY(choicesShown());
 
         // The first offer's URL is still the one installed.
         QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
