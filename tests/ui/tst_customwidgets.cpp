@@ -2,7 +2,6 @@
 #include "customlistwidget.h"
 #include "customslider.h"
 #include "rotatingsvgwidget.h"
-#include "switchbutton.h"
 
 #include <QApplication>
 #include <QSignalSpy>
@@ -19,7 +18,6 @@ private slots:
     void wheelIsLeftToTheSurroundingList();
     void pressAndReleaseSignals_data();
     void pressAndReleaseSignals();
-    void switchRestylesOnChoose();
     void reconnectIconGuardsAgainstSecondClick();
     void listClickIntoEmptySpaceDeselects();
 };
@@ -135,25 +133,6 @@ void TestCustomWidgets::pressAndReleaseSignals()
     QCOMPARE(downAtSignal.size(), expected);
     QTest::mouseRelease(slider, button, {}, slider->rect().center());
     QCOMPARE(downAtSignal, (expected ? QList<bool>{false, true} : QList<bool>{}));
-}
-
-void TestCustomWidgets::switchRestylesOnChoose()
-{
-    SwitchButton button;
-    button.setStyleSheet(QStringLiteral("SwitchButton[choose = true] { background-color: #0A84FF; border: none;}"
-                                        "SwitchButton[choose = false] { background-color: #141414; border: none;}"));
-    button.resize(52, 30);
-    QSignalSpy changed(&button, &SwitchButton::chooseChanged);
-    const auto centre = [&] { return button.grab().toImage().pixelColor(26, 15).name(); };
-
-    QCOMPARE(centre(), QStringLiteral("#141414"));
-    button.setChoose(false);
-    button.setChoose(true);
-    button.setChoose(true);
-    QCOMPARE(changed.count(), 1);
-    QCOMPARE(centre(), QStringLiteral("#0a84ff"));
-    button.setProperty("choose", false);
-    QCOMPARE(centre(), QStringLiteral("#141414"));
 }
 
 void TestCustomWidgets::reconnectIconGuardsAgainstSecondClick()

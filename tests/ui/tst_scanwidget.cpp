@@ -52,7 +52,6 @@ private slots:
     void cleanup();
 
     void eachLightListedOncePerScan();
-    void connectNeedsASelection();
     void everyWayOutStopsTheScan_data();
     void everyWayOutStopsTheScan();
     void emptyScanOffersAnother();
@@ -141,19 +140,6 @@ void TestScanWidget::emptyScanOffersAnother()
     QVERIFY(!m_scan->deviceWidget()->isNothingFoundVisible());
     QVERIFY(m_scan->deviceWidget()->isDiscoverTipVisible());
     QVERIFY(waitListed(1));
-}
-
-void TestScanWidget::connectNeedsASelection()
-{
-    m_scan->show();
-    QVERIFY(!m_scan->connectButton()->isEnabled());
-    QVERIFY(waitListed(2));
-    QVERIFY(!m_scan->connectButton()->isEnabled());
-    QListWidget *list = m_scan->deviceWidget()->listWidget();
-    list->item(1)->setSelected(true);
-    QVERIFY(m_scan->connectButton()->isEnabled());
-    list->clearSelection();
-    QVERIFY(!m_scan->connectButton()->isEnabled());
 }
 
 void TestScanWidget::everyWayOutStopsTheScan_data()
