@@ -573,9 +573,7 @@ private slots:
         QTest::addColumn<int>("protocol");
         QTest::addColumn<QByteArray>("frame");
         QTest::newRow("id 33") << 1001 << hex("55 AA 03 33 00 04 01 46 15 E0 00 00");
-        QTest::newRow("id 00") << 1001 << hex("55 AA 03 00 00 04 01 46 15 E0 00 00");
         QTest::newRow("id 02") << 1001 << hex("55 AA 03 02 00 04 01 46 15 E0 00 00");
-        QTest::newRow("id 51") << 1001 << hex("55 AA 03 51 00 04 01 46 15 E0 00 00");
         QTest::newRow("06 three bytes") << 1001 << hex("55 AA 03 06 00 03 01 46 15 00 00");
         QTest::newRow("32 three bytes") << 1001 << hex("55 AA 03 32 00 03 01 46 15 00 00");
         QTest::newRow("07 two bytes") << 1001 << hex("55 AA 03 07 00 02 46 15 00 00");
