@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 namespace {
 
@@ -105,6 +106,45 @@ Harness &harness()
     return h;
 }
 
+// A frame that decodes, built again from its command and payload, decodes to the same; where the
+// input's own framing bytes (checksum, trailer, frame type) are the right ones, it is the same bytes.
+template <typename Codec>
+void reencodes(Codec codec, const QByteArray &bytes, quint8 cmd, const std::vector<quint8> &payload, int overhead)
+{
+    if (payload.size() > 255)
+        return;
+    const QByteArray rebuilt = codec.pack(cmd, quint8(payload.size()), payload);
+    if (rebuilt.size() != overhead + int(payload.size()))
+        std::abort();
+    std::vector<quint8> again;
+    bool parsed = false;
+    quint8 cmdAgain = 0;
+    if constexpr (std::is_same_v<Codec, bluetoothProtocol>) {
+        FrameHeader header;
+        parsed = codec.parseFrame(rebuilt, header, again);
+        cmdAgain = header.cmd;
+    } else {
+        FrameHeader2 header;
+        parsed = codec.parseFrame2(rebuilt, header, again);
+        cmdAgain = header.cmd;
+    }
+    if (!parsed || cmdAgain != cmd || again != payload)
+        std::abort();
+    const QByteArray original = bytes.left(rebuilt.size());
+    bool framingRight = false;
+    if constexpr (std::is_same_v<Codec, bluetoothProtocol>) {
+        framingRight = original.size() == rebuilt.size() && quint8(original.back()) == bluetoothProtocol::kTrailer
+                       && quint8(original.at(original.size() - 2)) == bluetoothProtocol::checksum(payload);
+    } else {
+        const auto *raw = reinterpret_cast<const quint8 *>(original.constData());
+        const quint16 crc = bluetoothProtocol2::crc16Modbus(raw + 2, size_t(original.size() - 4));
+        framingRight = raw[2] == bluetoothProtocol2::kFrameType && raw[original.size() - 2] == (crc & 0xFF)
+                       && raw[original.size() - 1] == (crc >> 8);
+    }
+    if (framingRight && original != rebuilt)
+        std::abort();
+}
+
 void checkParsers(const QByteArray &bytes)
 {
     FrameHeader header;
@@ -113,6 +153,7 @@ void checkParsers(const QByteArray &bytes)
         if (payload.size() != header.length || 3 + qsizetype(payload.size()) > bytes.size()
             || std::memcmp(payload.data(), bytes.constData() + 3, payload.size()) != 0)
             std::abort();
+        reencodes(bluetoothProtocol(), bytes, header.cmd, payload, 5);
     }
     FrameHeader2 header2;
     if (bluetoothProtocol2().parseFrame2(bytes, header2, payload)) {
@@ -120,6 +161,7 @@ void checkParsers(const QByteArray &bytes)
             || 8 + qsizetype(payload.size()) > bytes.size()
             || std::memcmp(payload.data(), bytes.constData() + 6, payload.size()) != 0)
             std::abort();
+        reencodes(bluetoothProtocol2(), bytes, header2.cmd, payload, 8);
     }
     VTypeReport report;
     if (VTypeReport::decode(payload, report) && report.colorName().size() != 7)

@@ -1,5 +1,7 @@
 // Fuzzes the plug-in message handler: any text a WebSocket client sends must be handled or dropped
-// without a crash, with lights and groups stored so that every command path is reachable.
+// without a crash, with lights and groups stored so that every command path is reachable. A client
+// drives lights; it never adds, removes or renames one, nor changes a group.
+#include "devicemgr.h"
 #include "pluginmsgmanager.h"
 
 #include <QCoreApplication>
@@ -43,6 +45,24 @@ PluginMsgManager *manager()
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    manager()->onReceiveMessage(QString::fromUtf8(reinterpret_cast<const char *>(data), qsizetype(size)));
+    PluginMsgManager *handler = manager();
+    const DevDataMgr *store = DeviceMgrSingleton::instance()->store();
+    const DevDataMgr::DeviceTable before = store->devices();
+    const DevDataMgr::GroupTable groupsBefore = store->groups();
+
+    handler->onReceiveMessage(QString::fromUtf8(reinterpret_cast<const char *>(data), qsizetype(size)));
+
+    const DevDataMgr::DeviceTable &after = store->devices();
+    if (after.size() != before.size() || store->groups().size() != groupsBefore.size())
+        std::abort();
+    for (auto it = before.constBegin(); it != before.constEnd(); ++it) {
+        const auto now = after.constFind(it.key());
+        if (now == after.constEnd() || now->name != it->name || now->protocol != it->protocol)
+            std::abort();
+    }
+    for (auto it = groupsBefore.constBegin(); it != groupsBefore.constEnd(); ++it) {
+        if (store->groups().value(it.key()).devs != it->devs)
+            std::abort();
+    }
     return 0;
 }

@@ -92,14 +92,36 @@ void UpdateCheck::receiveMessage(QNetworkReply *reply)
     }
 
     const QByteArray body = reply->readAll();
-    const QString text = QString::fromUtf8(body);
-    const QJsonDocument document = QJsonDocument::fromJson(body);
-    if (document.isNull()) {
-        qDebug() << "missing data 3:" << text;
+    const UpdateReply parsed = parseReply(body);
+    switch (parsed.kind) {
+    case UpdateReply::Unreadable:
+        qDebug() << "missing data 3:" << QString::fromUtf8(body);
         emit errorMessage(tr("返回的更新数据为空"));
-        finish();
-        return;
+        break;
+    case UpdateReply::Incomplete:
+        qDebug() << "missing data 2:" << QString::fromUtf8(body);
+        emit errorMessage(tr("返回的更新数据不完整") + QStringLiteral("[2]"));
+        break;
+    case UpdateReply::NoNeedUpdate:
+        qDebug() << "missing data 1:" << QString::fromUtf8(body);
+        emit errorMessage(tr("返回的更新数据不完整") + QStringLiteral("[1]"));
+        break;
+    case UpdateReply::UpToDate:
+        emit replyMessage(tr("已是最新版本，不需要更新"));
+        break;
+    case UpdateReply::Offer:
+        emit versionMessage(parsed.version);
+        break;
     }
+    finish();
+}
+
+UpdateReply UpdateCheck::parseReply(const QByteArray &body)
+{
+    UpdateReply result;
+    const QJsonDocument document = QJsonDocument::fromJson(body);
+    if (document.isNull())
+        return result;
 
     const QJsonObject root = document.object();
     const QString message = root.value(QLatin1String("message")).toString();
@@ -109,33 +131,24 @@ void UpdateCheck::receiveMessage(QNetworkReply *reply)
     // A code sent as text or as a fraction is not the number 200.
     const bool valid = succ.isBool() && succ.toBool() && code.isDouble() && code.toDouble() == 200
                        && data.isObject() && !message.isEmpty();
-    if (!valid) {
-        qDebug() << "missing data 2:" << text;
-        emit errorMessage(tr("返回的更新数据不完整") + QStringLiteral("[2]"));
-        finish();
-        return;
-    }
+    result.kind = UpdateReply::Incomplete;
+    if (!valid)
+        return result;
 
     const QJsonObject info = data.toObject();
-    if (!info.contains(QLatin1String("needUpdate"))) {
-        qDebug() << "missing data 1:" << text;
-        emit errorMessage(tr("返回的更新数据不完整") + QStringLiteral("[1]"));
-        finish();
-        return;
-    }
+    result.kind = UpdateReply::NoNeedUpdate;
+    if (!info.contains(QLatin1String("needUpdate")))
+        return result;
 
-    if (!info.value(QLatin1String("needUpdate")).toBool()) {
-        emit replyMessage(tr("已是最新版本，不需要更新"));
-        finish();
-        return;
-    }
+    result.kind = UpdateReply::UpToDate;
+    if (!info.value(QLatin1String("needUpdate")).toBool())
+        return result;
 
-    VersionData version;
-    version.size = qMax(qint64(0), info.value(QLatin1String("size")).toInteger());
-    version.version = info.value(QLatin1String("version")).toString();
-    version.versionInfo = info.value(QLatin1String("versionInfo")).toString();
-    version.downloadUrl = info.value(QLatin1String("downloadUrl")).toString();
-    version.md5 = info.value(QLatin1String("md5")).toString();
-    emit versionMessage(version);
-    finish();
+    result.kind = UpdateReply::Offer;
+    result.version.size = qMax(qint64(0), info.value(QLatin1String("size")).toInteger());
+    result.version.version = info.value(QLatin1String("version")).toString();
+    result.version.versionInfo = info.value(QLatin1String("versionInfo")).toString();
+    result.version.downloadUrl = info.value(QLatin1String("downloadUrl")).toString();
+    result.version.md5 = info.value(QLatin1String("md5")).toString();
+    return result;
 }

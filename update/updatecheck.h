@@ -22,6 +22,20 @@ Q_DECLARE_METATYPE(VersionData)
 // The version this program reports to the update server.
 inline constexpr char kCurrentVersion[] = BRIVON_VERSION;
 
+// What a check reply says, read from its body alone.
+struct UpdateReply
+{
+    enum Kind {
+        Unreadable,    // not JSON
+        Incomplete,    // the envelope (succ, code 200, message, data object) is not all there
+        NoNeedUpdate,  // data lacks "needUpdate"
+        UpToDate,
+        Offer,
+    };
+    Kind kind = Unreadable;
+    VersionData version; // set for an offer
+};
+
 // Asks the maker's update server whether a newer release exists. Every reply ends in exactly one
 // of the three signals.
 class UpdateCheck : public QObject
@@ -37,6 +51,7 @@ public:
     static QString serverBaseUrl();
     // The full check request for an interface language tag ("de_DE").
     static QUrl requestUrl(const QString &languageTag);
+    static UpdateReply parseReply(const QByteArray &body);
 
 signals:
     void replyMessage(const QString &message);

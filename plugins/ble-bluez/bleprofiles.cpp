@@ -147,7 +147,10 @@ bool BleProfiles::readProfile(const QJsonValue &value, int index, BleProfile *ou
     // toInt would turn 1.5 or "1" into a valid type; only a whole JSON number is accepted.
     const QJsonValue type = obj.value(QLatin1String("protocolType"));
     const double typeNumber = type.toDouble(-1);
-    if (!type.isDouble() || typeNumber != double(int(typeNumber)) || !isLightProtocol(int(typeNumber)))
+    // The range check comes first: converting a double outside int's range is undefined.
+    const bool whole = type.isDouble() && typeNumber >= 0 && typeNumber <= 65535
+        && typeNumber == double(int(typeNumber));
+    if (!whole || !isLightProtocol(int(typeNumber)))
         return skip(QStringLiteral("\"protocolType\" is not one of 1, 2, 3, 5, 6, 7, 162, 163, 1001"));
     out->protocolType = int(typeNumber);
 

@@ -94,7 +94,7 @@ void TestAppLanguage::systemLanguageProbesOnceAndInstallsTranslators()
     QCOMPARE(systemLanguage(), QStringLiteral("de_DE"));
 
     loadTranslations();
-    QCOMPARE(qApp->property("language").toString(), QStringLiteral("de_DE"));
+    QCOMPARE(QCoreApplication::instance()->property("language").toString(), QStringLiteral("de_DE"));
     QCOMPARE(QCoreApplication::translate("DevDataMgr", "设备列表"), QStringLiteral("Geräteliste"));
     QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), QStringLiteral("Abbrechen"));
 }

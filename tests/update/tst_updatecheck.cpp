@@ -102,7 +102,6 @@ private slots:
         }
         const QString https = m_https.baseUrl();
         QTest::newRow("https, trusted root") << https << true << false << 1;
-        QTest::newRow("https by host name") << QString(https).replace("127.0.0.1", "localhost") << true << false << 1;
         QTest::newRow("https, root not trusted") << https << false << false << 0;
         QTest::newRow("plain http to another host") << "http://update.example.com" << true << false << 0;
         QTest::newRow("redirected from https to http") << https << true << true << 1;
