@@ -3,8 +3,10 @@
 #include "hueeventstream.h"
 #include "huemdns.h"
 
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDebug>
+#include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -12,7 +14,10 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSettings>
+#include <QSslCertificate>
 #include <QSslConfiguration>
+#include <QSslError>
+#include <QSslKey>
 #include <QSslSocket>
 #include <QUrl>
 
@@ -22,6 +27,7 @@
 namespace {
 
 const char kDefaultDiscoveryUrl[] = "https://discovery.meethue.com/";
+const char kDefaultRootCertificate[] = "./cert/Philips_hue.PEM";
 const char kApplicationKeyHeader[] = "hue-application-key";
 const char kLightPath[] = "/clip/v2/resource/light";
 
@@ -62,6 +68,7 @@ void registerHueMetaTypes()
 HueBridge::HueBridge(QObject *parent)
     : QObject(parent)
     , m_network(new QNetworkAccessManager(this))
+    , m_pairingNetwork(new QNetworkAccessManager(this))
     , m_mdns(new HueMdns(this))
 {
     registerHueMetaTypes();
@@ -78,6 +85,21 @@ QString HueBridge::discoveryUrl()
 {
     const QString fromEnvironment = qEnvironmentVariable("BRIVON_HUE_DISCOVERY_URL");
     return fromEnvironment.isEmpty() ? QString::fromLatin1(kDefaultDiscoveryUrl) : fromEnvironment;
+}
+
+QString HueBridge::rootCertificatePath()
+{
+    const QString fromEnvironment = qEnvironmentVariable("BRIVON_HUE_ROOT_CERT");
+    return fromEnvironment.isEmpty() ? QString::fromLatin1(kDefaultRootCertificate) : fromEnvironment;
+}
+
+QString HueBridge::publicKeyPin(const QSslCertificate &certificate)
+{
+    const QByteArray key = certificate.publicKey().toDer();
+    if (certificate.isNull() || key.isEmpty())
+        return QString();
+    return QStringLiteral("sha256/")
+        + QString::fromLatin1(QCryptographicHash::hash(key, QCryptographicHash::Sha256).toBase64());
 }
 
 int HueBridge::kelvinToMirek(int kelvin)
@@ -165,6 +187,12 @@ void HueBridge::loadBridges()
     QSettings settings = hueSettings();
     const QStringList keys = settings.allKeys();
     for (const QString &key : keys) {
+        if (key.startsWith(QLatin1String("certificate/")) && key.count(QLatin1Char('/')) == 1) {
+            const QString pin = settings.value(key).toString();
+            if (pin.startsWith(QLatin1String("sha256/")))
+                m_pins.insert(key.section(QLatin1Char('/'), 1), pin);
+            continue;
+        }
         if (!key.startsWith(QLatin1String("bridge/")))
             continue;
         const QStringList keyParts = key.split(QLatin1Char('/'), Qt::KeepEmptyParts);
@@ -205,15 +233,91 @@ bool HueBridge::canDiscover()
 
 // ---- requests and replies ------------------------------------------------------------------------
 
-void HueBridge::applySslConfig(QNetworkRequest &request)
+void HueBridge::prepareBridgeRequest(QNetworkRequest &request, const QString &id)
 {
     QSslConfiguration config = request.sslConfiguration();
-    config.setProtocol(QSsl::AnyProtocol);
-    // Bridges present a self-signed certificate; the optional bundle is offered but not enforced.
-    config.setPeerVerifyMode(QSslSocket::VerifyNone);
-    config.setCaCertificates(QSslCertificate::fromPath(QStringLiteral("./cert/Philips_hue.PEM"), QSsl::Pem,
+    config.setProtocol(QSsl::SecureProtocols);
+    config.setPeerVerifyMode(QSslSocket::VerifyPeer);
+    // The Hue root alone: a bridge's certificate chains to it, or it is the one remembered.
+    config.setCaCertificates(QSslCertificate::fromPath(rootCertificatePath(), QSsl::Pem,
                                                        QSslCertificate::PatternSyntax::FixedString));
     request.setSslConfiguration(config);
+    // A bridge's certificate names the bridge, not its address.
+    request.setPeerVerifyName(id);
+}
+
+bool HueBridge::peerTrusted(const QString &id, const QSslCertificate &certificate, bool firstContact) const
+{
+    // Pairing sends no key, and the key it brings back belongs to the peer that answered.
+    if (firstContact)
+        return true;
+    const QString pin = m_pins.value(id);
+    return !pin.isEmpty() && !certificate.isNull() && publicKeyPin(certificate) == pin;
+}
+
+void HueBridge::guardPeer(QNetworkReply *reply, const QString &id, bool firstContact)
+{
+    const QString address = reply->url().authority();
+    // Runs before anything is sent: errors left unignored end the handshake.
+    connect(reply, &QNetworkReply::sslErrors, this, [this, reply, id, address, firstContact](const QList<QSslError> &errors) {
+        QSslCertificate peer = reply->sslConfiguration().peerCertificate();
+        for (const QSslError &error : errors) {
+            if (peer.isNull())
+                peer = error.certificate();
+        }
+        if (peerTrusted(id, peer, firstContact)) {
+            reply->ignoreSslErrors();
+            return;
+        }
+        QStringList reasons;
+        for (const QSslError &error : errors)
+            reasons << error.errorString();
+        QMetaObject::invokeMethod(this, [this, id, address, reasons]() {
+            onUntrustedPeer(id, address, reasons.join(QStringLiteral("; ")));
+        }, Qt::QueuedConnection);
+    });
+    // A chain to the Hue root is not enough when the name it matched is not the common name.
+    connect(reply, &QNetworkReply::encrypted, this, [this, reply, id, address, firstContact]() {
+        const QSslCertificate peer = reply->sslConfiguration().peerCertificate();
+        if (peerTrusted(id, peer, firstContact)
+            || peer.subjectInfo(QSslCertificate::CommonName).contains(id, Qt::CaseInsensitive)) {
+            for (auto it = m_links.begin(); it != m_links.end(); ++it) {
+                if (it.key().second == id)
+                    it->untrusted = false;
+            }
+            return;
+        }
+        reply->abort();
+        QMetaObject::invokeMethod(this, [this, id, address]() {
+            onUntrustedPeer(id, address, QStringLiteral("the common name is not the bridge id"));
+        }, Qt::QueuedConnection);
+    });
+}
+
+void HueBridge::onUntrustedPeer(const QString &id, const QString &address, const QString &reason)
+{
+    BridgeKey key;
+    for (auto it = m_paired.cbegin(); it != m_paired.cend(); ++it) {
+        if (it.key().second == id)
+            key = it.key();
+    }
+    Link *link = m_paired.contains(key) ? &m_links[key] : nullptr;
+    if (!link || !link->untrusted) {
+        qWarning().noquote() << QStringLiteral("Hue bridge %1 at %2 is not the bridge that was paired (%3): nothing was sent to it")
+                                    .arg(id, address, reason);
+    }
+    if (!link)
+        return;
+    link->untrusted = true;
+    setOnline(key, false);
+}
+
+QNetworkReply *HueBridge::getFromBridge(QNetworkRequest &request, const QString &id)
+{
+    prepareBridgeRequest(request, id);
+    QNetworkReply *reply = m_network->get(request);
+    guardPeer(reply, id, false);
+    return reply;
 }
 
 void HueBridge::guardReplySize(QNetworkReply *reply)
@@ -238,8 +342,14 @@ QNetworkReply *HueBridge::requestDiscovery()
 {
     if (!canDiscover())
         return nullptr;
-    QNetworkRequest request{QUrl(discoveryUrl())};
-    applySslConfig(request);
+    const QUrl url(discoveryUrl());
+    // A public service, verified like any HTTPS site; plain HTTP only on this machine (tests, demo).
+    const bool loopback = QHostAddress(url.host()).isLoopback() || url.host() == QLatin1String("localhost");
+    if (url.scheme() != QLatin1String("https") && !(url.scheme() == QLatin1String("http") && loopback)) {
+        qWarning().noquote() << "Hue discovery needs an https address, not" << url.toString();
+        return nullptr;
+    }
+    QNetworkRequest request{url};
     request.setTransferTimeout(kDiscoveryTimeoutMs);
     QNetworkReply *reply = m_network->get(request);
     guardReplySize(reply);
@@ -275,7 +385,10 @@ void HueBridge::handleFound(const QList<Bridge> &bridges, bool targeted, const Q
     QList<Bridge> found;
     for (const Bridge &bridge : bridges) {
         const BridgeKey key{bridge.ip, bridge.id};
-        if (bridge.ip.isEmpty() || bridge.id.isEmpty() || m_paired.contains(key) || m_discovered.contains(key))
+        // A paired bridge whose certificate was refused is offered again: pairing anew is how the
+        // user vouches for its new certificate.
+        const bool trustedPair = m_paired.contains(key) && !m_links.value(key).untrusted;
+        if (bridge.ip.isEmpty() || bridge.id.isEmpty() || trustedPair || m_discovered.contains(key))
             continue;
         if (!targeted) {
             found.append(bridge);
@@ -403,20 +516,24 @@ void HueBridge::pairBridge(const QString &ip, const QString &id, const QString &
 
 void HueBridge::sendPairing(const Bridge &bridge, const QString &light, bool single)
 {
-    QNetworkRequest request{QUrl(QStringLiteral("http://") + bridge.ip + QStringLiteral("/api"))};
+    QNetworkRequest request{QUrl(QStringLiteral("https://") + bridge.ip + QStringLiteral("/api"))};
+    prepareBridgeRequest(request, bridge.id);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
     QJsonObject body;
     body.insert(QStringLiteral("devicetype"), QStringLiteral("appName#instanceName"));
     body.insert(QStringLiteral("generateclientkey"), true);
     request.setTransferTimeout(kRequestTimeoutMs);
-    QNetworkReply *reply = m_network->post(request, jsonBody(body));
+    QNetworkReply *reply = m_pairingNetwork->post(request, jsonBody(body));
+    guardPeer(reply, bridge.id, true);
     guardReplySize(reply);
     connect(reply, &QNetworkReply::finished, this, [this, reply, bridge, light, single]() {
-        parseRegisterResult(readReply(reply), bridge, light, single);
+        const QString pin = publicKeyPin(reply->sslConfiguration().peerCertificate());
+        parseRegisterResult(readReply(reply), bridge, light, single, pin);
     });
 }
 
-void HueBridge::parseRegisterResult(const QByteArray &body, const Bridge &bridge, const QString &light, bool single)
+void HueBridge::parseRegisterResult(const QByteArray &body, const Bridge &bridge, const QString &light, bool single,
+                                    const QString &pin)
 {
     const QJsonDocument document = QJsonDocument::fromJson(body);
     if (!document.isArray())
@@ -433,10 +550,18 @@ void HueBridge::parseRegisterResult(const QByteArray &body, const Bridge &bridge
         if (success.contains(QLatin1String("clientkey")))
             paired.clientkey = success.value(QLatin1String("clientkey")).toString();
         saveBridge(paired);
+        if (!pin.isEmpty() && m_pins.value(paired.id) != pin) {
+            // Trust on first use: this certificate is the bridge from now on.
+            m_pins.insert(paired.id, pin);
+            QSettings settings = hueSettings();
+            settings.setValue(QStringLiteral("certificate/") + paired.id, pin);
+            m_network->clearConnectionCache();
+        }
         const BridgeKey key{paired.ip, paired.id};
         m_paired.insert(key, paired);
         m_discovered.remove(key);
         m_links[key].revoked = false;
+        m_links[key].untrusted = false;
         emit registerResult(true);
         setOnline(key, true);
         startEventStream(key);
@@ -452,15 +577,16 @@ void HueBridge::parseRegisterResult(const QByteArray &body, const Bridge &bridge
 QNetworkReply *HueBridge::sendLightRequest(const Bridge &bridge, const QString &path, const QByteArray &putBody)
 {
     QNetworkRequest request{QUrl(QStringLiteral("https://") + bridge.ip + path)};
-    applySslConfig(request);
     request.setTransferTimeout(kRequestTimeoutMs);
     request.setRawHeader(kApplicationKeyHeader, bridge.username.toUtf8());
     QNetworkReply *reply = nullptr;
     if (putBody.isNull()) {
-        reply = m_network->get(request);
+        reply = getFromBridge(request, bridge.id);
     } else {
+        prepareBridgeRequest(request, bridge.id);
         request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
         reply = m_network->put(request, putBody);
+        guardPeer(reply, bridge.id, false);
     }
     guardReplySize(reply);
     return reply;
@@ -791,8 +917,8 @@ void HueBridge::startEventStream(const BridgeKey &key)
     if (bridge.username.isEmpty())
         return;
     if (!link.stream) {
-        link.stream = new HueEventStream(m_network, [this](QNetworkRequest &request) { applySslConfig(request); }, this);
         const QString id = bridge.id;
+        link.stream = new HueEventStream([this, id](QNetworkRequest &request) { return getFromBridge(request, id); }, this);
         auto currentKey = [this, id]() {
             for (auto it = m_paired.cbegin(); it != m_paired.cend(); ++it) {
                 if (it.key().second == id)

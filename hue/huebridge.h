@@ -20,6 +20,8 @@ class HueMdns;
 class QNetworkAccessManager;
 class QNetworkReply;
 class QNetworkRequest;
+class QSslCertificate;
+class QSslError;
 
 // A Hue bridge as discovery and pairing know it.
 struct Bridge
@@ -105,6 +107,13 @@ public:
 
     // The discovery service's URL: BRIVON_HUE_DISCOVERY_URL when set, else the public service.
     static QString discoveryUrl();
+    // The Hue root certificate a bridge's certificate may chain to: BRIVON_HUE_ROOT_CERT when set,
+    // else "./cert/Philips_hue.PEM".
+    static QString rootCertificatePath();
+    // What is remembered of a bridge's certificate: "sha256/" + base64 of its public key's SHA-256.
+    static QString publicKeyPin(const QSslCertificate &certificate);
+    // The pin remembered for a bridge id, empty when none is.
+    QString certificatePin(const QString &id) const { return m_pins.value(id); }
     // Pure conversions, shared with the reply parsers.
     static int kelvinToMirek(int kelvin);
     static int mirekToKelvin(int mirek);
@@ -138,7 +147,15 @@ private:
     void loadBridges();
     void saveBridge(const Bridge &bridge);
     bool canDiscover();
-    void applySslConfig(QNetworkRequest &request);
+    // TLS set-up of every request to a bridge, and the check of the certificate it presents:
+    // the remembered key, or a chain to the Hue root whose common name is the bridge id. Nothing
+    // reaches an unverified peer. Pairing (`firstContact`) sends no key and takes the bridge at its
+    // word: the certificate of the peer that hands out the key is remembered once it succeeds.
+    void prepareBridgeRequest(QNetworkRequest &request, const QString &id);
+    void guardPeer(QNetworkReply *reply, const QString &id, bool firstContact);
+    bool peerTrusted(const QString &id, const QSslCertificate &certificate, bool firstContact) const;
+    void onUntrustedPeer(const QString &id, const QString &address, const QString &reason);
+    QNetworkReply *getFromBridge(QNetworkRequest &request, const QString &id);
     QByteArray readReply(QNetworkReply *reply);
     void handleFound(const QList<Bridge> &bridges, bool targeted, const QString &ip, const QString &id,
                      const QString &light);
@@ -147,7 +164,8 @@ private:
     void onMdnsFinished(const QList<Bridge> &bridges);
     void followMovedBridges(const QList<Bridge> &bridges);
     void searchMovedBridges();
-    void parseRegisterResult(const QByteArray &body, const Bridge &bridge, const QString &light, bool single);
+    void parseRegisterResult(const QByteArray &body, const Bridge &bridge, const QString &light, bool single,
+                             const QString &pin);
     void parseLights(const Bridge &bridge, const QByteArray &body, bool single);
 
     QNetworkReply *requestDiscovery();
@@ -166,6 +184,7 @@ private:
         qint64 pausedUntilMs = 0;
         bool online = true;
         bool revoked = false;
+        bool untrusted = false; // logged once until the bridge is trusted again
         HueEventStream *stream = nullptr;
     };
     void enqueue(const BridgeKey &key, const HueCommand &command);
@@ -178,7 +197,10 @@ private:
     void onStreamEvent(const BridgeKey &key, const QJsonObject &resource);
 
     QNetworkAccessManager *m_network;
+    // Pairing only: its connections, taken on first contact, never carry an application key.
+    QNetworkAccessManager *m_pairingNetwork;
     BridgeTable m_paired;
+    QHash<QString, QString> m_pins; // bridge id -> publicKeyPin of its certificate
     BridgeTable m_discovered;
     QHash<BridgeKey, Link> m_links;
     QElapsedTimer m_clock;

@@ -3,15 +3,13 @@
 #include <QDebug>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QUrl>
 
-HueEventStream::HueEventStream(QNetworkAccessManager *network, Prepare prepare, QObject *parent)
+HueEventStream::HueEventStream(Send send, QObject *parent)
     : QObject(parent)
-    , m_network(network)
-    , m_prepare(std::move(prepare))
+    , m_send(std::move(send))
 {
     m_retryTimer.setSingleShot(true);
     connect(&m_retryTimer, &QTimer::timeout, this, &HueEventStream::open);
@@ -64,13 +62,11 @@ void HueEventStream::open()
     if (!m_running || m_reply)
         return;
     QNetworkRequest request{QUrl(QStringLiteral("https://") + m_ip + QStringLiteral("/eventstream/clip/v2"))};
-    if (m_prepare)
-        m_prepare(request);
     request.setRawHeader("hue-application-key", m_key);
     request.setRawHeader("Accept", "text/event-stream");
     m_buffer.clear();
     m_open = false;
-    m_reply = m_network->get(request);
+    m_reply = m_send(request);
     connect(m_reply, &QNetworkReply::metaDataChanged, this, [this]() {
         const int status = m_reply ? m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() : 0;
         if (status != 200)

@@ -9,7 +9,6 @@
 
 #include <functional>
 
-class QNetworkAccessManager;
 class QNetworkReply;
 class QNetworkRequest;
 
@@ -25,9 +24,10 @@ public:
     static constexpr int kMaxRetryMs = 30000;
     static constexpr int kMaxEventBytes = 1024 * 1024;
 
-    using Prepare = std::function<void(QNetworkRequest &)>;
+    // Sends the stream's request the way every request to the bridge is sent (its TLS checks).
+    using Send = std::function<QNetworkReply *(QNetworkRequest &)>;
 
-    HueEventStream(QNetworkAccessManager *network, Prepare prepare, QObject *parent = nullptr);
+    explicit HueEventStream(Send send, QObject *parent = nullptr);
     ~HueEventStream() override;
 
     // Opens the stream of "https://<ip>/eventstream/clip/v2" with the application key.
@@ -56,8 +56,7 @@ private:
     void onFinished();
     void scheduleRetry();
 
-    QNetworkAccessManager *m_network;
-    Prepare m_prepare;
+    Send m_send;
     QString m_ip;
     QByteArray m_key;
     QPointer<QNetworkReply> m_reply;

@@ -93,7 +93,7 @@ echo "(bash scripts/run.sh --real starts the program on your own lights and data
 env XDG_DATA_HOME="$DEMO_DIR/data" XDG_CONFIG_HOME="$DEMO_DIR/config" XDG_CACHE_HOME="$DEMO_DIR/cache" \
     XDG_RUNTIME_DIR="$DEMO_DIR/runtime" \
     BRIVON_BLE_PLUGIN="$BIN/libBrivonBleSim.so" BRIVON_SIM_CONTROL="brivon-ble-sim-demo" \
-    BRIVON_HUE_DISCOVERY_URL="https://$HUE_ADDRESS:$HUE_PORT/discovery" \
+    BRIVON_HUE_DISCOVERY_URL="http://$HUE_ADDRESS:$HUE_PORT/discovery" \
     "$BIN/beamcrafter" "${args[@]}" &
 app_pid=$!
 status=0

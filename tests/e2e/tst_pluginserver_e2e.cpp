@@ -127,6 +127,7 @@ void TestPluginServerE2E::initTestCase()
         QSettings hue(m_home->path() + QStringLiteral("/.config/brivon/com.brivon.beamcrafter.philipshue.conf"),
                       QSettings::IniFormat);
         hue.setValue(QStringLiteral("bridge/") + kBridgeAddress + QLatin1Char('/') + kBridgeId, QStringLiteral("e2e-key/ck"));
+        hue.setValue(QStringLiteral("certificate/") + kBridgeId, FakeBridgeProcess::publicKeyPin(m_home->path()));
     }
 
     // Take the first free port from 8000 so the program has to move past it.

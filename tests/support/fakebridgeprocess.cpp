@@ -1,7 +1,9 @@
 #include "fakebridgeprocess.h"
 
 #include "processutil.h"
+#include "testcerts.h"
 
+#include <QDebug>
 #include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
@@ -16,18 +18,49 @@ FakeBridgeProcess::~FakeBridgeProcess()
     kill();
 }
 
-bool FakeBridgeProcess::makeCertificate(const QString &folder)
+namespace {
+
+bool run(const QString &program, const QStringList &arguments, QByteArray *output = nullptr)
 {
-    if (QFile::exists(folder + QStringLiteral("/cert.pem")) && QFile::exists(folder + QStringLiteral("/key.pem")))
+    QProcess process;
+    process.start(program, arguments);
+    const bool ok = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+    if (output)
+        *output = process.readAllStandardOutput().trimmed();
+    if (!ok)
+        qWarning().noquote() << program << arguments.join(QLatin1Char(' ')) << "failed:" << process.readAllStandardError();
+    return ok;
+}
+
+} // namespace
+
+bool FakeBridgeProcess::makeCertificate(const QString &folder, const QString &rootFolder, const QString &commonName)
+{
+    const QString cert = folder + QStringLiteral("/cert.pem");
+    const QString key = folder + QStringLiteral("/key.pem");
+    if (QFile::exists(cert) && QFile::exists(key))
         return true;
-    QProcess openssl;
-    openssl.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    openssl.start(QStringLiteral("openssl"),
-                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("rsa:2048"),
-                   QStringLiteral("-nodes"), QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
-                   QStringLiteral("/CN=fakehuebridge"), QStringLiteral("-keyout"), folder + QStringLiteral("/key.pem"),
-                   QStringLiteral("-out"), folder + QStringLiteral("/cert.pem")});
-    return openssl.waitForFinished(60000) && openssl.exitStatus() == QProcess::NormalExit && openssl.exitCode() == 0;
+    const QStringList newKey{QStringLiteral("-newkey"), QStringLiteral("rsa:2048"), QStringLiteral("-nodes"),
+                             QStringLiteral("-days"), QStringLiteral("2")};
+    if (rootFolder.isEmpty())
+        return run(QStringLiteral("openssl"), QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + newKey
+                       + QStringList{QStringLiteral("-subj"), QStringLiteral("/CN=") + commonName,
+                                     QStringLiteral("-keyout"), key, QStringLiteral("-out"), cert});
+    // The certificate, then the root: the chain the bridge presents.
+    if (!QFile::exists(rootFolder + QStringLiteral("/ca.pem")) && !TestCerts::makeRoot(rootFolder))
+        return false;
+    return TestCerts::makeServer(folder, QStringLiteral("cert"), rootFolder, commonName, {QStringLiteral("DNS:") + commonName})
+        && QFile::rename(folder + QStringLiteral("/cert.key"), key);
+}
+
+QString FakeBridgeProcess::publicKeyPin(const QString &folder)
+{
+    QByteArray digest;
+    const QString pipeline = QStringLiteral("openssl x509 -in \"$1\" -pubkey -noout | openssl pkey -pubin -outform der"
+                                            " | openssl dgst -sha256 -binary | base64");
+    if (!run(QStringLiteral("sh"), {QStringLiteral("-c"), pipeline, QStringLiteral("sh"), folder + QStringLiteral("/cert.pem")}, &digest))
+        return QString();
+    return QStringLiteral("sha256/") + QString::fromLatin1(digest);
 }
 
 bool FakeBridgeProcess::start(const QString &folder, const QStringList &arguments)

@@ -13,8 +13,12 @@ public:
     FakeBridgeProcess();
     ~FakeBridgeProcess();
 
-    // Writes a self-signed certificate and key into `folder` with openssl (once per folder).
-    static bool makeCertificate(const QString &folder);
+    // Writes a certificate and key into `folder` with openssl (once per folder): self-signed, or,
+    // with `rootFolder`, issued to `commonName` by the test root there (TestCerts, made on first use).
+    static bool makeCertificate(const QString &folder, const QString &rootFolder = {},
+                                const QString &commonName = QStringLiteral("fakehuebridge"));
+    // The pin of the public key of `folder`'s certificate ("sha256/<base64>"), as openssl reckons it.
+    static QString publicKeyPin(const QString &folder);
 
     // Starts the bridge with the certificate of `folder` and waits until all its ports are bound.
     bool start(const QString &folder, const QStringList &arguments);

@@ -33,9 +33,9 @@ HttpListener::HttpListener(Mode mode, HttpHandler handler, QObject *parent)
 {
 }
 
-void HttpListener::setTlsIdentity(const QSslCertificate &certificate, const QSslKey &key)
+void HttpListener::setTlsIdentity(const QList<QSslCertificate> &chain, const QSslKey &key)
 {
-    m_certificate = certificate;
+    m_chain = chain;
     m_key = key;
 }
 
@@ -46,7 +46,7 @@ void HttpListener::incomingConnection(qintptr socketDescriptor)
         delete socket;
         return;
     }
-    socket->setLocalCertificate(m_certificate);
+    socket->setLocalCertificateChain(m_chain);
     socket->setPrivateKey(m_key);
     socket->setPeerVerifyMode(QSslSocket::VerifyNone);
     auto *connection = new HttpConnection(socket, m_mode, m_handler, m_sink, socket);

@@ -48,7 +48,7 @@ public:
     static constexpr int kMaxBodyBytes = 1024 * 1024;
 
     HttpListener(Mode mode, HttpHandler handler, QObject *parent = nullptr);
-    void setTlsIdentity(const QSslCertificate &certificate, const QSslKey &key);
+    void setTlsIdentity(const QList<QSslCertificate> &chain, const QSslKey &key);
     void setStreamSink(StreamSink sink) { m_sink = std::move(sink); }
     Mode mode() const { return m_mode; }
 
@@ -58,7 +58,7 @@ protected:
 private:
     Mode m_mode;
     HttpHandler m_handler;
-    QSslCertificate m_certificate;
+    QList<QSslCertificate> m_chain; // the certificate first, then its issuers
     QSslKey m_key;
     StreamSink m_sink;
 };

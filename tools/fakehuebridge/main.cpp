@@ -88,7 +88,7 @@ int main(int argc, char *argv[])
     const QCommandLineOption httpOption(QStringLiteral("http-port"), QStringLiteral("Plain HTTP port."), QStringLiteral("port"));
     const QCommandLineOption httpsOption(QStringLiteral("https-port"), QStringLiteral("HTTPS port."), QStringLiteral("port"));
     const QCommandLineOption mixedOption(QStringLiteral("port"), QStringLiteral("One port for both HTTP and HTTPS."), QStringLiteral("port"));
-    const QCommandLineOption certOption(QStringLiteral("cert"), QStringLiteral("PEM certificate for HTTPS."), QStringLiteral("file"));
+    const QCommandLineOption certOption(QStringLiteral("cert"), QStringLiteral("PEM certificate for HTTPS, optionally followed by its issuers."), QStringLiteral("file"));
     const QCommandLineOption keyOption(QStringLiteral("key"), QStringLiteral("PEM private key for HTTPS."), QStringLiteral("file"));
     const QCommandLineOption lightsOption(QStringLiteral("lights"), QStringLiteral("JSON file with the light objects (default: three built-in lights)."), QStringLiteral("file"));
     const QCommandLineOption idOption(QStringLiteral("bridge-id"), QStringLiteral("Bridge id reported by discovery."), QStringLiteral("id"), QStringLiteral("ecb5fafffe1a2b3c"));
@@ -123,7 +123,7 @@ int main(int argc, char *argv[])
     if (!ok)
         return fail(QStringLiteral("ports are numbers from 0 to 65535"));
 
-    QSslCertificate certificate;
+    QList<QSslCertificate> certificate; // with its issuers when the file holds them
     QSslKey key;
     if (httpsPort >= 0 || mixedPort >= 0) {
         QFile certFile(parser.value(certOption));
@@ -131,12 +131,12 @@ int main(int argc, char *argv[])
         if (!parser.isSet(certOption) || !parser.isSet(keyOption) || !certFile.open(QIODevice::ReadOnly)
             || !keyFile.open(QIODevice::ReadOnly))
             return fail(QStringLiteral("HTTPS needs readable --cert and --key files"));
-        certificate = QSslCertificate(&certFile, QSsl::Pem);
+        certificate = QSslCertificate::fromDevice(&certFile, QSsl::Pem);
         const QByteArray keyBytes = keyFile.readAll();
         key = QSslKey(keyBytes, QSsl::Rsa, QSsl::Pem);
         if (key.isNull())
             key = QSslKey(keyBytes, QSsl::Ec, QSsl::Pem);
-        if (certificate.isNull() || key.isNull())
+        if (certificate.isEmpty() || certificate.first().isNull() || key.isNull())
             return fail(QStringLiteral("cannot read the certificate or the key"));
     }
 
