@@ -52,7 +52,7 @@ hue_settings="$DEMO_DIR/config/brivon/com.brivon.beamcrafter.philipshue.conf"
 if [ -f "$hue_settings" ]; then
     while IFS= read -r key; do
         [ -n "$key" ] && bridge_args+=(--user "$key")
-    done < <(sed -n '/^\[bridge\]/,/^\[/{s/^[^[=][^=]*=\([^/]*\)\/.*$/\1/p}' "$hue_settings")
+    done < <(sed -n '/^\[bridge\]/,/^\[/{s/^[^=[][^=]*=\([^/]*\)\/.*$/\1/p}' "$hue_settings")
 fi
 
 bridge_pid=""

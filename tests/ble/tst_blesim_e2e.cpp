@@ -6,6 +6,7 @@
 #include "devdatamgr.h"
 #include "logcapture.h"
 #include "processutil.h"
+#include "simlights.h"
 #include "testhome.h"
 
 #include <QCoreApplication>
@@ -14,7 +15,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocalSocket>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
@@ -39,19 +39,13 @@ private slots:
     void initTestCase()
     {
         m_home = std::make_unique<TestHome>();
-        // A local socket path must stay under about 100 bytes: fall back to /tmp in a deep build tree.
-        m_control = QDir::tempPath() + QStringLiteral("/blesim-%1").arg(QCoreApplication::applicationPid());
-        if (m_control.size() > 100)
-            m_control = QStringLiteral("/tmp/brivon-blesim-test-%1").arg(QCoreApplication::applicationPid());
-        qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
-        qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
-        qunsetenv("BRIVON_SIM_LIGHTS");
+        SimLights::select(QByteArray(), true);
         // Lost links: a schedule ten times shorter than the real one (100 ms doubling up to 6 s).
         qputenv(BluetoothMgr::kReconnectEnvVar, "100,6000,5000");
         m_store = std::make_shared<DevDataMgr>();
         m_mgr = std::make_unique<BluetoothMgr>(m_store);
         QVERIFY(m_mgr->isPluginLoaded());
-        QVERIFY(ctl(QStringLiteral("help")).startsWith(QLatin1String("ok")));
+        QVERIFY(SimLights::command(QStringLiteral("help")).startsWith(QLatin1String("ok")));
     }
 
     void cleanupTestCase()
@@ -100,7 +94,7 @@ private slots:
 
         // The state reports brought each light's own state into the store.
         for (const QString &addr : {kV1, kV2, kV7, kV162, kQ}) {
-            const QJsonObject sim = simState(addr);
+            const QJsonObject sim = SimLights::state(addr);
             QVERIFY(waitStored(addr, [&](const DevData &d) {
                 return d.brightness == sim.value(QLatin1String("brightness")).toInt()
                     && d.temperature == sim.value(QLatin1String("temperature")).toInt() && d.switchState;
@@ -111,7 +105,7 @@ private slots:
         QCOMPARE(stored(kQ).temperature, 5600);
         // The 55 AA light was asked for its product information too.
         QVERIFY(waitSim(kQ, [](const QJsonObject &s) { return s.value(QLatin1String("framesReceived")).toInt() >= 2; }));
-        QVERIFY(ctl(QStringLiteral("frames ") + kQ).contains(QLatin1String("55 aa 03 21 00 01 01")));
+        QVERIFY(SimLights::command(QStringLiteral("frames ") + kQ).contains(QLatin1String("55 aa 03 21 00 01 01")));
     }
 
     void controlsReachTheLights_data()
@@ -153,42 +147,8 @@ private slots:
         QCOMPARE(simInt(addr, "unknownFrames"), 0);
     }
 
-    void aaLightControls()
-    {
-        m_mgr->setBrightness(kQ, 42);
-        QVERIFY(waitSimHas(kQ, {{"brightness", 42}}));
-        m_mgr->setTemperature(kQ, 3100);
-        QVERIFY(waitSimHas(kQ, {{"temperature", 3100}, {"mode", 1}}));
-        m_mgr->setLightEffect(kQ, QStringLiteral("C-3"));
-        QVERIFY(waitSimHas(kQ, {{"mode", 3}, {"effect", "C-3"}, {"brightness", 42}}));
-        // In effect mode, brightness goes with the effect frame.
-        m_mgr->setBrightness(kQ, 55);
-        QVERIFY(waitSimHas(kQ, {{"brightness", 55}, {"mode", 3}}));
-        const int before = simInt(kQ, "framesReceived");
-        m_mgr->setColor(kQ, Qt::red); // a 55 AA light has no colour
-        QTest::qWait(200);
-        QCOMPARE(simInt(kQ, "framesReceived"), before);
-        m_mgr->setTemperature(kQ, 5000);
-        QVERIFY(waitSimHas(kQ, {{"mode", 1}}));
-        QCOMPARE(simInt(kQ, "unknownFrames"), 0);
-    }
-
     void powerCycle()
     {
-        for (const QString &addr : {kV1, kV7}) {
-            m_mgr->powerOff(addr);
-            QVERIFY(waitSimHas(addr, {{"power", false}}));
-            QVERIFY(waitStored(addr, [](const DevData &d) { return !d.switchState; }));
-            // Switched off, the light takes no brightness.
-            const int frames = simInt(addr, "framesReceived");
-            m_mgr->setBrightness(addr, 12);
-            QTest::qWait(150);
-            QCOMPARE(simInt(addr, "framesReceived"), frames);
-            m_mgr->powerOn(addr);
-            QVERIFY(waitSimHas(addr, {{"power", true}}));
-            QVERIFY(waitStored(addr, [](const DevData &d) { return d.switchState; }));
-        }
-
         // The 55 AA light is switched with brightness: off is 0, on brings back the brightness it
         // had, also after a restart.
         m_mgr->setBrightness(kQ, 70);
@@ -209,132 +169,40 @@ private slots:
 
     void knobTurnedOnTheLight()
     {
-        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 33").arg(kV162)), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("knob %1 brightness 33").arg(kV162)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 33; }));
-        QCOMPARE(ctl(QStringLiteral("knob %1 color 240 50").arg(kV2)), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("knob %1 color 240 50").arg(kV2)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV2, [](const DevData &d) { return d.devCurModel == 3 && d.auxValue1 == 240 && d.auxValue2 == 50; }));
-        QCOMPARE(ctl(QStringLiteral("knob %1 power off").arg(kV1)), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("knob %1 power off").arg(kV1)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return !d.switchState; }));
-        QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kV1)), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("knob %1 power on").arg(kV1)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.switchState; }));
 
-        // While the user drags the 162 light, its reports are held back; the other lights' are
-        // not, the 55 AA light's included.
-        m_mgr->setAdjusting(kV162, true);
-        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 21").arg(kV162)), QStringLiteral("ok"));
-        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 22").arg(kV1)), QStringLiteral("ok"));
-        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 23").arg(kQ)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.brightness == 22; }));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 23; }));
-        QTest::qWait(150);
-        QCOMPARE(stored(kV162).brightness, 33);
-        m_mgr->setAdjusting(kV162, false);
-        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 24").arg(kV162)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 24; }));
-
         // On the 55 AA light: id 32 reports.
-        QCOMPARE(ctl(QStringLiteral("knob %1 temperature 3500").arg(kQ)), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("knob %1 temperature 3500").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.temperature == 3500 && d.devCurModel == 1; }));
-        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 18").arg(kQ)), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("knob %1 brightness 18").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 18; }));
-
-        // Switched off in the app, then on at the light: the app re-sends the remembered brightness.
-        m_mgr->setTemperature(kQ, 4000);
-        m_mgr->powerOff(kQ);
-        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
-        QCOMPARE(ctl(QStringLiteral("knob %1 power on").arg(kQ)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 18; }));
-        QVERIFY(waitSimHas(kQ, {{"brightness", 18}}));
-
-        // Off in the app, then an effect is started and brightened at the light: it shows as on.
-        m_mgr->powerOff(kQ);
-        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
-        QCOMPARE(ctl(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
-        QCOMPARE(stored(kQ).switchState, false);
-        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 25").arg(kQ)), QStringLiteral("ok"));
-        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 25 && d.devCurModel == 2; }));
     }
 
     void droppedLinkComesBackByItself()
     {
         QSignalSpy reconnecting(m_mgr.get(), &BaseDevice::sigReconnecting);
-        QCOMPARE(ctl(QStringLiteral("drop ") + kV7), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("drop ") + kV7), QStringLiteral("ok"));
         QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState == 0; }));
         // Turned at the light while the link is down: what the light reports when it is back wins.
-        QCOMPARE(ctl(QStringLiteral("knob %1 brightness 91").arg(kV7)), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("knob %1 brightness 91").arg(kV7)), QStringLiteral("ok"));
         const int frames = simInt(kV7, "framesReceived");
         QVERIFY(waitStored(kV7, [](const DevData &d) { return d.linkState != 0 && d.brightness == 91; }, 5000));
         QCOMPARE(reconnecting.count(), 2);
         // Only the state request reached the light: nothing stored was pushed back onto it.
         QVERIFY(waitSimHas(kV7, {{"framesReceived", frames + 1}, {"brightness", 91}}));
-        QVERIFY(ctl(QStringLiteral("frames ") + kV7).endsWith(QLatin1String("\"ff a1 01 30 30 aa\"]")));
+        QVERIFY(SimLights::command(QStringLiteral("frames ") + kV7).endsWith(QLatin1String("\"ff a1 01 30 30 aa\"]")));
 
         // The 55 AA light is back only once it has reported its mode.
-        QCOMPARE(ctl(QStringLiteral("drop ") + kQ), QStringLiteral("ok"));
+        QCOMPARE(SimLights::command(QStringLiteral("drop ") + kQ), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState == 0; }));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.linkState != 0; }, 5000));
-    }
-
-    void unpluggedLightIsTriedWithGrowingPauses()
-    {
-        // Two minutes on the real schedule, about 12 s on this one: a connection to a light that is
-        // not there fails after 3 s, so four attempts fail before it is plugged in again.
-        LogCapture log(true);
-        QCOMPARE(ctl(QStringLiteral("unplug ") + kV1), QStringLiteral("ok"));
-        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState == 0; }));
-        for (const DevData &dev : scan())
-            QVERIFY(dev.addr != kV1);
-        const QString scheduled = QStringLiteral("[BluetoothMgr::scheduleReconnect]: addr: ") + kV1;
-        QVERIFY(waitUntil([&] { return log.matching(scheduled).size() >= 5; }, 30000));
-        QCOMPARE(int(stored(kV1).linkState), 0);
-        const QStringList pauses = log.matching(scheduled);
-        for (int i = 0; i < 4; ++i) {
-            const int ms = pauses.at(i).section(QStringLiteral("inMs: "), 1).toInt(), nominal = 100 << i;
-            QVERIFY2(ms <= nominal && ms >= nominal * 85 / 100, qPrintable(pauses.at(i)));
-        }
-
-        QCOMPARE(ctl(QStringLiteral("plug ") + kV1), QStringLiteral("ok"));
-        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState != 0; }, 15000));
-        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceConnected]: reconnected, addr: ") + kV1));
-        QCOMPARE(simInt(kV1, "overlappingAttempts"), 0);
-    }
-
-    void lightsFileAndControlErrors()
-    {
-        const QString path = m_home->path() + QStringLiteral("/lights.json");
-        const QJsonObject file{
-            {QStringLiteral("timing"), QJsonObject{{QStringLiteral("discoverFirstMs"), 50}, {QStringLiteral("scanMs"), 300},
-                                                   {QStringLiteral("connectMs"), 50}}},
-            {QStringLiteral("lights"), QJsonArray{
-                 QJsonObject{{QStringLiteral("addr"), QStringLiteral("AA:00:00:00:00:03")}, {QStringLiteral("name"), QStringLiteral("Tube")},
-                             {QStringLiteral("protocol"), 3}, {QStringLiteral("brightness"), 15}, {QStringLiteral("power"), false}},
-                 QJsonObject{{QStringLiteral("addr"), QStringLiteral("AA:00:00:00:00:04")}, {QStringLiteral("protocol"), 4}},
-                 QJsonObject{{QStringLiteral("name"), QStringLiteral("no address")}}}}};
-        QVERIFY(writeFile(path, QJsonDocument(file).toJson()));
-        qputenv("BRIVON_SIM_LIGHTS", QFile::encodeName(path));
-        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 2 lights"));
-
-        const QList<DevData> found = scan();
-        QCOMPARE(found.size(), 2);
-        QCOMPARE(found.at(0).name, QStringLiteral("Tube"));
-        QCOMPARE(found.at(0).protocol, 3);
-        QCOMPARE(found.at(1).protocol, 4);
-        m_store->addDev(found.at(0));
-        m_mgr->connectToDevice(found.at(0).addr);
-        QVERIFY(waitStored(found.at(0).addr, [](const DevData &d) { return d.linkState != 0 && d.brightness == 15 && !d.switchState; }));
-
-        QVERIFY(ctl(QStringLiteral("knob nobody brightness 3")).startsWith(QLatin1String("error")));
-        QVERIFY(ctl(QStringLiteral("knob AA:00:00:00:00:03 brightness 999")).startsWith(QLatin1String("error")));
-        QVERIFY(ctl(QStringLiteral("knob AA:00:00:00:00:03 color 10 10")).startsWith(QLatin1String("error"))); // no colour on protocol 3
-        QVERIFY(ctl(QStringLiteral("fly away")).startsWith(QLatin1String("error")));
-        QVERIFY(ctl(QStringLiteral("drop AA:00:00:00:00:04")).startsWith(QLatin1String("error")));
-
-        qputenv("BRIVON_SIM_LIGHTS", QByteArray("/nonexistent/lights.json"));
-        QVERIFY(ctl(QStringLiteral("reset")).startsWith(QLatin1String("error cannot read")));
-        QCOMPARE(ctl(QStringLiteral("list")), QStringLiteral("ok []"));
-        qunsetenv("BRIVON_SIM_LIGHTS");
-        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
     }
 
     void tenLightsDroppedTogether()
@@ -347,7 +215,7 @@ private slots:
         const QString path = m_home->path() + QStringLiteral("/ten.json");
         QVERIFY(writeFile(path, QJsonDocument(QJsonObject{{"timing", timing}, {"lights", lights}}).toJson()));
         qputenv("BRIVON_SIM_LIGHTS", QFile::encodeName(path));
-        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 10 lights"));
+        QCOMPARE(SimLights::command(QStringLiteral("reset")), QStringLiteral("ok 10 lights"));
         const QList<DevData> found = scan();
         QCOMPARE(found.size(), 10);
         const auto allOnline = [&] {
@@ -362,7 +230,7 @@ private slots:
         // All dropped at once, and seen by a scan while they are being tried again.
         LogCapture log;
         for (const DevData &dev : found)
-            QCOMPARE(ctl(QStringLiteral("drop ") + dev.addr), QStringLiteral("ok"));
+            QCOMPARE(SimLights::command(QStringLiteral("drop ") + dev.addr), QStringLiteral("ok"));
         m_mgr->startScan();
         QVERIFY(waitUntil(allOnline, 15000));
         QSet<QString> firstPauses;
@@ -374,14 +242,14 @@ private slots:
         }
         QVERIFY2(firstPauses.size() > 1, "jitter keeps them out of step");
         qunsetenv("BRIVON_SIM_LIGHTS");
-        QCOMPARE(ctl(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
+        QCOMPARE(SimLights::command(QStringLiteral("reset")), QStringLiteral("ok 5 lights"));
     }
 
     void controlToolTalksToTheSimulator()
     {
-        const auto run = [this](const QStringList &args, QByteArray *out) {
+        const auto run = [](const QStringList &args, QByteArray *out) {
             QProcess tool;
-            tool.start(QStringLiteral(BRIVON_BIN_DIR "/brivon-blesim-ctl"), QStringList{QStringLiteral("--socket"), m_control} + args);
+            tool.start(QStringLiteral(BRIVON_BIN_DIR "/brivon-blesim-ctl"), QStringList{QStringLiteral("--socket"), SimLights::controlPath()} + args);
             // The simulator answers from this process's event loop.
             if (!waitUntil([&] { return tool.state() == QProcess::NotRunning; }, 10000))
                 return -1;
@@ -397,27 +265,6 @@ private slots:
     }
 
 private:
-    QString ctl(const QString &command)
-    {
-        // The simulator lives in this process: wait by running the event loop, never by blocking.
-        QLocalSocket socket;
-        socket.connectToServer(m_control);
-        if (!waitUntil([&] { return socket.state() == QLocalSocket::ConnectedState; }, 2000))
-            return QStringLiteral("error not connected");
-        socket.write(command.toUtf8() + '\n');
-        if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
-            return QStringLiteral("error no answer");
-        return QString::fromUtf8(socket.readLine().trimmed());
-    }
-
-    QJsonObject simState(const QString &addr)
-    {
-        const QString reply = ctl(QStringLiteral("state ") + addr);
-        if (!reply.startsWith(QLatin1String("ok ")))
-            return {};
-        return QJsonDocument::fromJson(reply.mid(3).toUtf8()).object();
-    }
-
     DevData stored(const QString &addr) const { return m_store->findDev(addr) ? *m_store->findDev(addr) : DevData(); }
 
     bool waitStored(const QString &addr, const std::function<bool(const DevData &)> &pred, int timeoutMs = 3000)
@@ -427,7 +274,7 @@ private:
 
     bool waitSim(const QString &addr, const std::function<bool(const QJsonObject &)> &pred, int timeoutMs = 3000)
     {
-        return waitUntil([&] { return pred(simState(addr)); }, timeoutMs);
+        return waitUntil([&] { return pred(SimLights::state(addr)); }, timeoutMs);
     }
 
     // Waits until the simulated light's state holds every field of `want`.
@@ -442,7 +289,7 @@ private:
         });
     }
 
-    int simInt(const QString &addr, const char *key) { return simState(addr).value(QLatin1String(key)).toInt(); }
+    int simInt(const QString &addr, const char *key) { return SimLights::state(addr).value(QLatin1String(key)).toInt(); }
 
     QList<DevData> scan()
     {
@@ -460,7 +307,6 @@ private:
     std::unique_ptr<TestHome> m_home;
     std::shared_ptr<DevDataMgr> m_store;
     std::unique_ptr<BluetoothMgr> m_mgr;
-    QString m_control;
 };
 
 QTEST_GUILESS_MAIN(TestBleSimE2E)

@@ -4,6 +4,7 @@
 // that it found its installed tables.
 #include "fakebridgeprocess.h"
 #include "processutil.h"
+#include "simlights.h"
 #include "testhome.h"
 
 #include <QElapsedTimer>
@@ -11,7 +12,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocalSocket>
 #include <QProcess>
 #include <QSettings>
 #include <QTcpServer>
@@ -85,14 +85,12 @@ private slots:
     void controlCommandsReachTheLights();
     void noticesFollowTheLights();
     void groupCommandFansOut();
-    void repliesReachOnlyTheLatestClient();
     void hueChangeAtTheBridgeReachesTheClient();
     void exampleClientListsAndDims();
     void sigtermKeepsTheLastChange();
     void defaultPluginFoundByBareName();
 
 private:
-    QJsonObject simState(const QString &addr);
     bool waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs = 5000);
 
     std::unique_ptr<TestHome> m_home;
@@ -138,7 +136,8 @@ void TestPluginServerE2E::initTestCase()
     while (!m_squatter->listen(QHostAddress(QStringLiteral("127.0.0.1")), taken))
         ++taken;
 
-    m_control = QStringLiteral("/tmp/brivon-e2e-sim-%1").arg(QCoreApplication::applicationPid());
+    SimLights::select(QByteArray(), true);
+    m_control = SimLights::controlPath();
     QProcessEnvironment env = m_home->environment();
     env.insert(QStringLiteral("BRIVON_BLE_PLUGIN"), QStringLiteral(BRIVON_INSTALLED_PLUGINS "/libBrivonBleSim.so"));
     env.insert(QStringLiteral("BRIVON_SIM_LIGHTS"), m_home->path() + QStringLiteral("/lights.json"));
@@ -176,26 +175,11 @@ void TestPluginServerE2E::cleanupTestCase()
     m_home.reset();
 }
 
-QJsonObject TestPluginServerE2E::simState(const QString &addr)
-{
-    QLocalSocket socket;
-    socket.connectToServer(m_control);
-    if (!socket.waitForConnected(1000))
-        return {};
-    socket.write("state " + addr.toUtf8() + '\n');
-    if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
-        return {};
-    const QByteArray line = socket.readLine().trimmed();
-    if (!line.startsWith("ok "))
-        return {};
-    return QJsonDocument::fromJson(line.mid(3)).object();
-}
-
 bool TestPluginServerE2E::waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs)
 {
     QJsonValue last;
     const bool ok = waitUntil([&] {
-        last = simState(addr).value(key);
+        last = SimLights::state(addr).value(key);
         return last == value;
     }, timeoutMs);
     if (!ok)
@@ -273,22 +257,22 @@ void TestPluginServerE2E::controlCommandsReachTheLights()
 
     // Refused requests reach nobody: no value, an unknown id, the other family's effect.
     QTest::qWait(150);
-    const int framesBefore = simState(kRgb).value(QLatin1String("framesReceived")).toInt();
+    const int framesBefore = SimLights::state(kRgb).value(QLatin1String("framesReceived")).toInt();
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}}));
     control(QStringLiteral("brightness"), QStringLiteral("nobody"), 10);
     control(QStringLiteral("effect"), kRgb, QStringLiteral("A-1"));
     control(QStringLiteral("brightness"), kRgb, QStringLiteral("NaN"));
     QVERIFY(m_client->waitFor(QStringLiteral("error")));
     QTest::qWait(300);
-    QCOMPARE(simState(kRgb).value(QLatin1String("framesReceived")).toInt(), framesBefore);
-    QCOMPARE(simState(kRgb).value(QLatin1String("effect")).toString(), QStringLiteral("7"));
+    QCOMPARE(SimLights::state(kRgb).value(QLatin1String("framesReceived")).toInt(), framesBefore);
+    QCOMPARE(SimLights::state(kRgb).value(QLatin1String("effect")).toString(), QStringLiteral("7"));
 
     // A flood reaches the light as a few frames, ending with the latest value.
     for (int i = 1; i <= 300; ++i)
         control(QStringLiteral("brightness"), kRgb, i == 300 ? 77 : i % 100);
     QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 77));
     QTest::qWait(300);
-    const int flooded = simState(kRgb).value(QLatin1String("framesReceived")).toInt() - framesBefore;
+    const int flooded = SimLights::state(kRgb).value(QLatin1String("framesReceived")).toInt() - framesBefore;
     QVERIFY2(flooded < 100, qPrintable(QString::number(flooded)));
 }
 
@@ -296,12 +280,7 @@ void TestPluginServerE2E::noticesFollowTheLights()
 {
     m_client->received.clear();
     // Switched off at the light: the program hears the report and tells the client.
-    QLocalSocket socket;
-    socket.connectToServer(m_control);
-    QVERIFY(socket.waitForConnected(1000));
-    socket.write("knob " + kRgb.toUtf8() + " power off\n");
-    QVERIFY(waitUntil([&] { return socket.canReadLine(); }, 2000));
-    QVERIFY(socket.readLine().startsWith("ok"));
+    QCOMPARE(SimLights::command(QStringLiteral("knob %1 power off").arg(kRgb)), QStringLiteral("ok"));
     QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, false));
     QVERIFY(m_client->waitFor(QStringLiteral("state"), kRgb));
 
@@ -323,19 +302,6 @@ void TestPluginServerE2E::groupCommandFansOut()
     QVERIFY(waitForSim(kRgb, QStringLiteral("power"), false));
     QVERIFY(waitForSim(kCob, QStringLiteral("power"), false));
     QVERIFY(m_client->waitFor(QStringLiteral("switch"), kGroup, false));
-}
-
-void TestPluginServerE2E::repliesReachOnlyTheLatestClient()
-{
-    Client newer(m_port);
-    QCOMPARE(newer.socket.state(), QAbstractSocket::ConnectedState);
-    QTest::qWait(100);
-    m_client->received.clear();
-
-    m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
-    QVERIFY(newer.waitFor(QStringLiteral("listdevice")));
-    QTest::qWait(200);
-    QVERIFY(m_client->received.isEmpty());
 }
 
 void TestPluginServerE2E::hueChangeAtTheBridgeReachesTheClient()
@@ -374,7 +340,7 @@ void TestPluginServerE2E::sigtermKeepsTheLastChange()
         return waitForSim(kRgb, QStringLiteral("brightness"), value);
     };
     // "switch" toggles: the light may already be on from an earlier case.
-    if (simState(kRgb).value(QLatin1String("power")) != QJsonValue(true))
+    if (SimLights::state(kRgb).value(QLatin1String("power")) != QJsonValue(true))
         m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
     QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
     // The first change is written at once, the second one waits for the next half-second write.
@@ -405,6 +371,7 @@ void TestPluginServerE2E::defaultPluginFoundByBareName()
     QFile(runtime).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
     env.insert(QStringLiteral("QT_DEBUG_PLUGINS"), QStringLiteral("1"));
+    env.remove(QStringLiteral("BRIVON_BLE_PLUGIN"));
     QProcess app;
     app.setProcessEnvironment(env);
     app.setProcessChannelMode(QProcess::MergedChannels);

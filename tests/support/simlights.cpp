@@ -20,9 +20,13 @@ QString g_control;
 void select(const QByteArray &lightsJson, bool withControlSocket)
 {
     const QString lightsFile = QDir::tempPath() + QStringLiteral("/simlights.json");
-    writeFile(lightsFile, lightsJson);
     qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
-    qputenv("BRIVON_SIM_LIGHTS", lightsFile.toUtf8());
+    if (lightsJson.isEmpty()) {
+        qunsetenv("BRIVON_SIM_LIGHTS");
+    } else {
+        writeFile(lightsFile, lightsJson);
+        qputenv("BRIVON_SIM_LIGHTS", lightsFile.toUtf8());
+    }
     // A local socket path must stay short: the test home may be deep in the build tree.
     g_control = withControlSocket ? QStringLiteral("/tmp/brivon-simlights-%1").arg(QCoreApplication::applicationPid())
                                   : QString();
@@ -69,6 +73,11 @@ QString command(const QString &line)
     if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
         return QStringLiteral("error no answer");
     return QString::fromUtf8(socket.readLine().trimmed());
+}
+
+QString controlPath()
+{
+    return g_control;
 }
 
 QJsonObject state(const QString &addr)

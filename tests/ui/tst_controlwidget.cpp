@@ -6,6 +6,7 @@
 #include "customslider.h"
 #include "devicemgr.h"
 #include "lighteffectsetdialog.h"
+#include "menuutil.h"
 #include "processutil.h"
 #include "rotatingsvgwidget.h"
 #include "simlights.h"
@@ -62,28 +63,6 @@ QStringList cardAddrs(const QGroupBox *section)
     return result;
 }
 
-// Runs open, which pops up a context menu, and picks the action with the given text.
-bool chooseFromMenu(const std::function<void()> &open, const QString &text)
-{
-    bool chosen = false;
-    QTimer::singleShot(100, [&] {
-        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
-        if (!menu)
-            return;
-        for (QAction *action : menu->actions()) {
-            if (action->text() == text) {
-                menu->setActiveAction(action);
-                QTest::keyClick(menu, Qt::Key_Return);
-                chosen = true;
-                return;
-            }
-        }
-        menu->close();
-    });
-    open();
-    return chosen;
-}
-
 } // namespace
 
 class TestControlWidget : public QObject
@@ -96,7 +75,6 @@ private slots:
 
     void builtFromTheStore();
     void sectionsComeAndGoWithTheirCards();
-    void renamingAGroupChangesOnlyItsTitle();
     void deletingAGroupLeavesOtherSections();
     void cardDeleteFromItsMenu_data();
     void cardDeleteFromItsMenu();
@@ -148,8 +126,6 @@ void TestControlWidget::builtFromTheStore()
     QCOMPARE(cardAddrs(panel.section(stage)), (QStringList{kBack.addr, kKey.addr}));
     ControlItemWidget *card = ControlWidget::card(panel.section(stage), kKey.addr);
     QCOMPARE(card->groupUuid(), stage);
-    QCOMPARE(card->groupName(), QStringLiteral("Stage"));
-    QCOMPARE(card->name(), QStringLiteral("Key"));
     QCOMPARE(card->nameLabel()->toolTip(), QStringLiteral("Key"));
 }
 
@@ -193,20 +169,6 @@ void TestControlWidget::sectionsComeAndGoWithTheirCards()
     QVERIFY(panel.findChildren<QGroupBox *>().isEmpty());
 }
 
-void TestControlWidget::renamingAGroupChangesOnlyItsTitle()
-{
-    mgr()->addDev(kKey);
-    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
-    mgr()->addDevToGroup(stage, kKey);
-    ControlWidget panel;
-    mgr()->renameGroup(stage, QStringLiteral("Studio"));
-    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Studio")}));
-    ControlItemWidget *card = ControlWidget::card(panel.section(stage), kKey.addr);
-    QVERIFY(card);
-    QCOMPARE(card->groupName(), QStringLiteral("Stage"));
-    QCOMPARE(card->groupUuid(), stage);
-}
-
 void TestControlWidget::deletingAGroupLeavesOtherSections()
 {
     mgr()->addDev(kKey);
@@ -219,6 +181,10 @@ void TestControlWidget::deletingAGroupLeavesOtherSections()
     ControlWidget panel;
     QCOMPARE(panel.sections().size(), 3);
     QPointer<ControlItemWidget> gone = ControlWidget::card(panel.section(stage), kKey.addr);
+    // Renaming a group changes only its title.
+    mgr()->renameGroup(studio, QStringLiteral("Studio 2"));
+    QVERIFY(titles(panel).contains(QStringLiteral("Studio 2")) && !titles(panel).contains(QStringLiteral("Studio")));
+    QCOMPARE(ControlWidget::card(panel.section(studio), kKey.addr)->groupUuid(), studio);
 
     mgr()->delGroup(stage);
     QVERIFY(!panel.section(stage));
@@ -258,7 +224,7 @@ void TestControlWidget::cardDeleteFromItsMenu()
     QVERIFY(QTest::qWaitForWindowActive(&panel));
     focused->setFocus(Qt::TabFocusReason);
     QVERIFY(focused->hasFocus());
-    QVERIFY(chooseFromMenu([&] { QTest::keyClick(focused, Qt::Key_Delete); }, QStringLiteral("删除")));
+    QVERIFY(runContextMenu([&] { QTest::keyClick(focused, Qt::Key_Delete); }, QStringLiteral("删除")).contains(QStringLiteral("删除")));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
     // The group's only light is gone from it either way, and with it the group's section.
@@ -282,7 +248,7 @@ void TestControlWidget::renameFromTheCardShowsEverywhere()
     // Each section starts with its group's own controls.
     QVERIFY(ControlWidget::header(panel.section(stage)));
     ControlItemWidget *card = ControlWidget::card(panel.section(defaultGroupUuid()), kKey.addr);
-    QVERIFY(chooseFromMenu([&] { emit card->customContextMenuRequested(QPoint(20, 20)); }, QStringLiteral("重命名")));
+    QVERIFY(runContextMenu([&] { emit card->customContextMenuRequested(QPoint(20, 20)); }, QStringLiteral("重命名")).contains(QStringLiteral("重命名")));
     auto *dialog = card->findChild<QInputDialog *>();
     QVERIFY(dialog);
     QCOMPARE(dialog->textValue(), QStringLiteral("Key"));

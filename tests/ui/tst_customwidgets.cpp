@@ -2,7 +2,6 @@
 #include "customlistwidget.h"
 #include "customslider.h"
 #include "rotatingsvgwidget.h"
-#include "switchbutton.h"
 
 #include <QApplication>
 #include <QSignalSpy>
@@ -16,12 +15,9 @@ class TestCustomWidgets : public QObject
 private slots:
     void bubbleFollowsTheValue_data();
     void bubbleFollowsTheValue();
-    void stepSliderShowsAndReportsTheStep_data();
-    void stepSliderShowsAndReportsTheStep();
     void wheelIsLeftToTheSurroundingList();
     void pressAndReleaseSignals_data();
     void pressAndReleaseSignals();
-    void switchRestylesOnChoose();
     void reconnectIconGuardsAgainstSecondClick();
     void listClickIntoEmptySpaceDeselects();
 };
@@ -63,7 +59,6 @@ void TestCustomWidgets::bubbleFollowsTheValue_data()
     QTest::addColumn<int>("ratio");
     QTest::addColumn<QString>("unit");
     QTest::addColumn<QString>("text");
-    QTest::newRow("quarter") << 0 << 100 << 25 << 1 << "" << "25";
     QTest::newRow("right end") << 0 << 100 << 100 << 1 << "%" << "100%";
     QTest::newRow("factor 10") << 0 << 100 << 7 << 10 << "%" << "70%";
     QTest::newRow("temperature") << 27 << 65 << 50 << 100 << "K" << "5000K";
@@ -89,36 +84,6 @@ void TestCustomWidgets::bubbleFollowsTheValue()
 
     QTEST(slider->popup()->text(), "text");
     QCOMPARE(slider->popup()->pos(), minimum == maximum ? before : expectedBubblePos(*slider));
-}
-
-void TestCustomWidgets::stepSliderShowsAndReportsTheStep_data()
-{
-    QTest::addColumn<int>("value");
-    QTest::addColumn<int>("ratio");
-    QTest::addColumn<int>("shown");
-    QTest::newRow("zero reads as -1") << 0 << 1 << -1;
-    QTest::newRow("one") << 1 << 1 << 1;
-    QTest::newRow("factor not applied") << 6 << 10 << 6;
-}
-
-void TestCustomWidgets::stepSliderShowsAndReportsTheStep()
-{
-    QFETCH(int, value);
-    QFETCH(int, ratio);
-    QFETCH(int, shown);
-
-    auto *slider = new CustomStepSlider;
-    SliderWindow window(slider, 0, 10);
-    slider->setRatio(ratio);
-    slider->setUnit(QStringLiteral(" s"));
-    slider->setValue(3);
-    QSignalSpy steps(slider, &CustomStepSlider::valueChanged);
-    slider->setValue(value);
-
-    QCOMPARE(steps.count(), 1);
-    QCOMPARE(steps.first().first().toInt(), shown);
-    QCOMPARE(slider->popup()->text(), QString::number(shown) + QStringLiteral(" s"));
-    QCOMPARE(slider->popup()->pos(), expectedBubblePos(*slider));
 }
 
 void TestCustomWidgets::wheelIsLeftToTheSurroundingList()
@@ -168,28 +133,6 @@ void TestCustomWidgets::pressAndReleaseSignals()
     QCOMPARE(downAtSignal.size(), expected);
     QTest::mouseRelease(slider, button, {}, slider->rect().center());
     QCOMPARE(downAtSignal, (expected ? QList<bool>{false, true} : QList<bool>{}));
-}
-
-void TestCustomWidgets::switchRestylesOnChoose()
-{
-    SwitchButton button;
-    button.setStyleSheet(QStringLiteral("SwitchButton[choose = true] { background-color: #0A84FF; border: none;}"
-                                        "SwitchButton[choose = false] { background-color: #141414; border: none;}"));
-    button.resize(52, 30);
-    QSignalSpy changed(&button, &SwitchButton::chooseChanged);
-    const auto centre = [&] { return button.grab().toImage().pixelColor(26, 15).name(); };
-
-    QCOMPARE(centre(), QStringLiteral("#141414"));
-    button.setChoose(false);
-    QCOMPARE(changed.count(), 0);
-    button.setChoose(true);
-    QCOMPARE(changed.count(), 1);
-    QCOMPARE(centre(), QStringLiteral("#0a84ff"));
-    button.setChoose(true);
-    QCOMPARE(changed.count(), 1);
-    button.setProperty("choose", false);
-    QCOMPARE(changed.count(), 2);
-    QCOMPARE(centre(), QStringLiteral("#141414"));
 }
 
 void TestCustomWidgets::reconnectIconGuardsAgainstSecondClick()

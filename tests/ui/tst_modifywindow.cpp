@@ -79,13 +79,6 @@ QAction *actionNamed(QMenu *menu, const QString &text)
     return nullptr;
 }
 
-void shot(QWidget *widget, const QString &name)
-{
-    const QString folder = qEnvironmentVariable("BRIVON_UI_SHOTS");
-    if (!folder.isEmpty())
-        widget->grab().save(folder + QLatin1Char('/') + name + QStringLiteral(".png"));
-}
-
 } // namespace
 
 class TestModifyWindow : public QObject
@@ -101,11 +94,8 @@ private slots:
     void pagesFollowTheLights();
     void bluetoothErrors_data();
     void bluetoothErrors();
-    void showMessage_data();
-    void showMessage();
     void closeHidesAndTheTrayRestores();
     void exitClosesEverything();
-    void settingsMenu();
     void checkUpdate_data();
     void checkUpdate();
     void dragByTheTitleBar_data();
@@ -184,7 +174,6 @@ void TestModifyWindow::startUpPage()
     }
     QTest::qWait(600);
     QCOMPARE(scans() - before, refreshes);
-    shot(m_window.get(), lights > 0 ? QStringLiteral("mainwindow-control") : QStringLiteral("mainwindow-empty"));
 }
 
 void TestModifyWindow::pagesFollowTheLights()
@@ -235,9 +224,6 @@ void TestModifyWindow::bluetoothErrors_data()
     QTest::newRow("powered off") << 2 << off << true;
     QTest::newRow("no adapter") << 3 << QStringLiteral("蓝牙不存在") << false;
     QTest::newRow("unsupported platform") << 4 << QString() << false;
-    QTest::newRow("unsupported method") << 5 << QString() << false;
-    QTest::newRow("location off") << 6 << QString() << false;
-    QTest::newRow("missing permissions") << 7 << QString() << false;
     QTest::newRow("unknown") << 100 << off << true;
 }
 
@@ -257,37 +243,6 @@ void TestModifyWindow::bluetoothErrors()
     if (!message.isEmpty())
         QCOMPARE(m_window->messageBox()->text(), message);
     QCOMPARE(opened, opensSettings ? 1 : 0);
-    if (error == 2)
-        shot(m_window->messageBox(), QStringLiteral("messagebox-bluetooth"));
-}
-
-void TestModifyWindow::showMessage_data()
-{
-    QTest::addColumn<QString>("message");
-    QTest::addColumn<bool>("minimised");
-    QTest::addColumn<bool>("restores");
-    QTest::newRow("Show, hidden") << QStringLiteral("Show") << false << true;
-    QTest::newRow("Show, minimised") << QStringLiteral("Show") << true << true;
-    QTest::newRow("lower case") << QStringLiteral("show") << false << false;
-    QTest::newRow("trailing space") << QStringLiteral("Show ") << false << false;
-    QTest::newRow("empty") << QString() << false << false;
-}
-
-void TestModifyWindow::showMessage()
-{
-    QFETCH(QString, message);
-    QFETCH(bool, minimised);
-    QFETCH(bool, restores);
-    m_window = std::make_unique<ModifyWindow>();
-    m_window->show();
-    if (minimised)
-        m_window->showMinimized();
-    else
-        m_window->titleBar()->closeButton()->click();
-    QVERIFY(!m_window->isVisible() || m_window->isMinimized());
-
-    m_window->onMessageReceived(message);
-    QCOMPARE(m_window->isVisible() && !m_window->isMinimized(), restores);
 }
 
 void TestModifyWindow::closeHidesAndTheTrayRestores()
@@ -295,16 +250,7 @@ void TestModifyWindow::closeHidesAndTheTrayRestores()
     m_window = std::make_unique<ModifyWindow>();
     m_window->show();
     QSystemTrayIcon *tray = m_window->trayIcon();
-    QVERIFY(tray);
-    QCOMPARE(tray->toolTip(), QStringLiteral("Brivon Lumen"));
-    QCOMPARE(tray->isVisible(), QSystemTrayIcon::isSystemTrayAvailable());
     QMenu *trayMenu = tray->contextMenu();
-    QVERIFY(trayMenu);
-    QStringList texts;
-    for (QAction *action : trayMenu->actions())
-        texts << action->text();
-    QCOMPARE(texts, (QStringList{QStringLiteral("打开主界面"), QStringLiteral("退出")}));
-
     m_window->titleBar()->closeButton()->click();
     QVERIFY(!m_window->isVisible());
     QVERIFY(!m_window->isMinimized());
@@ -320,50 +266,34 @@ void TestModifyWindow::closeHidesAndTheTrayRestores()
     actionNamed(trayMenu, QStringLiteral("打开主界面"))->trigger();
     QVERIFY(m_window->isVisible());
 
+    // A second start's "Show" brings back a minimised window; other texts do not.
     m_window->titleBar()->minButton()->click();
     QVERIFY(m_window->isMinimized());
+    m_window->onMessageReceived(QStringLiteral("show"));
+    QVERIFY(m_window->isMinimized());
+    m_window->onMessageReceived(QStringLiteral("Show"));
+    QVERIFY(m_window->isVisible() && !m_window->isMinimized());
+    m_window->titleBar()->closeButton()->click();
+    m_window->onMessageReceived(QStringLiteral("Show"));
+    QVERIFY(m_window->isVisible());
 }
 
 void TestModifyWindow::exitClosesEverything()
 {
     m_window = std::make_unique<ModifyWindow>();
     m_window->show();
-    m_window->onShowSetting();
+    QMenu *menu = m_window->titleBar()->settingMenu();
+    actionNamed(menu, QStringLiteral("群组设置"))->trigger();
+    actionNamed(menu, QStringLiteral("关于"))->trigger();
+    QVERIFY(m_window->titleBar()->aboutBox()->isVisible());
     m_window->onSwitchControlInterface();
     QVERIFY(m_window->settingWindow()->isVisible());
     QVERIFY(m_window->scanWidget()->isVisible());
 
-    actionNamed(m_window->titleBar()->settingMenu(), QStringLiteral("退出"))->trigger();
+    actionNamed(menu, QStringLiteral("退出"))->trigger();
     QVERIFY(!m_window->isVisible());
     QVERIFY(!m_window->settingWindow()->isVisible());
     QVERIFY(!m_window->scanWidget()->isVisible());
-}
-
-void TestModifyWindow::settingsMenu()
-{
-    m_window = std::make_unique<ModifyWindow>();
-    m_window->show();
-    ModifyTitleBar *bar = m_window->titleBar();
-    QCOMPARE(bar->height(), 44);
-    QCOMPARE(bar->settingButton()->menu(), bar->settingMenu());
-    QStringList texts;
-    for (QAction *action : bar->settingMenu()->actions())
-        texts << action->text();
-    QCOMPARE(texts, (QStringList{QStringLiteral("群组设置"), QStringLiteral("关于"), QStringLiteral("检查更新"),
-                                 QStringLiteral("退出")}));
-
-    actionNamed(bar->settingMenu(), QStringLiteral("群组设置"))->trigger();
-    QVERIFY(m_window->settingWindow()->isVisible());
-    QCOMPARE(m_window->settingWindow()->windowTitle(), QStringLiteral("群组设置"));
-    actionNamed(bar->settingMenu(), QStringLiteral("关于"))->trigger();
-    QVERIFY(bar->aboutBox()->isVisible());
-
-    // A title bar outside the main window still has its about box, and nothing else.
-    QWidget plain;
-    ModifyTitleBar orphan(&plain, QStringLiteral("x"));
-    QVERIFY(!orphan.settingButton()->menu());
-    actionNamed(orphan.settingMenu(), QStringLiteral("关于"))->trigger();
-    QVERIFY(orphan.aboutBox()->isVisible());
 }
 
 void TestModifyWindow::checkUpdate_data()
@@ -402,7 +332,6 @@ void TestModifyWindow::checkUpdate()
     QCOMPARE(m_window->messageBox()->isVisible(), !offered);
     if (offered) {
         QVERIFY(m_window->updateDialog()->findChild<QLabel *>(QStringLiteral("label_desc"))->text().contains(QLatin1String("1.2.0")));
-        shot(m_window->updateDialog(), QStringLiteral("updatedialog"));
         QTest::mouseClick(m_window->updateDialog()->findChild<QPushButton *>(QStringLiteral("pushButton_update")), Qt::LeftButton);
         QVERIFY(waitUntil([&] { return m_window->messageBox()->isVisible(); }, 10000));
         QCOMPARE(QFile::exists(downloadFolderPath() + "setup.run"), message.contains(QLatin1String("setup.run")));
@@ -416,7 +345,6 @@ void TestModifyWindow::dragByTheTitleBar_data()
     QTest::addColumn<bool>("moves");
     QTest::newRow("left") << Qt::LeftButton << true;
     QTest::newRow("right") << Qt::RightButton << false;
-    QTest::newRow("middle") << Qt::MiddleButton << false;
 }
 
 void TestModifyWindow::dragByTheTitleBar()
@@ -450,7 +378,6 @@ void TestModifyWindow::bluetoothSettingsProgram_data()
     QTest::newRow("none") << QStringList() << QString();
     QTest::newRow("GNOME") << QStringList{QStringLiteral("gnome-control-center")}
                            << QStringLiteral("gnome-control-center bluetooth");
-    QTest::newRow("Blueman") << QStringList{QStringLiteral("blueman-manager")} << QStringLiteral("blueman-manager");
     QTest::newRow("KDE") << QStringList{QStringLiteral("systemsettings")} << QStringLiteral("systemsettings kcm_bluetooth");
     QTest::newRow("GNOME and Blueman") << QStringList{QStringLiteral("blueman-manager"), QStringLiteral("gnome-control-center")}
                                        << QStringLiteral("gnome-control-center bluetooth");

@@ -19,18 +19,16 @@
 #include "scanwidget.h"
 #include "settingmiddlewdg.h"
 #include "settingwindow.h"
+#include "simlights.h"
 #include "switchbutton.h"
 #include "testhome.h"
 
 #include <QApplication>
-#include <QCoreApplication>
-#include <QDir>
 #include <QGroupBox>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QListWidget>
-#include <QLocalSocket>
 #include <QMenu>
 #include <QPushButton>
 #include <QScreen>
@@ -68,39 +66,16 @@ private slots:
     void trayExitKeepsTheLastChange();
 
 private:
-    QJsonObject simState(const QString &addr);
-
     std::unique_ptr<TestHome> m_home;
-    QString m_control;
 };
 
 void TestWindowE2E::initTestCase()
 {
     m_home = std::make_unique<TestHome>();
-    // A local socket path must stay under about 100 bytes: fall back to /tmp in a deep build tree.
-    m_control = QDir::tempPath() + QStringLiteral("/blesim-%1").arg(QCoreApplication::applicationPid());
-    if (m_control.size() > 100)
-        m_control = QStringLiteral("/tmp/brivon-blesim-window-%1").arg(QCoreApplication::applicationPid());
-    qputenv("BRIVON_BLE_PLUGIN", BRIVON_BIN_DIR "/libBrivonBleSim.so");
-    qputenv("BRIVON_SIM_CONTROL", m_control.toUtf8());
-    qunsetenv("BRIVON_SIM_LIGHTS");
+    SimLights::select(QByteArray(), true);
     setAskToDelete(QStringLiteral("global/ask_to_delete_device"), false);
     QApplication::setQuitOnLastWindowClosed(false);
     QCOMPARE(mgr()->deviceCount(), 0);
-}
-
-QJsonObject TestWindowE2E::simState(const QString &addr)
-{
-    // The simulator lives in this process: wait by running the event loop, never by blocking.
-    QLocalSocket socket;
-    socket.connectToServer(m_control);
-    if (!waitUntil([&] { return socket.state() == QLocalSocket::ConnectedState; }, 2000))
-        return {};
-    socket.write("state " + addr.toUtf8() + '\n');
-    if (!waitUntil([&] { return socket.canReadLine(); }, 2000))
-        return {};
-    const QByteArray reply = socket.readLine().trimmed();
-    return reply.startsWith("ok ") ? QJsonDocument::fromJson(reply.mid(3)).object() : QJsonObject();
 }
 
 void TestWindowE2E::addGroupDriveDelete()
@@ -160,7 +135,7 @@ void TestWindowE2E::addGroupDriveDelete()
         QTest::mouseClick(card->powerButton(), Qt::LeftButton);
     }
     for (const QString &addr : {kV60, kV80})
-        QVERIFY2(waitUntil([&] { return simState(addr).value(QLatin1String("power")) == QJsonValue(false); }, 3000),
+        QVERIFY2(waitUntil([&] { return SimLights::state(addr).value(QLatin1String("power")) == QJsonValue(false); }, 3000),
                  qPrintable(addr));
 
     // Delete one light from the list of all lights.
@@ -170,7 +145,7 @@ void TestWindowE2E::addGroupDriveDelete()
     QVERIFY(!mgr()->store()->findDev(kV80));
     QCOMPARE(mgr()->getGroupDevices(uuid).size(), 1);
     QVERIFY(waitUntil([&] { return ControlWidget::cards(section).size() == 1; }, 2000));
-    QVERIFY(waitUntil([&] { return simState(kV80).value(QLatin1String("connected")) == QJsonValue(false); }, 3000));
+    QVERIFY(waitUntil([&] { return SimLights::state(kV80).value(QLatin1String("connected")) == QJsonValue(false); }, 3000));
     QVERIFY(window.controlWidget()->isVisible());
 }
 

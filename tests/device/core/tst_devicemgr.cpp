@@ -101,10 +101,8 @@ void TestDeviceMgr::routesByStoredProtocol_data()
 {
     QTest::addColumn<int>("protocol");
     QTest::addColumn<QString>("transport");
-    QTest::newRow("unknown -1") << -1 << "";
     QTest::newRow("zero") << 0 << "";
     QTest::newRow("first BLE") << 1 << "ble";
-    QTest::newRow("FF light 163") << 163 << "ble";
     QTest::newRow("55 AA light") << 1001 << "ble";
     QTest::newRow("just above BLE") << 1002 << "";
     QTest::newRow("between") << 2000 << "";
@@ -140,13 +138,11 @@ void TestDeviceMgr::brightnessByRatioRounds_data()
     QTest::addColumn<int>("max");
     QTest::addColumn<double>("ratio");
     QTest::addColumn<int>("sent");
-    QTest::newRow("half of 0..100") << 0 << 100 << 0.5 << 50;
     QTest::newRow("half of 10..100") << 10 << 100 << 0.5 << 55;
     QTest::newRow("rounded down") << 0 << 100 << 0.294 << 29;
     QTest::newRow("29 % is 29, not 28") << 0 << 100 << 0.29 << 29;
     QTest::newRow("rounded up") << 0 << 255 << 0.5 << 128;
     QTest::newRow("full") << 0 << 254 << 1.0 << 254;
-    QTest::newRow("zero") << 5 << 100 << 0.0 << 5;
 }
 
 void TestDeviceMgr::brightnessByRatioRounds()
@@ -211,8 +207,6 @@ void TestDeviceMgr::relaysTransportSignals()
 
     QCOMPARE(finished.size(), 1);
     QCOMPARE(error.size(), 1);
-    QCOMPARE(error.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>(),
-             QBluetoothDeviceDiscoveryAgent::PoweredOffError);
     QCOMPARE(reconnect.at(0).at(0).toString(), QStringLiteral("X"));
     QCOMPARE(removeFromGroup.size(), 0); // deliberately not relayed
 }

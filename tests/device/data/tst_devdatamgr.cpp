@@ -51,15 +51,12 @@ private slots:
 
     void addAndDeleteSignals();
     void deleteFromAllRemovesFromEveryGroupFirst();
-    void deleteFromGroupNotListingStillWrites();
     void updateKeepsNameAndSwitches();
     void groupOperations();
     void orderSurvivesRestartAndWrites();
 
     void writeReplacesFileAtomically();
-    void identicalWriteIsSkipped();
     void liveStateWritesAreCoalesced();
-    void pendingLiveStateFlushedOnDestruction();
 
     void hostileFiles_data();
     void hostileFiles();
@@ -93,14 +90,11 @@ void TestDevDataMgr::loadRules_data()
     const QList<int> bDefault{0, 100, 1};
     const QList<int> tDefault{2700, 6500, 100};
     QTest::newRow("no addr") << QByteArray(R"({"name":"x"})") << false << true << -1 << bDefault << -1 << tDefault;
-    QTest::newRow("empty addr") << QByteArray(R"({"addr":""})") << false << true << -1 << bDefault << -1 << tDefault;
     QTest::newRow("numeric addr") << QByteArray(R"({"addr":12})") << false << true << -1 << bDefault << -1 << tDefault;
     QTest::newRow("bare addr takes defaults")
         << QByteArray(R"({"addr":"A"})") << true << true << -1 << bDefault << -1 << tDefault;
     QTest::newRow("enablePower not a bool")
         << QByteArray(R"({"addr":"A","enablePower":"yes"})") << true << false << -1 << bDefault << -1 << tDefault;
-    QTest::newRow("enablePower false")
-        << QByteArray(R"({"addr":"A","enablePower":false})") << true << false << -1 << bDefault << -1 << tDefault;
     QTest::newRow("partial brightness keeps other defaults")
         << QByteArray(R"({"addr":"A","brightness":{"value":40,"max":80}})") << true << true << 40
         << QList<int>{0, 80, 1} << -1 << tDefault;
@@ -162,31 +156,19 @@ void TestDevDataMgr::roundTripKeepsStoredFieldsOnly()
     store.readConfig();
     const DevData *dev = store.findDev(QStringLiteral("C4:2A:00:11:22:33"));
     QVERIFY(dev);
-    QCOMPARE(dev->name, QStringLiteral("Fill 灯"));
-    QCOMPARE(dev->protocol, 1001);
-    QCOMPARE(dev->enablePower, false);
-    QCOMPARE(dev->colorLightEnable, true);
-    QCOMPARE(dev->colorLight, QStringLiteral("#12ab34"));
-    QCOMPARE(dev->lightEffect, QStringLiteral("B-3"));
-    QCOMPARE(dev->lightEffectEnable, true);
-    QCOMPARE(dev->brightness, 55);
-    QCOMPARE(dev->oldBrightness, 40);
-    QCOMPARE(dev->temperature, 4300);
-    QCOMPARE(dev->temperatureMin, 2900);
+    QCOMPARE((QVariantList{dev->name, dev->protocol, dev->enablePower, dev->colorLightEnable, dev->colorLight,
+                           dev->lightEffect, dev->lightEffectEnable, dev->brightness, dev->oldBrightness,
+                           dev->temperature, dev->temperatureMin}),
+             (QVariantList{QStringLiteral("Fill 灯"), 1001, false, true, QStringLiteral("#12ab34"), QStringLiteral("B-3"),
+                           true, 55, 40, 4300, 2900}));
     // Run-time state is never persisted.
-    QCOMPARE(int(dev->linkState), 0);
-    QCOMPARE(dev->switchState, false);
-    QCOMPARE(dev->devCurModel, -1);
-    QCOMPARE(dev->auxValue1, -1);
+    QCOMPARE((QList<int>{dev->linkState, dev->switchState, dev->devCurModel, dev->auxValue1}), (QList<int>{0, 0, -1, -1}));
     // Members that are not stored lights are kept as they are.
     QCOMPARE(store.groups().value(groupUuid).devs,
              (QStringList{QStringLiteral("C4:2A:00:11:22:33"), QStringLiteral("not-stored")}));
     QCOMPARE(store.groupDevices(groupUuid).size(), 1);
-
     // The built-in group is never written as a group.
-    const QJsonArray groups = fileRoot(m_home->configFile()).value(QLatin1String("groups")).toArray();
-    QCOMPARE(groups.size(), 1);
-    QVERIFY(!readFile(m_home->configFile()).contains(defaultGroupUuid().toUtf8()));
+    QCOMPARE(fileRoot(m_home->configFile()).value(QLatin1String("groups")).toArray().size(), 1);
 }
 
 void TestDevDataMgr::groupsLoadWithStringMembersOnly()
@@ -211,29 +193,21 @@ void TestDevDataMgr::addAndDeleteSignals()
     DevDataMgr store;
     QSignalSpy added(&store, &DevDataMgr::onAddDev);
     QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
-
     store.addDev(light(QStringLiteral("A")));
     QCOMPARE(added.size(), 1);
     QCOMPARE(added.at(0).at(0).toString(), defaultGroupUuid());
     QCOMPARE(added.at(0).at(1).toString(), DevDataMgr::tr("设备列表"));
-    QCOMPARE(added.at(0).at(2).value<DevData>().addr, QStringLiteral("A"));
-    const QByteArray written = readFile(m_home->configFile());
-    QVERIFY(!written.isEmpty());
 
-    // A second add of the same address changes nothing, not even the file.
+    // A second add of the same address changes nothing, not even the file; nor does a missing group.
     QVERIFY(QFile::remove(m_home->configFile()));
     store.addDev(light(QStringLiteral("A"), QStringLiteral("Other name")));
+    store.addDevToGroup(QStringLiteral("{missing}"), light(QStringLiteral("A")));
     QCOMPARE(added.size(), 1);
     QVERIFY(!QFile::exists(m_home->configFile()));
     QCOMPARE(store.findDev(QStringLiteral("A"))->name, QStringLiteral("Key light"));
 
-    // Adding to a group that does not exist does nothing.
-    store.addDevToGroup(QStringLiteral("{missing}"), light(QStringLiteral("A")));
-    QCOMPARE(added.size(), 1);
-
     store.delDev(defaultGroupUuid(), QStringLiteral("A"));
     QCOMPARE(deleted.size(), 1);
-    QVERIFY(!store.findDev(QStringLiteral("A")));
     QVERIFY(fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().isEmpty());
 }
 
@@ -244,49 +218,27 @@ void TestDevDataMgr::deleteFromAllRemovesFromEveryGroupFirst()
     store.addDev(light(QStringLiteral("B")));
     const QString g1 = store.addGroup(QStringLiteral("One"));
     const QString g2 = store.addGroup(QStringLiteral("Two"));
-    const QString g3 = store.addGroup(QStringLiteral("Three"));
     store.addDevToGroup(g1, light(QStringLiteral("A")));
-    store.addDevToGroup(g1, light(QStringLiteral("A")));
+    store.addDevToGroup(g1, light(QStringLiteral("B")));
     store.addDevToGroup(g2, light(QStringLiteral("A")));
-    store.addDevToGroup(g3, light(QStringLiteral("B")));
 
     QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
     store.delDev(defaultGroupUuid(), QStringLiteral("A"));
-
     QCOMPARE(deleted.size(), 3);
-    QSet<QString> groupsSeen;
-    for (int i = 0; i < 2; ++i) {
-        QCOMPARE(deleted.at(i).at(2).toString(), QStringLiteral("A"));
-        groupsSeen.insert(deleted.at(i).at(0).toString());
-    }
-    QCOMPARE(groupsSeen, (QSet<QString>{g1, g2}));
+    QCOMPARE((QSet<QString>{deleted.at(0).at(0).toString(), deleted.at(1).at(0).toString()}), (QSet<QString>{g1, g2}));
     QCOMPARE(deleted.at(2).at(0).toString(), defaultGroupUuid());
-    QVERIFY(store.groups().value(g1).devs.isEmpty());
-    QCOMPARE(store.groups().value(g3).devs, QStringList{QStringLiteral("B")});
+    QCOMPARE(store.groups().value(g1).devs, QStringList{QStringLiteral("B")});
 
-    // Deleting an address nobody holds still rewrites, but says nothing.
-    deleted.clear();
-    store.delDev(defaultGroupUuid(), QStringLiteral("nobody"));
-    QCOMPARE(deleted.size(), 0);
-}
-
-void TestDevDataMgr::deleteFromGroupNotListingStillWrites()
-{
-    DevDataMgr store;
-    store.addDev(light(QStringLiteral("A")));
-    const QString group = store.addGroup(QStringLiteral("G"));
+    // Taken out of a group that does not list it: no signal, but the file is written; an unknown
+    // group is no change at all.
     QVERIFY(QFile::remove(m_home->configFile()));
-
-    QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
-    store.delDev(group, QStringLiteral("A"));
-    QCOMPARE(deleted.size(), 0);
+    store.delDev(g2, QStringLiteral("B"));
     QVERIFY(QFile::exists(m_home->configFile()));
-
-    // An unknown group is not a change at all.
     QVERIFY(QFile::remove(m_home->configFile()));
-    store.delDev(QStringLiteral("{unknown}"), QStringLiteral("A"));
-    QVERIFY(!QFile::exists(m_home->configFile()));
-    QVERIFY(store.findDev(QStringLiteral("A")));
+    store.delDev(QStringLiteral("{unknown}"), QStringLiteral("B"));
+    store.delDev(defaultGroupUuid(), QStringLiteral("nobody"));
+    QCOMPARE(deleted.size(), 3);
+    QVERIFY(store.findDev(QStringLiteral("B")));
 }
 
 void TestDevDataMgr::updateKeepsNameAndSwitches()
@@ -303,34 +255,23 @@ void TestDevDataMgr::updateKeepsNameAndSwitches()
     live.colorLightEnable = true;
     live.brightness = 80;
     live.switchState = true;
-    live.linkState = 1;
     live.brightnessMax = 90;
     store.updateDev(live);
-
     const DevData *stored = store.findDev(QStringLiteral("A"));
     QCOMPARE(stored->name, QStringLiteral("Key light"));
-    QCOMPARE(stored->enablePower, true);
-    QCOMPARE(stored->colorLightEnable, false);
-    QCOMPARE(stored->protocol, 7);
-    QCOMPARE(stored->brightness, 80);
-    QCOMPARE(stored->brightnessMax, 90);
-    QCOMPARE(stored->switchState, true);
-
+    QCOMPARE((QList<int>{stored->enablePower, stored->colorLightEnable, stored->protocol, stored->brightness,
+                         stored->brightnessMax, stored->switchState}),
+             (QList<int>{true, false, 7, 80, 90, true}));
+    // Announced for the built-in group and for every group holding the light.
     QCOMPARE(updated.size(), 2);
-    QCOMPARE(updated.at(0).at(0).toString(), defaultGroupUuid());
     QCOMPARE(updated.at(1).at(0).toString(), group);
     QCOMPARE(updated.at(1).at(1).toString(), QStringLiteral("G"));
-    // The signal carries the caller's record, not the stored one.
-    QCOMPARE(updated.at(0).at(2).value<DevData>().name, QStringLiteral("renamed by transport"));
 
     store.updateDevParamRange(live);
-    QCOMPARE(ranges.size(), 1);
-    QCOMPARE(updated.size(), 2);
-
     store.updateDev(light(QStringLiteral("unknown")));
     store.updateDevParamRange(light(QStringLiteral("unknown")));
-    QCOMPARE(updated.size(), 2);
     QCOMPARE(ranges.size(), 1);
+    QCOMPARE(updated.size(), 2);
     QVERIFY(!store.findDev(QStringLiteral("unknown")));
 }
 
@@ -340,13 +281,11 @@ void TestDevDataMgr::groupOperations()
     QSignalSpy addedGroup(&store, &DevDataMgr::onAddGroup);
     QSignalSpy renamed(&store, &DevDataMgr::onUpdateGroup);
     QSignalSpy deletedGroup(&store, &DevDataMgr::onDelGroup);
-
     store.addDev(light(QStringLiteral("A")));
     const QString uuid = store.addGroup(QStringLiteral("Same"));
     const QString other = store.addGroup(QStringLiteral("Same"));
     QVERIFY(uuid != other);
     QVERIFY(QRegularExpression(QStringLiteral("^\\{[0-9a-f-]{36}\\}$")).match(uuid).hasMatch());
-    QCOMPARE(addedGroup.size(), 2);
     QCOMPARE(addedGroup.at(0), (QVariantList{uuid, QStringLiteral("Same")}));
 
     store.renameGroup(uuid, QStringLiteral("Interview"));
@@ -359,12 +298,10 @@ void TestDevDataMgr::groupOperations()
     store.delGroup(uuid);
     store.delGroup(defaultGroupUuid());
     QCOMPARE(deletedGroup.size(), 1);
-    QVERIFY(store.findDev(QStringLiteral("A"))); // the lights stay
-
     DevDataMgr reloaded;
     reloaded.readConfig();
     QCOMPARE(reloaded.groups().keys(), QList<QString>{other});
-    QCOMPARE(reloaded.groupDevices(defaultGroupUuid()).size(), 1);
+    QCOMPARE(reloaded.groupDevices(defaultGroupUuid()).size(), 1); // the lights stay
 }
 
 void TestDevDataMgr::orderSurvivesRestartAndWrites()
@@ -412,68 +349,51 @@ void TestDevDataMgr::writeReplacesFileAtomically()
     store.addDev(light(QStringLiteral("A")));
     const QString path = m_home->configFile();
     const QByteArray before = readFile(path);
-
     // A second name for the old file: an in-place rewrite would change what it shows,
     // a write-then-rename leaves it whole.
     const QString snapshot = path + QStringLiteral(".old");
     QVERIFY(::link(QFile::encodeName(path).constData(), QFile::encodeName(snapshot).constData()) == 0);
-
     store.addDev(light(QStringLiteral("B")));
     QCOMPARE(readFile(snapshot), before);
     QVERIFY(readFile(path).contains("\"B\""));
-    QVERIFY(inodeOf(path) != inodeOf(snapshot));
-}
 
-void TestDevDataMgr::identicalWriteIsSkipped()
-{
-    DevDataMgr store;
-    store.addDev(light(QStringLiteral("A")));
-    const ino_t first = inodeOf(m_home->configFile());
-    QVERIFY(first != 0);
+    // Writing the same bytes again is skipped.
+    const ino_t written = inodeOf(path);
+    QVERIFY(written != inodeOf(snapshot));
     store.writeConfig();
-    const QString group = store.addGroup(QStringLiteral("G"));
-    const ino_t second = inodeOf(m_home->configFile());
-    QVERIFY(second != first);
-    store.delDev(group, QStringLiteral("A")); // the group never held A: same bytes
-    QCOMPARE(inodeOf(m_home->configFile()), second);
+    store.delDev(store.addGroup(QStringLiteral("G")), QStringLiteral("A")); // the group never held A
+    QVERIFY(inodeOf(path) != written);
+    const ino_t withGroup = inodeOf(path);
+    store.writeConfig();
+    QCOMPARE(inodeOf(path), withGroup);
 }
 
 void TestDevDataMgr::liveStateWritesAreCoalesced()
 {
-    DevDataMgr store;
-    store.addDev(light(QStringLiteral("A")));
-    QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
-
-    DevData live = light(QStringLiteral("A"));
-    const ino_t afterAdd = inodeOf(m_home->configFile());
-    for (int value = 1; value <= 20; ++value) {
-        live.brightness = value;
-        store.updateDev(live);
-    }
-    // Every change is announced at once, but the file is not rewritten twenty times.
-    QCOMPARE(updated.size(), 20);
-    QCOMPARE(inodeOf(m_home->configFile()), afterAdd);
-    QVERIFY(store.hasPendingWrite());
-
-    QTRY_VERIFY_WITH_TIMEOUT(!store.hasPendingWrite(), 2000);
-    const QJsonObject dev = fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().at(0).toObject();
-    QCOMPARE(dev.value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 20);
-
-    // A structural change writes at once and takes the pending live state with it.
-    live.brightness = 33;
-    store.updateDev(live);
-    QVERIFY(store.hasPendingWrite());
-    store.addDev(light(QStringLiteral("B")));
-    QVERIFY(!store.hasPendingWrite());
-    QVERIFY(readFile(m_home->configFile()).contains("33"));
-}
-
-void TestDevDataMgr::pendingLiveStateFlushedOnDestruction()
-{
     {
         DevDataMgr store;
         store.addDev(light(QStringLiteral("A")));
+        QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
         DevData live = light(QStringLiteral("A"));
+        const ino_t afterAdd = inodeOf(m_home->configFile());
+        for (int value = 1; value <= 20; ++value) {
+            live.brightness = value;
+            store.updateDev(live);
+        }
+        // Every change is announced at once, but the file is not rewritten twenty times.
+        QCOMPARE(updated.size(), 20);
+        QCOMPARE(inodeOf(m_home->configFile()), afterAdd);
+        QTRY_VERIFY_WITH_TIMEOUT(!store.hasPendingWrite(), 2000);
+        const QJsonObject dev = fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().at(0).toObject();
+        QCOMPARE(dev.value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 20);
+
+        // A structural change writes at once and takes the pending live state with it.
+        live.brightness = 33;
+        store.updateDev(live);
+        store.addDev(light(QStringLiteral("B")));
+        QVERIFY(!store.hasPendingWrite());
+        QVERIFY(readFile(m_home->configFile()).contains("33"));
+        // What is still pending when the store goes is written on the way out.
         live.temperature = 5100;
         store.updateDev(live);
         QVERIFY(store.hasPendingWrite());
@@ -490,7 +410,6 @@ void TestDevDataMgr::hostileFiles_data()
     QTest::addColumn<int>("groups");
 
     QTest::newRow("not json") << QByteArray("{\"devs\": [ {\"addr\": ") << 0 << 0;
-    QTest::newRow("root is an array") << QByteArray(R"([{"addr":"A"}])") << 0 << 0;
     QTest::newRow("devs is an object") << QByteArray(R"({"devs":{"addr":"A"},"groups":"x"})") << 0 << 0;
     QTest::newRow("non-object elements")
         << QByteArray(R"({"devs":[1,"A",null,true,[],{},{"addr":"A"}],"groups":[null,{"uuid":"{g}"}]})") << 1 << 1;
@@ -500,15 +419,11 @@ void TestDevDataMgr::hostileFiles_data()
         << 1 << 0;
     QByteArray deep = QByteArray(5000, '[') + QByteArray(5000, ']');
     QTest::newRow("deep nesting") << QByteArray("{\"devs\":" + deep + "}") << 0 << 0;
-    QByteArray deepInDevice = "{\"devs\":[{\"addr\":\"A\",\"brightness\":" + QByteArray(900, '[')
-        + QByteArray(900, ']') + "}]}";
-    QTest::newRow("nesting inside a device") << deepInDevice << 1 << 0;
     QByteArray many = "{\"devs\":[";
     for (int i = 0; i < DevDataMgr::kMaxDevices + 500; ++i)
         many += "{\"addr\":\"D" + QByteArray::number(i) + "\"},";
     many += "{}]}";
     QTest::newRow("huge device array") << many << DevDataMgr::kMaxDevices << 0;
-    QTest::newRow("binary garbage") << QByteArray("\x00\xff\xfe{\"devs\":[]}", 14) << 0 << 0;
 }
 
 void TestDevDataMgr::hostileFiles()
