@@ -178,11 +178,58 @@ private slots:
         QCOMPARE(SimLights::command(QStringLiteral("knob %1 power on").arg(kV1)), QStringLiteral("ok"));
         QVERIFY(waitStored(kV1, [](const DevData &d) { return d.switchState; }));
 
+        // While the user drags the 162 light, its reports are held back; the other lights' are
+        // not, the 55 AA light's included.
+        const auto knob = [](const QString &addr, int brightness) {
+            return SimLights::command(QStringLiteral("knob %1 brightness %2").arg(addr).arg(brightness)) == QLatin1String("ok");
+        };
+        m_mgr->setAdjusting(kV162, true);
+        QVERIFY(knob(kV162, 21) && knob(kV1, 22) && knob(kQ, 23));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.brightness == 22; }));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 23; }));
+        QTest::qWait(150);
+        QCOMPARE(stored(kV162).brightness, 33);
+        m_mgr->setAdjusting(kV162, false);
+        QVERIFY(knob(kV162, 24));
+        QVERIFY(waitStored(kV162, [](const DevData &d) { return d.brightness == 24; }));
+
         // On the 55 AA light: id 32 reports.
         QCOMPARE(SimLights::command(QStringLiteral("knob %1 temperature 3500").arg(kQ)), QStringLiteral("ok"));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.temperature == 3500 && d.devCurModel == 1; }));
-        QCOMPARE(SimLights::command(QStringLiteral("knob %1 brightness 18").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(knob(kQ, 18));
         QVERIFY(waitStored(kQ, [](const DevData &d) { return d.brightness == 18; }));
+
+        // Off in the app, then an effect is started and brightened at the light: it shows as on.
+        m_mgr->powerOff(kQ);
+        QVERIFY(waitSimHas(kQ, {{"brightness", 0}}));
+        QCOMPARE(SimLights::command(QStringLiteral("knob %1 effect B-2").arg(kQ)), QStringLiteral("ok"));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.lightEffect == QLatin1String("B-2") && d.devCurModel == 2; }));
+        QCOMPARE(stored(kQ).switchState, false);
+        QVERIFY(knob(kQ, 25));
+        QVERIFY(waitStored(kQ, [](const DevData &d) { return d.switchState && d.brightness == 25 && d.devCurModel == 2; }));
+    }
+
+    void unpluggedLightIsTriedWithGrowingPauses()
+    {
+        // Two minutes on the real schedule, about 12 s on this one: a connection to a light that is
+        // not there fails after 3 s, so four attempts fail before it is plugged in again.
+        LogCapture log(true);
+        QCOMPARE(SimLights::command(QStringLiteral("unplug ") + kV1), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState == 0; }));
+        for (const DevData &dev : scan())
+            QVERIFY(dev.addr != kV1);
+        const QString scheduled = QStringLiteral("[BluetoothMgr::scheduleReconnect]: addr: ") + kV1;
+        QVERIFY(waitUntil([&] { return log.matching(scheduled).size() >= 5; }, 30000));
+        QCOMPARE(int(stored(kV1).linkState), 0);
+        const QStringList pauses = log.matching(scheduled);
+        for (int i = 0; i < 4; ++i) {
+            const int ms = pauses.at(i).section(QStringLiteral("inMs: "), 1).toInt(), nominal = 100 << i;
+            QVERIFY2(ms <= nominal && ms >= nominal * 85 / 100, qPrintable(pauses.at(i)));
+        }
+        QCOMPARE(SimLights::command(QStringLiteral("plug ") + kV1), QStringLiteral("ok"));
+        QVERIFY(waitStored(kV1, [](const DevData &d) { return d.linkState != 0; }, 15000));
+        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceConnected]: reconnected, addr: ") + kV1));
+        QCOMPARE(simInt(kV1, "overlappingAttempts"), 0);
     }
 
     void droppedLinkComesBackByItself()
