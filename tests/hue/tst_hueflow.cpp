@@ -288,69 +288,37 @@ private slots:
         QCOMPARE(dev->linkState, quint8(1));
     }
 
-    void lightListBecomesDiscoveredRecords_data()
+    void lightListBecomesDiscoveredRecordsAndRefreshWritesTheStore()
     {
-        QTest::addColumn<QString>("light");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("on");
-        QTest::addColumn<int>("brightness");
-        QTest::addColumn<int>("temperature");
-        QTest::addColumn<int>("temperatureMin");
-        QTest::addColumn<int>("temperatureMax");
-
-        QTest::newRow("colour") << kColorLight << "Hue color lamp 1" << true << 79 << 2700 << 2000 << 6500;
-        QTest::newRow("ambiance") << kAmbianceLight << "Hue ambiance lamp" << false << 50 << 4200 << 2200 << 6500;
-        QTest::newRow("dimmable only") << kDimmableLight << "Hue white lamp" << true << 100 << -1 << 0 << 0;
-    }
-
-    void lightListBecomesDiscoveredRecords()
-    {
-        QFETCH(QString, light);
         QVERIFY(startFake());
         seedPairedBridge(m_address);
         setDiscoveryStamp(QDateTime::currentDateTime());
-        auto store = std::make_shared<DevDataMgr>();
-        HueDeviceMgr mgr(store);
-        QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
-        mgr.startScan();
+        auto found = std::make_shared<DevDataMgr>();
+        HueDeviceMgr scanner(found);
+        QSignalSpy discovered(&scanner, &BaseDevice::sigDeviceDiscovered);
+        scanner.startScan();
         QVERIFY(waitUntil([&]() { return discovered.size() == 3; }, 15000));
         QCOMPARE(m_fake.requests(QStringLiteral("GET"), kLightPath).first().value("headers").toObject()
                      .value("hue-application-key").toString(), kAppKey);
-
-        DevData dev;
+        QStringList records;
         for (const QList<QVariant> &arguments : qAsConst(discovered)) {
-            if (arguments.first().value<DevData>().addr == address(light))
-                dev = arguments.first().value<DevData>();
+            const DevData dev = arguments.first().value<DevData>();
+            QCOMPARE(dev.protocol, 2001);
+            QCOMPARE(dev.linkState, quint8(1));
+            QCOMPARE(dev.oldBrightness, -1);
+            records << QStringLiteral("%1 %2 on=%3 %4% %5 K %6-%7 colour=%8 mode=%9")
+                           .arg(dev.addr == address(kColorLight) ? "colour" : dev.addr == address(kAmbianceLight) ? "ambiance" : "white",
+                                dev.name)
+                           .arg(dev.switchState).arg(dev.brightness).arg(dev.temperature).arg(dev.temperatureMin)
+                           .arg(dev.temperatureMax).arg(dev.colorLightEnable).arg(dev.devCurModel);
         }
-        QCOMPARE(dev.addr, address(light));
-        QTEST(dev.name, "name");
-        QCOMPARE(dev.protocol, 2001);
-        QTEST(dev.switchState, "on");
-        QTEST(dev.brightness, "brightness");
-        QFETCH(int, temperature);
-        // A light without colour temperature reports no mirek: the field keeps the bridge's 0.
-        QCOMPARE(dev.temperature, temperature < 0 ? 0 : temperature);
-        QTEST(dev.temperatureMin, "temperatureMin");
-        QTEST(dev.temperatureMax, "temperatureMax");
-        QCOMPARE(dev.temperatureRatio, 100);
-        QCOMPARE(dev.brightnessMin, 0);
-        QCOMPARE(dev.brightnessMax, 100);
-        QCOMPARE(dev.brightnessRatio, 1);
-        QCOMPARE(dev.linkState, quint8(1));
-        QVERIFY(dev.enablePower);
-        QCOMPARE(dev.colorLightEnable, light == kColorLight);
-        QVERIFY(!dev.lightEffectEnable);
-        QCOMPARE(dev.oldBrightness, -1);
-        QCOMPARE(dev.auxValue1, -1);
-        QCOMPARE(dev.auxValue2, -1);
-        QCOMPARE(dev.devCurModel, temperature > 0 ? 1 : -1); // colour temperature mode, when reported
-        QCOMPARE(dev.colorLight, QStringLiteral("#FFFFFF"));
-    }
+        records.sort();
+        // A light without colour temperature reports no mirek and no range; its mode stays unknown.
+        QCOMPARE(records, QStringList({QStringLiteral("ambiance Hue ambiance lamp on=0 50% 4200 K 2200-6500 colour=0 mode=1"),
+                                       QStringLiteral("colour Hue color lamp 1 on=1 79% 2700 K 2000-6500 colour=1 mode=1"),
+                                       QStringLiteral("white Hue white lamp on=1 100% 0 K 0-0 colour=0 mode=-1")}));
 
-    void refreshWritesTheStore()
-    {
-        QVERIFY(startFake());
-        seedPairedBridge(m_address);
+        // A refresh writes the same into stored records, keeps their names and leaves other lights alone.
         auto store = std::make_shared<DevDataMgr>();
         for (const QString &light : {kColorLight, kAmbianceLight, kDimmableLight})
             store->addDev(storedLight(address(light)));
@@ -360,84 +328,69 @@ private slots:
         store->addDev(storedLight(QStringLiteral("not/a-hue-address")));
         HueDeviceMgr mgr(store);
         QSignalSpy updates(store.get(), &DevDataMgr::onUpdateDev);
-
+        const int readsBefore = lightReads();
         mgr.refreshDevices();
         QVERIFY(waitUntil([&]() { return updates.size() == 3; }, 15000));
-        QCOMPARE(lightReads(), 3);
-
+        QCOMPARE(lightReads() - readsBefore, 3);
         const DevData *color = store->findDev(address(kColorLight));
-        QCOMPARE(color->temperature, 2700); // 366 mirek
-        QCOMPARE(color->brightness, 79);
-        QCOMPARE(color->switchState, true);
-        QCOMPARE(color->linkState, quint8(1));
-        QCOMPARE(color->temperatureMin, 2000);
-        QCOMPARE(color->temperatureMax, 6500);
-        QCOMPARE(color->name, QStringLiteral("stored"));
-        const DevData *ambiance = store->findDev(address(kAmbianceLight));
-        QCOMPARE(ambiance->temperature, 4200);
-        QCOMPARE(ambiance->switchState, false);
-        QCOMPARE(ambiance->temperatureMin, 2200);
-        const DevData *dimmable = store->findDev(address(kDimmableLight));
-        QCOMPARE(dimmable->temperature, 0);
-        QCOMPARE(dimmable->brightness, 100);
-        QCOMPARE(dimmable->temperatureMin, 0);
-        QCOMPARE(dimmable->temperatureMax, 0);
+        QCOMPARE(QStringLiteral("%1 %2 %3 %4").arg(color->name).arg(color->brightness).arg(color->temperature).arg(color->linkState),
+                 QStringLiteral("stored 79 2700 1"));
+        QCOMPARE(store->findDev(address(kAmbianceLight))->switchState, false);
+        QCOMPARE(store->findDev(address(kDimmableLight))->temperatureMax, 0);
         QCOMPARE(store->findDev(QStringLiteral("AA:BB:CC:DD:EE:FF"))->brightness, 1);
     }
 
-    void requestsCarryBodyAndKey_data();
     void requestsCarryBodyAndKey()
     {
-        QFETCH(QString, operation);
-        QFETCH(int, value);
-        QFETCH(QColor, color);
-        QFETCH(QByteArray, body);
-
+        struct Case { const char *operation; int value; QColor color; const char *body; double x, y; };
+        const Case cases[] = {
+            {"powerOn", 0, {}, R"({"on":{"on":true}})", 0, 0},
+            {"brightness", 42, {}, R"({"dimming":{"brightness":42}})", 0, 0},
+            {"temperature", 2700, {}, R"({"color_temperature":{"mirek":370}})", 0, 0},
+            {"temperature", 6500, {}, R"({"color_temperature":{"mirek":153}})", 0, 0},
+            {"temperature", -1, {}, R"({"color_temperature":{"mirek":153}})", 0, 0},
+            {"color", 0, QColor(Qt::white), nullptr, 0.3227, 0.3290},
+            {"color", 0, QColor(Qt::black), nullptr, 0, 0},
+            {"powerOff", 0, {}, R"({"on":{"on":false}})", 0, 0},
+        };
         QVERIFY(startFake());
         seedPairedBridge(m_address);
         auto store = std::make_shared<DevDataMgr>();
-        DevData stored = storedLight(address(kColorLight));
-        stored.switchState = operation == QLatin1String("powerOff");
-        store->addDev(stored);
+        const QString addr = address(kColorLight);
+        store->addDev(storedLight(addr));
         HueDeviceMgr mgr(store);
-        QSignalSpy updates(store.get(), &DevDataMgr::onUpdateDev);
-
-        if (operation == QLatin1String("powerOn"))
-            mgr.powerOn(stored.addr);
-        else if (operation == QLatin1String("powerOff"))
-            mgr.powerOff(stored.addr);
-        else if (operation == QLatin1String("brightness"))
-            mgr.setBrightness(stored.addr, value);
-        else if (operation == QLatin1String("temperature"))
-            mgr.setTemperature(stored.addr, value);
-        else
-            mgr.setColor(stored.addr, color);
-
         const QString path = kLightPath + QLatin1Char('/') + kColorLight;
-        QVERIFY(m_fake.waitForRequests(1, QStringLiteral("PUT"), path));
-        const QJsonObject request = m_fake.requests(QStringLiteral("PUT"), path).first();
-        const QJsonObject headers = request.value("headers").toObject();
-        QCOMPARE(headers.value("hue-application-key").toString(), kAppKey);
-        QCOMPARE(headers.value("content-type").toString(), QStringLiteral("application/json"));
-        QVERIFY(request.value("tls").toBool());
-        const QByteArray sent = request.value("body").toString().toUtf8();
-        if (!body.isEmpty()) {
-            QCOMPARE(sent, body);
-        } else {
-            const QJsonObject xy = QJsonDocument::fromJson(sent).object().value("color").toObject().value("xy").toObject();
-            QFETCH(double, x);
-            QFETCH(double, y);
-            QVERIFY2(qAbs(xy.value("x").toDouble(-1) - x) < 1e-4, sent.constData());
-            QVERIFY2(qAbs(xy.value("y").toDouble(-1) - y) < 1e-4, sent.constData());
-        }
-
-        if (operation.startsWith(QLatin1String("power"))) {
+        int sent = 0;
+        for (const Case &c : cases) {
+            const QString operation = QLatin1String(c.operation);
+            if (operation == QLatin1String("powerOn"))
+                mgr.powerOn(addr);
+            else if (operation == QLatin1String("powerOff"))
+                mgr.powerOff(addr);
+            else if (operation == QLatin1String("brightness"))
+                mgr.setBrightness(addr, c.value);
+            else if (operation == QLatin1String("temperature"))
+                mgr.setTemperature(addr, c.value);
+            else
+                mgr.setColor(addr, c.color);
+            QVERIFY2(m_fake.waitForRequests(++sent, QStringLiteral("PUT"), path), c.operation);
+            const QJsonObject request = m_fake.requests(QStringLiteral("PUT"), path).last();
+            const QJsonObject headers = request.value("headers").toObject();
+            QCOMPARE(headers.value("hue-application-key").toString(), kAppKey);
+            QCOMPARE(headers.value("content-type").toString(), QStringLiteral("application/json"));
+            QVERIFY(request.value("tls").toBool());
+            const QByteArray body = request.value("body").toString().toUtf8();
+            const QJsonObject xy = QJsonDocument::fromJson(body).object().value("color").toObject().value("xy").toObject();
+            if (c.body)
+                QCOMPARE(body, indented(c.body));
+            else
+                QVERIFY2(qAbs(xy.value("x").toDouble(-1) - c.x) < 1e-4 && qAbs(xy.value("y").toDouble(-1) - c.y) < 1e-4,
+                         body.constData());
             // The bridge's answer names the light; the store follows it.
-            QVERIFY(waitUntil([&]() { return updates.size() == 1; }, 15000));
-            const DevData *dev = store->findDev(stored.addr);
-            QCOMPARE(dev->switchState, operation == QLatin1String("powerOn"));
-            QCOMPARE(dev->linkState, quint8(operation == QLatin1String("powerOn") ? 1 : 0));
+            if (operation == QLatin1String("powerOn"))
+                QVERIFY(waitUntil([&]() { return store->findDev(addr)->switchState && store->findDev(addr)->linkState == 1; }, 15000));
         }
+        QVERIFY(waitUntil([&]() { return !store->findDev(addr)->switchState && store->findDev(addr)->linkState == 0; }, 15000));
     }
 
     void singlePortServesPairingAndLights()
@@ -765,29 +718,6 @@ void TestHueFlow::discoveryReplies_data()
     QTest::newRow("html 429") << 429 << QStringLiteral("text/html")
                               << "<html><head><title>429 Too Many Requests</title></head></html>" << QStringList()
                               << true;
-}
-
-void TestHueFlow::requestsCarryBodyAndKey_data()
-{
-    QTest::addColumn<QString>("operation");
-    QTest::addColumn<int>("value");
-    QTest::addColumn<QColor>("color");
-    QTest::addColumn<QByteArray>("body"); // exact, or empty for the colour rows
-    QTest::addColumn<double>("x");
-    QTest::addColumn<double>("y");
-
-    QTest::newRow("power on") << "powerOn" << 0 << QColor() << indented(R"({"on":{"on":true}})") << 0.0 << 0.0;
-    QTest::newRow("power off") << "powerOff" << 0 << QColor() << indented(R"({"on":{"on":false}})") << 0.0 << 0.0;
-    QTest::newRow("brightness") << "brightness" << 42 << QColor() << indented(R"({"dimming":{"brightness":42}})") << 0.0
-                                << 0.0;
-    QTest::newRow("2700 K") << "temperature" << 2700 << QColor() << indented(R"({"color_temperature":{"mirek":370}})")
-                            << 0.0 << 0.0;
-    QTest::newRow("6500 K") << "temperature" << 6500 << QColor() << indented(R"({"color_temperature":{"mirek":153}})")
-                            << 0.0 << 0.0;
-    QTest::newRow("-1 K") << "temperature" << -1 << QColor() << indented(R"({"color_temperature":{"mirek":153}})")
-                          << 0.0 << 0.0;
-    QTest::newRow("white") << "color" << 0 << QColor(Qt::white) << QByteArray() << 0.3227 << 0.3290;
-    QTest::newRow("black") << "color" << 0 << QColor(Qt::black) << QByteArray() << 0.0 << 0.0;
 }
 
 void TestHueFlow::bridgeCertificates_data()
