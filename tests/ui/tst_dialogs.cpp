@@ -74,8 +74,7 @@ private slots:
         QFETCH(QString, button);
         QFETCH(int, deletions);
 
-        QVERIFY(askToDeleteDevice());
-        QVERIFY(askToDeleteGroup());
+        QVERIFY(askToDeleteDevice() && askToDeleteGroup());
         DeleteTipsWidget tips(QStringLiteral("确认删除该设备？"));
         tips.setSettingKey(key);
         tips.setName(QStringLiteral("Key light"));
@@ -121,8 +120,7 @@ private slots:
         auto *strip = box.findChild<TipsBar *>();
         const QPoint start = box.pos();
 
-        const QPointF grip(40, 10);
-        const QPointF global = strip->mapToGlobal(grip);
+        const QPointF grip(40, 10), global = strip->mapToGlobal(grip);
         QMouseEvent press(QEvent::MouseButtonPress, grip, global, button, button, Qt::NoModifier);
         QApplication::sendEvent(strip, &press);
         // Two steps: the box follows the pointer rather than adding up the steps.
@@ -159,9 +157,7 @@ private slots:
         slider.resize(300, 30);
         const QImage image = slider.grab().toImage();
         const int y = image.height() / 2;
-        const auto near = [](const QColor &a, const QColor &b) {
-            return qAbs(a.red() - b.red()) < 24 && qAbs(a.green() - b.green()) < 24 && qAbs(a.blue() - b.blue()) < 24;
-        };
+        const auto near = [](const QColor &a, const QColor &b) { return qAbs(a.red() - b.red()) < 24 && qAbs(a.green() - b.green()) < 24 && qAbs(a.blue() - b.blue()) < 24; };
         QFETCH(QColor, left);
         QFETCH(QColor, right);
         QVERIFY2(near(image.pixelColor(4, y), left), qPrintable(image.pixelColor(4, y).name()));
