@@ -18,14 +18,12 @@
 #include <QGroupBox>
 #include <QInputDialog>
 #include <QLabel>
-#include <QMenu>
 #include <QPointer>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
-#include <QTimer>
 
 #include <algorithm>
 #include <memory>
@@ -48,8 +46,7 @@ const DevData kBack = light(QStringLiteral("AA:00:00:00:01:03"), QStringLiteral(
 QStringList titles(const ControlWidget &panel)
 {
     QStringList result;
-    const QList<QGroupBox *> sections = panel.sections();
-    for (const QGroupBox *box : sections)
+    for (const QGroupBox *box : panel.sections())
         result << box->title();
     return result;
 }
@@ -57,8 +54,7 @@ QStringList titles(const ControlWidget &panel)
 QStringList cardAddrs(const QGroupBox *section)
 {
     QStringList result;
-    const QList<ControlItemWidget *> cards = ControlWidget::cards(section);
-    for (const ControlItemWidget *card : cards)
+    for (const ControlItemWidget *card : ControlWidget::cards(section))
         result << card->addr();
     return result;
 }
@@ -70,249 +66,213 @@ class TestControlWidget : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void cleanup();
+    void initTestCase()
+    {
+        m_home = std::make_unique<TestHome>();
+        SimLights::select(QByteArrayLiteral("[]"), false);
+        QCOMPARE(mgr()->deviceCount(), 0);
+    }
 
-    void builtFromTheStore();
-    void sectionsComeAndGoWithTheirCards();
-    void deletingAGroupLeavesOtherSections();
-    void cardDeleteFromItsMenu_data();
-    void cardDeleteFromItsMenu();
-    void renameFromTheCardShowsEverywhere();
-    void cardsGetTheirControlsWhenReached();
+    void cleanup()
+    {
+        for (const QString &uuid : mgr()->getGroups().keys())
+            mgr()->delGroup(uuid);
+        for (const QString &addr : mgr()->getDevices().keys())
+            mgr()->delDev(defaultGroupUuid(), addr);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+
+    void builtFromTheStore()
+    {
+        // Added in an order that is neither by name nor by address.
+        mgr()->addDev(kFill);
+        mgr()->addDev(kKey);
+        mgr()->addDev(kBack);
+        const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+        mgr()->addDevToGroup(stage, kBack);
+        mgr()->addDevToGroup(stage, kKey);
+        mgr()->addGroup(QStringLiteral("Empty"));
+        const QString alpha = mgr()->addGroup(QStringLiteral("Alpha"));
+        mgr()->addDevToGroup(alpha, kFill);
+        mgr()->addDevToGroup(alpha, kKey);
+
+        ControlWidget panel;
+        // Sections and cards in the order they were added.
+        QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage"), QStringLiteral("Alpha")}));
+        QCOMPARE(panel.sections().at(0)->property("uuid").toString(), defaultGroupUuid());
+        QCOMPARE(cardAddrs(panel.sections().at(0)), (QStringList{kFill.addr, kKey.addr, kBack.addr}));
+        // A group keeps its own order.
+        QCOMPARE(cardAddrs(panel.section(stage)), (QStringList{kBack.addr, kKey.addr}));
+        ControlItemWidget *card = ControlWidget::card(panel.section(stage), kKey.addr);
+        QCOMPARE(card->groupUuid(), stage);
+        QCOMPARE(card->nameLabel()->toolTip(), QStringLiteral("Key"));
+
+        // Renaming a group changes only its title; deleting one takes only its own section.
+        QPointer<ControlItemWidget> gone = card;
+        mgr()->renameGroup(alpha, QStringLiteral("Alpha 2"));
+        QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage"), QStringLiteral("Alpha 2")}));
+        QCOMPARE(ControlWidget::card(panel.section(alpha), kKey.addr)->groupUuid(), alpha);
+        mgr()->delGroup(stage);
+        QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Alpha 2")}));
+        QCOMPARE(cardAddrs(panel.section(alpha)), (QStringList{kFill.addr, kKey.addr}));
+        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())).size(), 3);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(gone.isNull());
+    }
+
+    void sectionsComeAndGoWithTheirCards()
+    {
+        ControlWidget panel;
+        QSignalSpy cleared(&panel, &ControlWidget::clearDeviceSig);
+        QVERIFY(panel.sections().isEmpty());
+
+        mgr()->addDev(kKey);
+        QCOMPARE(titles(panel), QStringList{QStringLiteral("设备列表")});
+        mgr()->addDev(kFill);
+        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kKey.addr, kFill.addr}));
+
+        // A new group shows nothing until its first light.
+        const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+        QCOMPARE(panel.sections().size(), 1);
+        mgr()->addDevToGroup(stage, kFill);
+        QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage")}));
+        mgr()->addDevToGroup(stage, kFill);
+        QCOMPARE(cardAddrs(panel.section(stage)), QStringList{kFill.addr});
+
+        // The group's last light takes its section along, and nothing tells the window to go empty.
+        mgr()->delDev(stage, kFill.addr);
+        QCOMPARE(titles(panel), QStringList{QStringLiteral("设备列表")});
+        QCOMPARE(cleared.count(), 0);
+        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kKey.addr, kFill.addr}));
+
+        mgr()->delDev(defaultGroupUuid(), kKey.addr);
+        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), QStringList{kFill.addr});
+        QCOMPARE(cleared.count(), 0);
+        mgr()->delDev(defaultGroupUuid(), kFill.addr);
+        QVERIFY(panel.sections().isEmpty());
+        QCOMPARE(cleared.count(), 1);
+
+        // Nothing left to remove: the window is still told that no light is there.
+        panel.onDelDev(defaultGroupUuid(), QStringLiteral("设备列表"), kFill.addr);
+        QCOMPARE(cleared.count(), 2);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(panel.findChildren<ControlItemWidget *>().isEmpty() && panel.findChildren<QGroupBox *>().isEmpty());
+    }
+
+    void cardDeleteFromItsMenu_data()
+    {
+        QTest::addColumn<bool>("fromAllDevices");
+        QTest::newRow("from the list of all devices: forgotten") << true;
+        QTest::newRow("from a group: only leaves the group") << false;
+    }
+
+    void cardDeleteFromItsMenu()
+    {
+        QFETCH(bool, fromAllDevices);
+        mgr()->addDev(kKey);
+        mgr()->addDev(kFill);
+        const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
+        mgr()->addDevToGroup(stage, kKey);
+        ControlWidget panel;
+        panel.resize(610, 800);
+        panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        QSignalSpy cleared(&panel, &ControlWidget::clearDeviceSig);
+        // Each section starts with its group's own controls.
+        QVERIFY(ControlWidget::header(panel.section(stage)));
+
+        // Renamed from a card's menu: every card of the light shows the new name, trimmed.
+        ControlItemWidget *listed = ControlWidget::card(panel.section(defaultGroupUuid()), kKey.addr);
+        QVERIFY(runContextMenu([&] { emit listed->customContextMenuRequested(QPoint(20, 20)); }, QStringLiteral("重命名")).contains(QStringLiteral("重命名")));
+        auto *dialog = listed->findChild<QInputDialog *>();
+        QVERIFY(dialog);
+        QCOMPARE(dialog->textValue(), QStringLiteral("Key"));
+        dialog->setTextValue(QStringLiteral("  Key left  "));
+        dialog->accept();
+        QCOMPARE(mgr()->store()->findDev(kKey.addr)->name, QStringLiteral("Key left"));
+        QTRY_COMPARE(listed->name(), QStringLiteral("Key left"));
+        QTRY_COMPARE(ControlWidget::card(panel.section(stage), kKey.addr)->nameLabel()->text(), QStringLiteral("Key left"));
+
+        const QString uuid = fromAllDevices ? defaultGroupUuid() : stage;
+        ControlItemWidget *card = ControlWidget::card(panel.section(uuid), kKey.addr);
+        QVERIFY(card);
+        // From the keyboard: Delete on the focused card (here its reconnect icon) opens its menu.
+        QWidget *focused = card->reconnectIcon();
+        panel.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&panel));
+        focused->setFocus(Qt::TabFocusReason);
+        QVERIFY(focused->hasFocus());
+        QVERIFY(runContextMenu([&] { QTest::keyClick(focused, Qt::Key_Delete); }, QStringLiteral("删除")).contains(QStringLiteral("删除")));
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+
+        // The group's only light is gone from it either way, and with it the group's section.
+        QVERIFY(!panel.section(stage));
+        QVERIFY(mgr()->getGroups().value(stage).devs.isEmpty());
+        QCOMPARE(mgr()->store()->findDev(kKey.addr) == nullptr, fromAllDevices);
+        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())),
+                 fromAllDevices ? QStringList{kFill.addr} : (QStringList{kKey.addr, kFill.addr}));
+        QCOMPARE(cleared.count(), 0);
+    }
+
+    void cardsGetTheirControlsWhenReached()
+    {
+        QList<DevData> lights;
+        for (int i = 0; i < 20; ++i) {
+            lights << light(QStringLiteral("AA:00:00:00:02:%1").arg(i, 2, 10, QLatin1Char('0')), QStringLiteral("L%1").arg(i));
+            lights.last().colorLightEnable = true;
+            lights.last().lightEffectEnable = true;
+            mgr()->addDev(lights.last());
+        }
+        ControlWidget panel;
+        panel.resize(610, 800);
+        panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        const QList<ControlItemWidget *> cards = ControlWidget::cards(panel.section(defaultGroupUuid()));
+        ControlItemWidget *last = cards.last();
+        QTRY_VERIFY(cards.first()->isBuilt());
+        QVERIFY(!last->isBuilt());
+
+        // What the light reports meanwhile is what the card shows once it is scrolled to.
+        DevData state = lights.last();
+        state.linkState = 1;
+        state.switchState = true;
+        state.brightness = 70;
+        state.colorLight = QStringLiteral("#00ff00");
+        state.devCurModel = 3;
+        mgr()->store()->updateDev(state);
+        state.devCurModel = 2;
+        state.lightEffect = QStringLiteral("9");
+        mgr()->store()->updateDev(state);
+        QTRY_COMPARE(last->currentEffect(), QStringLiteral("9"));
+        QVERIFY(!last->isBuilt());
+        QScrollBar *bar = panel.findChild<QScrollArea *>()->verticalScrollBar();
+        bar->setValue(bar->maximum());
+        QTRY_VERIFY(last->isBuilt());
+        QCOMPARE(last->linkStateLabel()->text(), QStringLiteral("已连接"));
+        QVERIFY(last->powerButton()->choose());
+        QCOMPARE(last->brightnessSlider()->value(), 70);
+        QCOMPARE(last->currentColor(), QStringLiteral("#00ff00")); // for the colour picker
+        QVERIFY(!last->colorButton()->styleSheet().contains(QLatin1String("#00ff00")));
+        QCOMPARE(last->effectButton()->toolTip(), last->effectPicker()->button(QStringLiteral("9"))->text());
+
+        // Tab reaches the controls of a card still without them, in their place.
+        const auto unbuilt = std::find_if(cards.cbegin(), cards.cend(), [](ControlItemWidget *c) { return !c->isBuilt(); });
+        QVERIFY(unbuilt != cards.cend() && unbuilt != cards.cbegin());
+        panel.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&panel));
+        (*(unbuilt - 1))->reconnectIcon()->setFocus(Qt::TabFocusReason);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QVERIFY((*unbuilt)->isBuilt());
+        QCOMPARE(QApplication::focusWidget(), (*unbuilt)->reconnectIcon());
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab);
+        QCOMPARE(QApplication::focusWidget(), (*(unbuilt - 1))->reconnectIcon());
+    }
 
 private:
     DeviceMgr *mgr() const { return DeviceMgrSingleton::instance(); }
 
     std::unique_ptr<TestHome> m_home;
 };
-
-void TestControlWidget::initTestCase()
-{
-    m_home = std::make_unique<TestHome>();
-    SimLights::select(QByteArrayLiteral("[]"), false);
-    QCOMPARE(mgr()->deviceCount(), 0);
-}
-
-void TestControlWidget::cleanup()
-{
-    const QStringList groups = mgr()->getGroups().keys();
-    for (const QString &uuid : groups)
-        mgr()->delGroup(uuid);
-    const QStringList addrs = mgr()->getDevices().keys();
-    for (const QString &addr : addrs)
-        mgr()->delDev(defaultGroupUuid(), addr);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
-void TestControlWidget::builtFromTheStore()
-{
-    // Added in an order that is neither by name nor by address.
-    mgr()->addDev(kFill);
-    mgr()->addDev(kKey);
-    mgr()->addDev(kBack);
-    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
-    mgr()->addDevToGroup(stage, kBack);
-    mgr()->addDevToGroup(stage, kKey);
-    mgr()->addGroup(QStringLiteral("Empty"));
-    mgr()->addDevToGroup(mgr()->addGroup(QStringLiteral("Alpha")), kFill);
-
-    ControlWidget panel;
-    // Sections and cards in the order they were added.
-    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage"), QStringLiteral("Alpha")}));
-    QCOMPARE(panel.sections().at(0)->property("uuid").toString(), defaultGroupUuid());
-    QCOMPARE(cardAddrs(panel.sections().at(0)), (QStringList{kFill.addr, kKey.addr, kBack.addr}));
-    // A group keeps its own order.
-    QCOMPARE(cardAddrs(panel.section(stage)), (QStringList{kBack.addr, kKey.addr}));
-    ControlItemWidget *card = ControlWidget::card(panel.section(stage), kKey.addr);
-    QCOMPARE(card->groupUuid(), stage);
-    QCOMPARE(card->nameLabel()->toolTip(), QStringLiteral("Key"));
-}
-
-void TestControlWidget::sectionsComeAndGoWithTheirCards()
-{
-    ControlWidget panel;
-    QSignalSpy cleared(&panel, &ControlWidget::clearDeviceSig);
-    QVERIFY(panel.sections().isEmpty());
-
-    mgr()->addDev(kKey);
-    QCOMPARE(titles(panel), QStringList{QStringLiteral("设备列表")});
-    mgr()->addDev(kFill);
-    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kKey.addr, kFill.addr}));
-
-    // A new group shows nothing until its first light.
-    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
-    QCOMPARE(panel.sections().size(), 1);
-    mgr()->addDevToGroup(stage, kFill);
-    QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage")}));
-    mgr()->addDevToGroup(stage, kFill);
-    QCOMPARE(cardAddrs(panel.section(stage)), QStringList{kFill.addr});
-
-    // The group's last light takes its section along, and nothing tells the window to go empty.
-    mgr()->delDev(stage, kFill.addr);
-    QCOMPARE(titles(panel), QStringList{QStringLiteral("设备列表")});
-    QCOMPARE(cleared.count(), 0);
-    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kKey.addr, kFill.addr}));
-
-    mgr()->delDev(defaultGroupUuid(), kKey.addr);
-    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), QStringList{kFill.addr});
-    QCOMPARE(cleared.count(), 0);
-    mgr()->delDev(defaultGroupUuid(), kFill.addr);
-    QVERIFY(panel.sections().isEmpty());
-    QCOMPARE(cleared.count(), 1);
-
-    // Nothing left to remove: the window is still told that no light is there.
-    panel.onDelDev(defaultGroupUuid(), QStringLiteral("设备列表"), kFill.addr);
-    QCOMPARE(cleared.count(), 2);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QVERIFY(panel.findChildren<ControlItemWidget *>().isEmpty());
-    QVERIFY(panel.findChildren<QGroupBox *>().isEmpty());
-}
-
-void TestControlWidget::deletingAGroupLeavesOtherSections()
-{
-    mgr()->addDev(kKey);
-    mgr()->addDev(kFill);
-    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
-    const QString studio = mgr()->addGroup(QStringLiteral("Studio"));
-    mgr()->addDevToGroup(stage, kKey);
-    mgr()->addDevToGroup(stage, kFill);
-    mgr()->addDevToGroup(studio, kKey);
-    ControlWidget panel;
-    QCOMPARE(panel.sections().size(), 3);
-    QPointer<ControlItemWidget> gone = ControlWidget::card(panel.section(stage), kKey.addr);
-    // Renaming a group changes only its title.
-    mgr()->renameGroup(studio, QStringLiteral("Studio 2"));
-    QVERIFY(titles(panel).contains(QStringLiteral("Studio 2")) && !titles(panel).contains(QStringLiteral("Studio")));
-    QCOMPARE(ControlWidget::card(panel.section(studio), kKey.addr)->groupUuid(), studio);
-
-    mgr()->delGroup(stage);
-    QVERIFY(!panel.section(stage));
-    QCOMPARE(panel.sections().size(), 2);
-    QCOMPARE(cardAddrs(panel.section(studio)), QStringList{kKey.addr});
-    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())).size(), 2);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QVERIFY(gone.isNull());
-}
-
-void TestControlWidget::cardDeleteFromItsMenu_data()
-{
-    QTest::addColumn<bool>("fromAllDevices");
-    QTest::newRow("from the list of all devices: forgotten") << true;
-    QTest::newRow("from a group: only leaves the group") << false;
-}
-
-void TestControlWidget::cardDeleteFromItsMenu()
-{
-    QFETCH(bool, fromAllDevices);
-    mgr()->addDev(kKey);
-    mgr()->addDev(kFill);
-    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
-    mgr()->addDevToGroup(stage, kKey);
-    ControlWidget panel;
-    panel.resize(610, 800);
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
-    QSignalSpy cleared(&panel, &ControlWidget::clearDeviceSig);
-
-    const QString uuid = fromAllDevices ? defaultGroupUuid() : stage;
-    ControlItemWidget *card = ControlWidget::card(panel.section(uuid), kKey.addr);
-    QVERIFY(card);
-    // From the keyboard: Delete on the focused card (here its reconnect icon) opens its menu.
-    QWidget *focused = card->reconnectIcon();
-    panel.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&panel));
-    focused->setFocus(Qt::TabFocusReason);
-    QVERIFY(focused->hasFocus());
-    QVERIFY(runContextMenu([&] { QTest::keyClick(focused, Qt::Key_Delete); }, QStringLiteral("删除")).contains(QStringLiteral("删除")));
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-
-    // The group's only light is gone from it either way, and with it the group's section.
-    QVERIFY(!panel.section(stage));
-    QVERIFY(mgr()->getGroups().value(stage).devs.isEmpty());
-    QCOMPARE(mgr()->store()->findDev(kKey.addr) == nullptr, fromAllDevices);
-    QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())),
-             fromAllDevices ? QStringList{kFill.addr} : (QStringList{kKey.addr, kFill.addr}));
-    QCOMPARE(cleared.count(), 0);
-}
-
-void TestControlWidget::renameFromTheCardShowsEverywhere()
-{
-    mgr()->addDev(kKey);
-    const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
-    mgr()->addDevToGroup(stage, kKey);
-    ControlWidget panel;
-    panel.resize(610, 800);
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
-    // Each section starts with its group's own controls.
-    QVERIFY(ControlWidget::header(panel.section(stage)));
-    ControlItemWidget *card = ControlWidget::card(panel.section(defaultGroupUuid()), kKey.addr);
-    QVERIFY(runContextMenu([&] { emit card->customContextMenuRequested(QPoint(20, 20)); }, QStringLiteral("重命名")).contains(QStringLiteral("重命名")));
-    auto *dialog = card->findChild<QInputDialog *>();
-    QVERIFY(dialog);
-    QCOMPARE(dialog->textValue(), QStringLiteral("Key"));
-    dialog->setTextValue(QStringLiteral("  Key left  "));
-    dialog->accept();
-
-    QCOMPARE(mgr()->store()->findDev(kKey.addr)->name, QStringLiteral("Key left"));
-    QTRY_COMPARE(card->name(), QStringLiteral("Key left"));
-    QTRY_COMPARE(ControlWidget::card(panel.section(stage), kKey.addr)->nameLabel()->text(), QStringLiteral("Key left"));
-}
-
-void TestControlWidget::cardsGetTheirControlsWhenReached()
-{
-    QList<DevData> lights;
-    for (int i = 0; i < 20; ++i) {
-        lights << light(QStringLiteral("AA:00:00:00:02:%1").arg(i, 2, 10, QLatin1Char('0')), QStringLiteral("L%1").arg(i));
-        lights.last().colorLightEnable = true;
-        lights.last().lightEffectEnable = true;
-        mgr()->addDev(lights.last());
-    }
-    ControlWidget panel;
-    panel.resize(610, 800);
-    panel.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&panel));
-    const QList<ControlItemWidget *> cards = ControlWidget::cards(panel.section(defaultGroupUuid()));
-    ControlItemWidget *last = cards.last();
-    QTRY_VERIFY(cards.first()->isBuilt());
-    QVERIFY(!last->isBuilt());
-
-    // What the light reports meanwhile is what the card shows once it is scrolled to.
-    DevData state = lights.last();
-    state.linkState = 1;
-    state.switchState = true;
-    state.brightness = 70;
-    state.colorLight = QStringLiteral("#00ff00");
-    state.devCurModel = 3;
-    mgr()->store()->updateDev(state);
-    state.devCurModel = 2;
-    state.lightEffect = QStringLiteral("9");
-    mgr()->store()->updateDev(state);
-    QTRY_COMPARE(last->currentEffect(), QStringLiteral("9"));
-    QVERIFY(!last->isBuilt());
-    QScrollBar *bar = panel.findChild<QScrollArea *>()->verticalScrollBar();
-    bar->setValue(bar->maximum());
-    QTRY_VERIFY(last->isBuilt());
-    QCOMPARE(last->linkStateLabel()->text(), QStringLiteral("已连接"));
-    QVERIFY(last->powerButton()->choose());
-    QCOMPARE(last->brightnessSlider()->value(), 70);
-    QCOMPARE(last->currentColor(), QStringLiteral("#00ff00")); // for the colour picker
-    QVERIFY(!last->colorButton()->styleSheet().contains(QLatin1String("#00ff00")));
-    QCOMPARE(last->effectButton()->toolTip(), last->effectPicker()->button(QStringLiteral("9"))->text());
-
-    // Tab reaches the controls of a card still without them, in their place.
-    const auto unbuilt = std::find_if(cards.cbegin(), cards.cend(), [](ControlItemWidget *c) { return !c->isBuilt(); });
-    QVERIFY(unbuilt != cards.cend() && unbuilt != cards.cbegin());
-    panel.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&panel));
-    (*(unbuilt - 1))->reconnectIcon()->setFocus(Qt::TabFocusReason);
-    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-    QVERIFY((*unbuilt)->isBuilt());
-    QCOMPARE(QApplication::focusWidget(), (*unbuilt)->reconnectIcon());
-    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab);
-    QCOMPARE(QApplication::focusWidget(), (*(unbuilt - 1))->reconnectIcon());
-}
 
 QTEST_MAIN(TestControlWidget)
 #include "tst_controlwidget.moc"

@@ -8,20 +8,6 @@
 #include <QTest>
 #include <QWheelEvent>
 
-class TestCustomWidgets : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void bubbleFollowsTheValue_data();
-    void bubbleFollowsTheValue();
-    void wheelIsLeftToTheSurroundingList();
-    void pressAndReleaseSignals_data();
-    void pressAndReleaseSignals();
-    void reconnectIconGuardsAgainstSecondClick();
-    void listClickIntoEmptySpaceDeselects();
-};
-
 namespace {
 
 // A shown window with a 200 px wide slider at a known place on screen.
@@ -51,127 +37,128 @@ QPoint expectedBubblePos(const CustomSlider &slider)
 
 } // namespace
 
-void TestCustomWidgets::bubbleFollowsTheValue_data()
+class TestCustomWidgets : public QObject
 {
-    QTest::addColumn<int>("minimum");
-    QTest::addColumn<int>("maximum");
-    QTest::addColumn<int>("value");
-    QTest::addColumn<int>("ratio");
-    QTest::addColumn<QString>("unit");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("right end") << 0 << 100 << 100 << 1 << "%" << "100%";
-    QTest::newRow("factor 10") << 0 << 100 << 7 << 10 << "%" << "70%";
-    QTest::newRow("temperature") << 27 << 65 << 50 << 100 << "K" << "5000K";
-    QTest::newRow("negative range") << -50 << 50 << -20 << 1 << "" << "-20";
-    QTest::newRow("empty range stays") << 5 << 5 << 9 << 1 << "" << "0";
-}
+    Q_OBJECT
 
-void TestCustomWidgets::bubbleFollowsTheValue()
-{
-    QFETCH(int, minimum);
-    QFETCH(int, maximum);
-    QFETCH(int, value);
-    QFETCH(int, ratio);
-    QFETCH(QString, unit);
+private slots:
+    void bubbleFollowsTheValue_data()
+    {
+        QTest::addColumn<int>("minimum");
+        QTest::addColumn<int>("maximum");
+        QTest::addColumn<int>("value");
+        QTest::addColumn<int>("ratio");
+        QTest::addColumn<QString>("unit");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("right end") << 0 << 100 << 100 << 1 << "%" << "100%";
+        QTest::newRow("factor 10") << 0 << 100 << 7 << 10 << "%" << "70%";
+        QTest::newRow("temperature") << 27 << 65 << 50 << 100 << "K" << "5000K";
+        QTest::newRow("negative range") << -50 << 50 << -20 << 1 << "" << "-20";
+        QTest::newRow("empty range stays") << 5 << 5 << 9 << 1 << "" << "0";
+    }
 
-    auto *slider = new CustomSlider;
-    SliderWindow window(slider, minimum, maximum);
-    const QPoint before = slider->popup()->pos();
-    slider->setRatio(ratio);
-    slider->setUnit(unit);
-    slider->setValue(value);
-    slider->updatePopup();
+    void bubbleFollowsTheValue()
+    {
+        QFETCH(int, minimum);
+        QFETCH(int, maximum);
+        QFETCH(int, value);
+        QFETCH(int, ratio);
+        QFETCH(QString, unit);
 
-    QTEST(slider->popup()->text(), "text");
-    QCOMPARE(slider->popup()->pos(), minimum == maximum ? before : expectedBubblePos(*slider));
-}
+        auto *slider = new CustomSlider;
+        SliderWindow window(slider, minimum, maximum);
+        const QPoint before = slider->popup()->pos();
+        slider->setRatio(ratio);
+        slider->setUnit(unit);
+        slider->setValue(value);
+        slider->updatePopup();
 
-void TestCustomWidgets::wheelIsLeftToTheSurroundingList()
-{
-    CustomSlider slider(Qt::Horizontal);
-    QSlider plain(Qt::Horizontal);
-    const auto turn = [](QSlider *target) {
-        target->setRange(0, 100);
-        target->setValue(50);
-        QWheelEvent wheel(QPointF(10, 10), QPointF(10, 10), QPoint(), QPoint(0, -120), Qt::NoButton,
-                          Qt::NoModifier, Qt::NoScrollPhase, false);
-        QApplication::sendEvent(target, &wheel);
-        return wheel.isAccepted();
-    };
-    // The same turn moves a plain slider, so it is one a slider would act on.
-    QVERIFY(turn(&plain));
-    QVERIFY(plain.value() != 50);
-    // Ignored, so that Qt hands it on to the parents and the panel scrolls instead.
-    QVERIFY(!turn(&slider));
-    QCOMPARE(slider.value(), 50);
-}
+        QTEST(slider->popup()->text(), "text");
+        QCOMPARE(slider->popup()->pos(), minimum == maximum ? before : expectedBubblePos(*slider));
+    }
 
-void TestCustomWidgets::pressAndReleaseSignals_data()
-{
-    QTest::addColumn<Qt::MouseButton>("button");
-    QTest::addColumn<int>("expected");
-    QTest::newRow("left") << Qt::LeftButton << 1;
-    QTest::newRow("right") << Qt::RightButton << 0;
-}
+    void wheelIsLeftToTheSurroundingList()
+    {
+        CustomSlider slider(Qt::Horizontal);
+        QSlider plain(Qt::Horizontal);
+        const auto turn = [](QSlider *target) {
+            target->setRange(0, 100);
+            target->setValue(50);
+            QWheelEvent wheel(QPointF(10, 10), QPointF(10, 10), QPoint(), QPoint(0, -120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+            QApplication::sendEvent(target, &wheel);
+            return wheel.isAccepted();
+        };
+        // The same turn moves a plain slider, so it is one a slider would act on.
+        QVERIFY(turn(&plain) && plain.value() != 50);
+        // Ignored, so that Qt hands it on to the parents and the panel scrolls instead.
+        QVERIFY(!turn(&slider) && slider.value() == 50);
+    }
 
-void TestCustomWidgets::pressAndReleaseSignals()
-{
-    QFETCH(Qt::MouseButton, button);
-    QFETCH(int, expected);
+    void pressAndReleaseSignals_data()
+    {
+        QTest::addColumn<Qt::MouseButton>("button");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("left") << Qt::LeftButton << 1;
+        QTest::newRow("right") << Qt::RightButton << 0;
+    }
 
-    auto *slider = new CustomSlider;
-    SliderWindow window(slider, 0, 100);
-    slider->setValue(50);
-    QVERIFY(QTest::qWaitForWindowExposed(&window.window));
-    // Owners stop following the light on the press, so the signal must come before the slider moves.
-    QList<bool> downAtSignal;
-    const auto record = [&] { downAtSignal << slider->isSliderDown(); };
-    connect(slider, &CustomSlider::sigSliderPressed, this, record);
-    connect(slider, &CustomSlider::sigSliderReleased, this, record);
+    void pressAndReleaseSignals()
+    {
+        QFETCH(Qt::MouseButton, button);
+        QFETCH(int, expected);
 
-    QTest::mousePress(slider, button, {}, slider->rect().center());
-    QCOMPARE(downAtSignal.size(), expected);
-    QTest::mouseRelease(slider, button, {}, slider->rect().center());
-    QCOMPARE(downAtSignal, (expected ? QList<bool>{false, true} : QList<bool>{}));
-}
+        auto *slider = new CustomSlider;
+        SliderWindow window(slider, 0, 100);
+        slider->setValue(50);
+        QVERIFY(QTest::qWaitForWindowExposed(&window.window));
+        // Owners stop following the light on the press, so the signal must come before the slider moves.
+        QList<bool> downAtSignal;
+        const auto record = [&] { downAtSignal << slider->isSliderDown(); };
+        connect(slider, &CustomSlider::sigSliderPressed, this, record);
+        connect(slider, &CustomSlider::sigSliderReleased, this, record);
 
-void TestCustomWidgets::reconnectIconGuardsAgainstSecondClick()
-{
-    RotatingSvgWidget icon;
-    icon.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&icon));
-    QSignalSpy reconnect(&icon, &RotatingSvgWidget::reconnect_dev);
+        QTest::mousePress(slider, button, {}, slider->rect().center());
+        QCOMPARE(downAtSignal.size(), expected);
+        QTest::mouseRelease(slider, button, {}, slider->rect().center());
+        QCOMPARE(downAtSignal, (expected ? QList<bool>{false, true} : QList<bool>{}));
+    }
 
-    QTest::mouseClick(&icon, Qt::RightButton);
-    QCOMPARE(reconnect.count(), 0);
-    QTest::mouseClick(&icon, Qt::LeftButton);
-    QTest::mouseClick(&icon, Qt::LeftButton);
-    QCOMPARE(reconnect.count(), 1);
-    QVERIFY(icon.isRotating());
+    void reconnectIconGuardsAgainstSecondClick()
+    {
+        RotatingSvgWidget icon;
+        icon.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&icon));
+        QSignalSpy reconnect(&icon, &RotatingSvgWidget::reconnect_dev);
 
-    QTRY_VERIFY(icon.rotation() >= 10.0);
-    emit icon.stopRotation();
-    const double stoppedAt = icon.rotation();
-    QTest::qWait(120);
-    QCOMPARE(icon.rotation(), stoppedAt);
-    QTest::mouseClick(&icon, Qt::LeftButton);
-    QCOMPARE(reconnect.count(), 2);
-}
+        QTest::mouseClick(&icon, Qt::RightButton);
+        QCOMPARE(reconnect.count(), 0);
+        QTest::mouseClick(&icon, Qt::LeftButton);
+        QTest::mouseClick(&icon, Qt::LeftButton);
+        QCOMPARE(reconnect.count(), 1);
+        QVERIFY(icon.isRotating());
 
-void TestCustomWidgets::listClickIntoEmptySpaceDeselects()
-{
-    CustomListWidget list;
-    list.resize(200, 300);
-    list.addItems({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
-    list.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&list));
-    const QPoint onSecond = list.visualItemRect(list.item(1)).center();
+        QTRY_VERIFY(icon.rotation() >= 10.0);
+        emit icon.stopRotation();
+        const double stoppedAt = icon.rotation();
+        QTest::qWait(120);
+        QCOMPARE(icon.rotation(), stoppedAt);
+        QTest::mouseClick(&icon, Qt::LeftButton);
+        QCOMPARE(reconnect.count(), 2);
+    }
 
-    QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, onSecond);
-    QCOMPARE(list.selectedItems(), QList<QListWidgetItem *>{list.item(1)});
-    QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, QPoint(100, 280));
-    QVERIFY(list.selectedItems().isEmpty());
-}
+    void listClickIntoEmptySpaceDeselects()
+    {
+        CustomListWidget list;
+        list.resize(200, 300);
+        list.addItems({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
+        list.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&list));
+        QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, list.visualItemRect(list.item(1)).center());
+        QCOMPARE(list.selectedItems(), QList<QListWidgetItem *>{list.item(1)});
+        QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, QPoint(100, 280));
+        QVERIFY(list.selectedItems().isEmpty());
+    }
+};
 
 QTEST_MAIN(TestCustomWidgets)
 #include "tst_customwidgets.moc"

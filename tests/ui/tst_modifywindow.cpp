@@ -23,7 +23,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QLabel>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPluginLoader>
@@ -36,32 +35,22 @@
 
 namespace {
 
-DeviceMgr *mgr()
-{
-    return DeviceMgrSingleton::instance();
-}
+const QString kBluetoothOff = QStringLiteral("蓝牙未打开，请先在系统设置中打开蓝牙");
 
-DevData light(const QString &addr)
+DeviceMgr *mgr() { return DeviceMgrSingleton::instance(); }
+
+void addLight(const QString &addr)
 {
     DevData dev;
     dev.addr = addr;
     dev.name = QStringLiteral("Light ") + addr.right(2);
     dev.protocol = 1;
-    return dev;
-}
-
-void removeAllLights()
-{
-    for (const QString &addr : mgr()->getDevices().keys())
-        mgr()->delDev(defaultGroupUuid(), addr);
+    mgr()->addDev(dev);
 }
 
 // A page's size on this screen: the offscreen screen (800 x 600) is smaller than the control
 // page, as a 1080-pixel screen at 200 % is.
-QSize fitted(const QSize &size)
-{
-    return size.boundedTo(QGuiApplication::primaryScreen()->availableGeometry().size());
-}
+QSize fitted(const QSize &size) { return size.boundedTo(QGuiApplication::primaryScreen()->availableGeometry().size()); }
 
 QPoint centredTopLeft(const QSize &size)
 {
@@ -86,327 +75,273 @@ class TestModifyWindow : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void cleanup();
+    void initTestCase()
+    {
+        m_home = std::make_unique<TestHome>();
+        qputenv("BRIVON_BLE_PLUGIN", BRIVON_RECORDING_PLUGIN);
+        QVERIFY(m_updateServer.listen());
+        qputenv("BRIVON_UPDATE_URL", m_updateServer.baseUrl().toUtf8());
+        QCOMPARE(mgr()->deviceCount(), 0);
+        m_plugin = QPluginLoader(QStringLiteral(BRIVON_RECORDING_PLUGIN)).instance();
+        QVERIFY(m_plugin);
+        // As start-up dresses the window.
+        qApp->setStyleSheet(QStringLiteral("#mainWindow {    border-radius: 11px;    background-color: #282828;}"));
+        // Closing the window would otherwise end the test's event loops.
+        QApplication::setQuitOnLastWindowClosed(false);
+    }
 
-    void startUpPage_data();
-    void startUpPage();
-    void pagesFollowTheLights();
-    void bluetoothErrors_data();
-    void bluetoothErrors();
-    void closeHidesAndTheTrayRestores();
-    void exitClosesEverything();
-    void checkUpdate_data();
-    void checkUpdate();
-    void dragByTheTitleBar_data();
-    void dragByTheTitleBar();
-    void bluetoothSettingsProgram_data();
-    void bluetoothSettingsProgram();
+    void cleanup()
+    {
+        m_window.reset();
+        for (const QString &addr : mgr()->getDevices().keys())
+            mgr()->delDev(defaultGroupUuid(), addr);
+    }
+
+    void startUpPage_data()
+    {
+        QTest::addColumn<int>("lights");
+        QTest::newRow("no stored lights") << 0;
+        QTest::newRow("one stored light") << 1;
+        QTest::newRow("three stored lights") << 3;
+    }
+
+    void startUpPage()
+    {
+        QFETCH(int, lights);
+        const int refreshes = lights > 0 ? 1 : 0;
+        for (int n = 0; n < lights; ++n)
+            addLight(QStringLiteral("AA:00:00:00:00:%1").arg(n, 2, 10, QLatin1Char('0')));
+        const int before = scans();
+
+        QElapsedTimer clock;
+        clock.start();
+        m_window = std::make_unique<ModifyWindow>();
+        m_window->setObjectName(QStringLiteral("mainWindow"));
+        m_window->show();
+        QCOMPARE(m_window->size(), fitted(QSize(610, lights > 0 ? 800 : 400)));
+        QVERIFY(QGuiApplication::primaryScreen()->availableGeometry().contains(m_window->frameGeometry()));
+        QCOMPARE(m_window->controlWidget()->isVisible(), lights > 0);
+        QCOMPARE(m_window->middleWidget()->isVisible(), lights == 0);
+
+        // The refresh waits 200 ms (a timer never fires early), then runs once.
+        if (refreshes > 0) {
+            QVERIFY(waitUntil([&] { return scans() - before > 0; }, 3000));
+            QVERIFY2(clock.elapsed() >= 200, qPrintable(QString::number(clock.elapsed())));
+        }
+        QTest::qWait(600);
+        QCOMPARE(scans() - before, refreshes);
+        if (lights > 0)
+            return;
+
+        // With the window open, the pages follow the lights added and deleted.
+        ControlWidget *control = m_window->controlWidget();
+        MiddleWidget *middle = m_window->middleWidget();
+
+        // The scan window added a light.
+        addLight(QStringLiteral("AA:00:00:00:00:10"));
+        emit m_window->scanWidget()->OKClicked();
+        QVERIFY(control->isVisible() && !middle->isVisible());
+        QCOMPARE(m_window->size(), fitted(QSize(610, 800)));
+        QCOMPARE(m_window->pos(), centredTopLeft(QSize(610, 800)));
+
+        // Switching to the page already shown changes nothing, not even the size.
+        m_window->resize(620, 500);
+        emit m_window->scanWidget()->OKClicked();
+        QCOMPARE(m_window->size(), QSize(620, 500));
+
+        // The last light deleted: back to the empty page.
+        mgr()->delDev(defaultGroupUuid(), QStringLiteral("AA:00:00:00:00:10"));
+        QVERIFY(waitUntil([&] { return middle->isVisible(); }, 2000));
+        QVERIFY(!control->isVisible());
+        QCOMPARE(m_window->size(), fitted(QSize(610, 400)));
+        QCOMPARE(m_window->pos(), centredTopLeft(QSize(610, 400)));
+
+        // The empty page's button and the title bar's add button open the scan window.
+        m_window->scanWidget()->hide();
+        middle->addButton()->click();
+        QVERIFY(m_window->scanWidget()->isVisible());
+        m_window->scanWidget()->hide();
+        m_window->titleBar()->addButton()->click();
+        QVERIFY(m_window->scanWidget()->isVisible());
+        m_window->scanWidget()->hide();
+    }
+
+    void bluetoothErrors_data()
+    {
+        QTest::addColumn<int>("error");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("no error") << 0 << QString();
+        QTest::newRow("input/output") << 1 << QString();
+        QTest::newRow("powered off") << 2 << kBluetoothOff;
+        QTest::newRow("no adapter") << 3 << QStringLiteral("蓝牙不存在");
+        QTest::newRow("unsupported platform") << 4 << QString();
+        QTest::newRow("unknown") << 100 << kBluetoothOff;
+    }
+
+    void bluetoothErrors()
+    {
+        QFETCH(int, error);
+        QFETCH(QString, message);
+        m_window = std::make_unique<ModifyWindow>();
+        int opened = 0;
+        m_window->setBluetoothSettingsOpener([&] { ++opened; });
+        m_window->show();
+
+        // As the radio reports it: from the plug-in through the BLE manager and the device manager.
+        QVERIFY(QMetaObject::invokeMethod(m_plugin, "emitError", Q_ARG(int, error)));
+        QCOMPARE(m_window->messageBox()->isVisible() ? m_window->messageBox()->text() : QString(), message);
+        // Only the question about a radio that is off offers the system's Bluetooth settings.
+        QCOMPARE(opened, message == kBluetoothOff ? 1 : 0);
+    }
+
+    // One session: dragged by the title bar, closed to the tray and back, and left by "退出".
+    void closeHidesAndTheTrayRestores()
+    {
+        m_window = std::make_unique<ModifyWindow>();
+        m_window->show();
+        m_window->move(100, 80);
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+        // Only the left button drags the window.
+        ModifyTitleBar *bar = m_window->titleBar();
+        for (const Qt::MouseButton button : {Qt::RightButton, Qt::LeftButton}) {
+            const QPoint start = m_window->pos();
+            const QPoint local(300, 20), global = bar->mapToGlobal(local), delta(37, 25);
+            QMouseEvent press(QEvent::MouseButtonPress, local, global, button, button, Qt::NoModifier);
+            QApplication::sendEvent(bar, &press);
+            QMouseEvent move(QEvent::MouseMove, local + delta, global + delta, Qt::NoButton, button, Qt::NoModifier);
+            QApplication::sendEvent(bar, &move);
+            QMouseEvent release(QEvent::MouseButtonRelease, local + delta, global + delta, button, Qt::NoButton, Qt::NoModifier);
+            QApplication::sendEvent(bar, &release);
+            QCOMPARE(m_window->pos(), button == Qt::LeftButton ? start + delta : start);
+        }
+
+        QSystemTrayIcon *tray = m_window->trayIcon();
+        QMenu *trayMenu = tray->contextMenu();
+        m_window->titleBar()->closeButton()->click();
+        QVERIFY(!m_window->isVisible() && !m_window->isMinimized());
+
+        // Only a single click brings it back.
+        for (auto reason : {QSystemTrayIcon::DoubleClick, QSystemTrayIcon::MiddleClick, QSystemTrayIcon::Context})
+            emit tray->activated(reason);
+        QVERIFY(!m_window->isVisible());
+        emit tray->activated(QSystemTrayIcon::Trigger);
+        QVERIFY(m_window->isVisible());
+
+        m_window->titleBar()->closeButton()->click();
+        actionNamed(trayMenu, QStringLiteral("打开主界面"))->trigger();
+        QVERIFY(m_window->isVisible());
+
+        // A second start's "Show" brings back a minimised window; other texts do not.
+        m_window->titleBar()->minButton()->click();
+        QVERIFY(m_window->isMinimized());
+        m_window->onMessageReceived(QStringLiteral("show"));
+        QVERIFY(m_window->isMinimized());
+        m_window->onMessageReceived(QStringLiteral("Show"));
+        QVERIFY(m_window->isVisible() && !m_window->isMinimized());
+        m_window->titleBar()->closeButton()->click();
+        m_window->onMessageReceived(QStringLiteral("Show"));
+        QVERIFY(m_window->isVisible());
+
+        // "退出" closes every window the program opened.
+        QMenu *menu = m_window->titleBar()->settingMenu();
+        actionNamed(menu, QStringLiteral("群组设置"))->trigger();
+        actionNamed(menu, QStringLiteral("关于"))->trigger();
+        QVERIFY(m_window->titleBar()->aboutBox()->isVisible());
+        m_window->onSwitchControlInterface();
+        QVERIFY(m_window->settingWindow()->isVisible() && m_window->scanWidget()->isVisible());
+        actionNamed(menu, QStringLiteral("退出"))->trigger();
+        QVERIFY(!m_window->isVisible() && !m_window->settingWindow()->isVisible() && !m_window->scanWidget()->isVisible());
+    }
+
+    void checkUpdate_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<bool>("offered");
+        QTest::addColumn<QString>("message");
+        // Installing an offer ends in the message box: nothing unchecked runs, and an installer that
+        // cannot start is kept for the user.
+        const QByteArray installer = "#!/bin/sh\n";
+        m_updateServer.setFile(QStringLiteral("setup.run"), installer);
+        const QString url = m_updateServer.url("/files/setup.run");
+        const QString md5 = QCryptographicHash::hash(installer, QCryptographicHash::Md5).toHex();
+        QTest::newRow("newer version, wrong md5")
+            << FakeUpdateServer::offerReply("1.2.0", "Faster pairing.", url, installer.size(), QString(32, u'0')) << true
+            << "下载的安装程序与更新服务器给出的大小或 MD5 不符，已删除，未启动。";
+        QTest::newRow("newer version, installer does not start")
+            << FakeUpdateServer::offerReply("1.2.0", "Faster pairing.", url, installer.size(), md5) << true
+            << "无法启动安装程序。文件保留在：" + downloadFolderPath() + "setup.run";
+        QTest::newRow("up to date") << FakeUpdateServer::upToDateReply() << false << QStringLiteral("已是最新版本，不需要更新");
+    }
+
+    void checkUpdate()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(bool, offered);
+        QFETCH(QString, message);
+        m_updateServer.setCheckReply(reply);
+        m_window = std::make_unique<ModifyWindow>();
+        m_window->updateDialog()->setInstallerLauncher([](const QString &) { return false; });
+        m_window->show();
+
+        actionNamed(m_window->titleBar()->settingMenu(), QStringLiteral("检查更新"))->trigger();
+        QVERIFY(waitUntil([&] { return m_window->updateDialog()->isVisible() || m_window->messageBox()->isVisible(); }, 5000));
+        QCOMPARE(m_window->updateDialog()->isVisible(), offered);
+        QCOMPARE(m_window->messageBox()->isVisible(), !offered);
+        if (offered) {
+            QTest::mouseClick(m_window->updateDialog()->findChild<QPushButton *>(QStringLiteral("pushButton_update")), Qt::LeftButton);
+            QVERIFY(waitUntil([&] { return m_window->messageBox()->isVisible(); }, 10000));
+            // Kept only when it could not be started.
+            QCOMPARE(QFile::exists(downloadFolderPath() + "setup.run"), message.contains(QLatin1String("setup.run")));
+        }
+        QCOMPARE(m_window->messageBox()->text(), message);
+    }
+
+    void bluetoothSettingsProgram_data()
+    {
+        QTest::addColumn<QStringList>("installed");
+        QTest::addColumn<QString>("started");
+        QTest::newRow("none") << QStringList() << QString();
+        QTest::newRow("GNOME") << QStringList{"gnome-control-center"} << "gnome-control-center bluetooth";
+        QTest::newRow("KDE") << QStringList{"systemsettings"} << "systemsettings kcm_bluetooth";
+        QTest::newRow("GNOME and Blueman") << QStringList{"blueman-manager", "gnome-control-center"} << "gnome-control-center bluetooth";
+    }
+
+    void bluetoothSettingsProgram()
+    {
+        QFETCH(QStringList, installed);
+        QFETCH(QString, started);
+        // Stand-in programs on a PATH of their own record how they were started.
+        QTemporaryDir bin;
+        QVERIFY(bin.isValid());
+        const QString record = bin.filePath(QStringLiteral("started.txt"));
+        for (const QString &name : installed) {
+            const QString path = bin.filePath(name);
+            QVERIFY(writeFile(path, QStringLiteral("#!/bin/sh\necho \"${0##*/} $*\" > '%1'\n").arg(record).toUtf8()));
+            QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        }
+        const QByteArray savedPath = qgetenv("PATH");
+        qputenv("PATH", bin.path().toUtf8());
+        const bool opened = openBluetoothSettings();
+        qputenv("PATH", savedPath);
+
+        QCOMPARE(opened, !started.isEmpty());
+        if (!started.isEmpty()) {
+            QVERIFY(waitUntil([&] { return QFile::exists(record) && !readFile(record).isEmpty(); }, 5000));
+            QCOMPARE(QString::fromUtf8(readFile(record)).trimmed(), started);
+        }
+    }
 
 private:
-    int scans() const;
+    int scans() const
+    {
+        return int(m_plugin->property("calls").toStringList().count(QStringLiteral("startScan")));
+    }
 
     std::unique_ptr<TestHome> m_home;
     QObject *m_plugin = nullptr;
     FakeUpdateServer m_updateServer;
     std::unique_ptr<ModifyWindow> m_window;
 };
-
-void TestModifyWindow::initTestCase()
-{
-    m_home = std::make_unique<TestHome>();
-    qputenv("BRIVON_BLE_PLUGIN", BRIVON_RECORDING_PLUGIN);
-    QVERIFY(m_updateServer.listen());
-    qputenv("BRIVON_UPDATE_URL", m_updateServer.baseUrl().toUtf8());
-    QCOMPARE(mgr()->deviceCount(), 0);
-    m_plugin = QPluginLoader(QStringLiteral(BRIVON_RECORDING_PLUGIN)).instance();
-    QVERIFY(m_plugin);
-    // As start-up dresses the window.
-    qApp->setStyleSheet(QStringLiteral("#mainWindow {    border-radius: 11px;    background-color: #282828;}"));
-    // Closing the window would otherwise end the test's event loops.
-    QApplication::setQuitOnLastWindowClosed(false);
-}
-
-void TestModifyWindow::cleanup()
-{
-    m_window.reset();
-    removeAllLights();
-}
-
-int TestModifyWindow::scans() const
-{
-    return int(m_plugin->property("calls").toStringList().count(QStringLiteral("startScan")));
-}
-
-void TestModifyWindow::startUpPage_data()
-{
-    QTest::addColumn<int>("lights");
-    QTest::addColumn<QSize>("size");
-    QTest::addColumn<int>("refreshes");
-    QTest::newRow("no stored lights") << 0 << QSize(610, 400) << 0;
-    QTest::newRow("one stored light") << 1 << QSize(610, 800) << 1;
-    QTest::newRow("three stored lights") << 3 << QSize(610, 800) << 1;
-}
-
-void TestModifyWindow::startUpPage()
-{
-    QFETCH(int, lights);
-    QFETCH(QSize, size);
-    QFETCH(int, refreshes);
-    for (int n = 0; n < lights; ++n)
-        mgr()->addDev(light(QStringLiteral("AA:00:00:00:00:%1").arg(n, 2, 10, QLatin1Char('0'))));
-    const int before = scans();
-
-    QElapsedTimer clock;
-    clock.start();
-    m_window = std::make_unique<ModifyWindow>();
-    m_window->setObjectName(QStringLiteral("mainWindow"));
-    m_window->show();
-    QCOMPARE(m_window->size(), fitted(size));
-    QVERIFY(QGuiApplication::primaryScreen()->availableGeometry().contains(m_window->frameGeometry()));
-    QCOMPARE(m_window->controlWidget()->isVisible(), lights > 0);
-    QCOMPARE(m_window->middleWidget()->isVisible(), lights == 0);
-
-    // The refresh waits 200 ms (a timer never fires early), then runs once.
-    if (refreshes > 0) {
-        QVERIFY(waitUntil([&] { return scans() - before > 0; }, 3000));
-        QVERIFY2(clock.elapsed() >= 200, qPrintable(QString::number(clock.elapsed())));
-    }
-    QTest::qWait(600);
-    QCOMPARE(scans() - before, refreshes);
-}
-
-void TestModifyWindow::pagesFollowTheLights()
-{
-    m_window = std::make_unique<ModifyWindow>();
-    m_window->show();
-    ControlWidget *control = m_window->controlWidget();
-    MiddleWidget *middle = m_window->middleWidget();
-
-    // The scan window added a light.
-    mgr()->addDev(light(QStringLiteral("AA:00:00:00:00:10")));
-    emit m_window->scanWidget()->OKClicked();
-    QVERIFY(control->isVisible());
-    QVERIFY(!middle->isVisible());
-    QCOMPARE(m_window->size(), fitted(QSize(610, 800)));
-    QCOMPARE(m_window->pos(), centredTopLeft(QSize(610, 800)));
-
-    // Switching to the page already shown changes nothing, not even the size.
-    m_window->resize(620, 500);
-    emit m_window->scanWidget()->OKClicked();
-    QCOMPARE(m_window->size(), QSize(620, 500));
-
-    // The last light deleted: back to the empty page.
-    mgr()->delDev(defaultGroupUuid(), QStringLiteral("AA:00:00:00:00:10"));
-    QVERIFY(waitUntil([&] { return middle->isVisible(); }, 2000));
-    QVERIFY(!control->isVisible());
-    QCOMPARE(m_window->size(), fitted(QSize(610, 400)));
-    QCOMPARE(m_window->pos(), centredTopLeft(QSize(610, 400)));
-
-    // The empty page's button and the title bar's add button open the scan window.
-    m_window->scanWidget()->hide();
-    middle->addButton()->click();
-    QVERIFY(m_window->scanWidget()->isVisible());
-    m_window->scanWidget()->hide();
-    m_window->titleBar()->addButton()->click();
-    QVERIFY(m_window->scanWidget()->isVisible());
-    m_window->scanWidget()->hide();
-}
-
-void TestModifyWindow::bluetoothErrors_data()
-{
-    QTest::addColumn<int>("error");
-    QTest::addColumn<QString>("message");
-    QTest::addColumn<bool>("opensSettings");
-    const QString off = QStringLiteral("蓝牙未打开，请先在系统设置中打开蓝牙");
-    QTest::newRow("no error") << 0 << QString() << false;
-    QTest::newRow("input/output") << 1 << QString() << false;
-    QTest::newRow("powered off") << 2 << off << true;
-    QTest::newRow("no adapter") << 3 << QStringLiteral("蓝牙不存在") << false;
-    QTest::newRow("unsupported platform") << 4 << QString() << false;
-    QTest::newRow("unknown") << 100 << off << true;
-}
-
-void TestModifyWindow::bluetoothErrors()
-{
-    QFETCH(int, error);
-    QFETCH(QString, message);
-    QFETCH(bool, opensSettings);
-    m_window = std::make_unique<ModifyWindow>();
-    int opened = 0;
-    m_window->setBluetoothSettingsOpener([&] { ++opened; });
-    m_window->show();
-
-    // As the radio reports it: from the plug-in through the BLE manager and the device manager.
-    QVERIFY(QMetaObject::invokeMethod(m_plugin, "emitError", Q_ARG(int, error)));
-    QCOMPARE(m_window->messageBox()->isVisible(), !message.isEmpty());
-    if (!message.isEmpty())
-        QCOMPARE(m_window->messageBox()->text(), message);
-    QCOMPARE(opened, opensSettings ? 1 : 0);
-}
-
-void TestModifyWindow::closeHidesAndTheTrayRestores()
-{
-    m_window = std::make_unique<ModifyWindow>();
-    m_window->show();
-    QSystemTrayIcon *tray = m_window->trayIcon();
-    QMenu *trayMenu = tray->contextMenu();
-    m_window->titleBar()->closeButton()->click();
-    QVERIFY(!m_window->isVisible());
-    QVERIFY(!m_window->isMinimized());
-
-    // Only a single click brings it back.
-    for (auto reason : {QSystemTrayIcon::DoubleClick, QSystemTrayIcon::MiddleClick, QSystemTrayIcon::Context})
-        emit tray->activated(reason);
-    QVERIFY(!m_window->isVisible());
-    emit tray->activated(QSystemTrayIcon::Trigger);
-    QVERIFY(m_window->isVisible());
-
-    m_window->titleBar()->closeButton()->click();
-    actionNamed(trayMenu, QStringLiteral("打开主界面"))->trigger();
-    QVERIFY(m_window->isVisible());
-
-    // A second start's "Show" brings back a minimised window; other texts do not.
-    m_window->titleBar()->minButton()->click();
-    QVERIFY(m_window->isMinimized());
-    m_window->onMessageReceived(QStringLiteral("show"));
-    QVERIFY(m_window->isMinimized());
-    m_window->onMessageReceived(QStringLiteral("Show"));
-    QVERIFY(m_window->isVisible() && !m_window->isMinimized());
-    m_window->titleBar()->closeButton()->click();
-    m_window->onMessageReceived(QStringLiteral("Show"));
-    QVERIFY(m_window->isVisible());
-}
-
-void TestModifyWindow::exitClosesEverything()
-{
-    m_window = std::make_unique<ModifyWindow>();
-    m_window->show();
-    QMenu *menu = m_window->titleBar()->settingMenu();
-    actionNamed(menu, QStringLiteral("群组设置"))->trigger();
-    actionNamed(menu, QStringLiteral("关于"))->trigger();
-    QVERIFY(m_window->titleBar()->aboutBox()->isVisible());
-    m_window->onSwitchControlInterface();
-    QVERIFY(m_window->settingWindow()->isVisible());
-    QVERIFY(m_window->scanWidget()->isVisible());
-
-    actionNamed(menu, QStringLiteral("退出"))->trigger();
-    QVERIFY(!m_window->isVisible());
-    QVERIFY(!m_window->settingWindow()->isVisible());
-    QVERIFY(!m_window->scanWidget()->isVisible());
-}
-
-void TestModifyWindow::checkUpdate_data()
-{
-    QTest::addColumn<QByteArray>("reply");
-    QTest::addColumn<bool>("offered");
-    QTest::addColumn<QString>("message");
-    // Installing an offer ends in the message box: nothing unchecked runs, and an installer that
-    // cannot start is kept for the user.
-    const QByteArray installer = "#!/bin/sh\n";
-    m_updateServer.setFile(QStringLiteral("setup.run"), installer);
-    const QString url = m_updateServer.url("/files/setup.run");
-    const QString md5 = QCryptographicHash::hash(installer, QCryptographicHash::Md5).toHex();
-    QTest::newRow("newer version, wrong md5")
-        << FakeUpdateServer::offerReply("1.2.0", "Faster pairing.", url, installer.size(), QString(32, u'0')) << true
-        << "下载的安装程序与更新服务器给出的大小或 MD5 不符，已删除，未启动。";
-    QTest::newRow("newer version, installer does not start")
-        << FakeUpdateServer::offerReply("1.2.0", "Faster pairing.", url, installer.size(), md5) << true
-        << "无法启动安装程序。文件保留在：" + downloadFolderPath() + "setup.run";
-    QTest::newRow("up to date") << FakeUpdateServer::upToDateReply() << false << QStringLiteral("已是最新版本，不需要更新");
-}
-
-void TestModifyWindow::checkUpdate()
-{
-    QFETCH(QByteArray, reply);
-    QFETCH(bool, offered);
-    QFETCH(QString, message);
-    m_updateServer.setCheckReply(reply);
-    m_window = std::make_unique<ModifyWindow>();
-    m_window->updateDialog()->setInstallerLauncher([](const QString &) { return false; });
-    m_window->show();
-
-    actionNamed(m_window->titleBar()->settingMenu(), QStringLiteral("检查更新"))->trigger();
-    QVERIFY(waitUntil([&] { return m_window->updateDialog()->isVisible() || m_window->messageBox()->isVisible(); }, 5000));
-    QCOMPARE(m_window->updateDialog()->isVisible(), offered);
-    QCOMPARE(m_window->messageBox()->isVisible(), !offered);
-    if (offered) {
-        QVERIFY(m_window->updateDialog()->findChild<QLabel *>(QStringLiteral("label_desc"))->text().contains(QLatin1String("1.2.0")));
-        QTest::mouseClick(m_window->updateDialog()->findChild<QPushButton *>(QStringLiteral("pushButton_update")), Qt::LeftButton);
-        QVERIFY(waitUntil([&] { return m_window->messageBox()->isVisible(); }, 10000));
-        QCOMPARE(QFile::exists(downloadFolderPath() + "setup.run"), message.contains(QLatin1String("setup.run")));
-    }
-    QCOMPARE(m_window->messageBox()->text(), message);
-}
-
-void TestModifyWindow::dragByTheTitleBar_data()
-{
-    QTest::addColumn<Qt::MouseButton>("button");
-    QTest::addColumn<bool>("moves");
-    QTest::newRow("left") << Qt::LeftButton << true;
-    QTest::newRow("right") << Qt::RightButton << false;
-}
-
-void TestModifyWindow::dragByTheTitleBar()
-{
-    QFETCH(Qt::MouseButton, button);
-    QFETCH(bool, moves);
-    m_window = std::make_unique<ModifyWindow>();
-    m_window->show();
-    m_window->move(100, 80);
-    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
-    const QPoint start = m_window->pos();
-    ModifyTitleBar *bar = m_window->titleBar();
-    const QPoint local(300, 20);
-    const QPoint global = bar->mapToGlobal(local);
-    const QPoint delta(37, 25);
-
-    QMouseEvent press(QEvent::MouseButtonPress, local, global, button, button, Qt::NoModifier);
-    QApplication::sendEvent(bar, &press);
-    QMouseEvent move(QEvent::MouseMove, local + delta, global + delta, Qt::NoButton, button, Qt::NoModifier);
-    QApplication::sendEvent(bar, &move);
-    QMouseEvent release(QEvent::MouseButtonRelease, local + delta, global + delta, button, Qt::NoButton, Qt::NoModifier);
-    QApplication::sendEvent(bar, &release);
-
-    QCOMPARE(m_window->pos(), moves ? start + delta : start);
-}
-
-void TestModifyWindow::bluetoothSettingsProgram_data()
-{
-    QTest::addColumn<QStringList>("installed");
-    QTest::addColumn<QString>("started");
-    QTest::newRow("none") << QStringList() << QString();
-    QTest::newRow("GNOME") << QStringList{QStringLiteral("gnome-control-center")}
-                           << QStringLiteral("gnome-control-center bluetooth");
-    QTest::newRow("KDE") << QStringList{QStringLiteral("systemsettings")} << QStringLiteral("systemsettings kcm_bluetooth");
-    QTest::newRow("GNOME and Blueman") << QStringList{QStringLiteral("blueman-manager"), QStringLiteral("gnome-control-center")}
-                                       << QStringLiteral("gnome-control-center bluetooth");
-}
-
-void TestModifyWindow::bluetoothSettingsProgram()
-{
-    QFETCH(QStringList, installed);
-    QFETCH(QString, started);
-    // Stand-in programs on a PATH of their own record how they were started.
-    QTemporaryDir bin;
-    QVERIFY(bin.isValid());
-    const QString record = bin.filePath(QStringLiteral("started.txt"));
-    for (const QString &name : installed) {
-        const QString path = bin.filePath(name);
-        QVERIFY(writeFile(path, QStringLiteral("#!/bin/sh\necho \"${0##*/} $*\" > '%1'\n").arg(record).toUtf8()));
-        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-    }
-    const QByteArray savedPath = qgetenv("PATH");
-    qputenv("PATH", bin.path().toUtf8());
-    const bool opened = openBluetoothSettings();
-    qputenv("PATH", savedPath);
-
-    QCOMPARE(opened, !started.isEmpty());
-    if (!started.isEmpty()) {
-        QVERIFY(waitUntil([&] { return QFile::exists(record) && !readFile(record).isEmpty(); }, 5000));
-        QCOMPARE(QString::fromUtf8(readFile(record)).trimmed(), started);
-    }
-}
 
 QTEST_MAIN(TestModifyWindow)
 #include "tst_modifywindow.moc"

@@ -32,6 +32,8 @@ const char kLights[] = R"({
   ]
 })";
 
+QString addr(int n) { return QStringLiteral("AA:00:00:00:00:0%1").arg(n); }
+
 QStringList listedAddresses(const DeviceWidget *list)
 {
     QStringList addrs;
@@ -47,17 +49,215 @@ class TestScanWidget : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
+    void initTestCase()
+    {
+        m_home = std::make_unique<TestHome>();
+        SimLights::select(kLights, false);
+        // Keep the Hue side of every scan off the network: discovery is refused for years.
+        QSettings hue(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"), QStringLiteral("com.brivon.beamcrafter.philipshue"));
+        hue.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime().addYears(50));
+        hue.sync();
+        QCOMPARE(DeviceMgrSingleton::instance()->deviceCount(), 0);
+    }
 
-    void eachLightListedOncePerScan();
-    void everyWayOutStopsTheScan_data();
-    void everyWayOutStopsTheScan();
-    void emptyScanOffersAnother();
-    void connectingTwoLightsSwitchesOnce();
-    void groupBoxReportsTheChange_data();
-    void groupBoxReportsTheChange();
+    void init() { m_scan = std::make_unique<ScanWidget>(); }
+
+    void cleanup()
+    {
+        m_scan.reset();
+        DeviceMgrSingleton::instance()->stopScan();
+        // The simulator reports the end of a stopped scan from its event loop: let it pass here.
+        QTest::qWait(50);
+    }
+
+    void eachLightListedOncePerScan()
+    {
+        DeviceMgr *mgr = DeviceMgrSingleton::instance();
+        m_scan->show();
+        QVERIFY(m_scan->deviceWidget()->isDiscoverTipVisible());
+        QVERIFY(waitListed(5));
+
+        // A transport that reports a light again, and a second scan started while the window is
+        // open (the manager then reports every light anew): still one row per light.
+        QSignalSpy discovered(mgr, &BaseDevice::sigDeviceDiscovered);
+        DevData repeat;
+        repeat.addr = addr(3);
+        repeat.name = QStringLiteral("Back light");
+        emit mgr->sigDeviceDiscovered(repeat);
+        mgr->startScan();
+        QVERIFY(waitUntil([&]() { return discovered.size() >= 6; }, 5000));
+        QCOMPARE(listedAddresses(m_scan->deviceWidget()), (QStringList{addr(1), addr(2), addr(3), addr(4), addr(5)}));
+        // The address beside the name; a nameless light by its address alone.
+        const QString fill = m_scan->deviceWidget()->listWidget()->item(1)->text();
+        QVERIFY(fill.startsWith(QStringLiteral("Fill light")) && fill.endsWith(addr(2)));
+        DevData nameless;
+        nameless.addr = addr(9);
+        emit mgr->sigDeviceDiscovered(nameless);
+        QCOMPARE(m_scan->deviceWidget()->listWidget()->item(5)->text(), nameless.addr);
+
+        // The next showing starts from an empty list.
+        m_scan->hide();
+        m_scan->show();
+        QCOMPARE(m_scan->deviceWidget()->count(), 0);
+        QVERIFY(waitListed(5));
+        QCOMPARE(m_scan->deviceWidget()->count(), 5);
+    }
+
+    void everyWayOutStopsTheScan_data()
+    {
+        QTest::addColumn<QString>("way");
+        QTest::newRow("cancel") << "cancel";
+        QTest::newRow("window close, pairing dialog open") << "close";
+        QTest::newRow("hidden by its owner") << "hide";
+        QTest::newRow("connect") << "connect";
+    }
+
+    void everyWayOutStopsTheScan()
+    {
+        QFETCH(QString, way);
+        DeviceMgr *mgr = DeviceMgrSingleton::instance();
+        QSignalSpy finished(mgr, &BaseDevice::sigDeviceDiscoveredFinished);
+        m_scan->show();
+        QVERIFY(waitListed(1));
+        if (way == QLatin1String("close")) {
+            m_scan->hueButton()->click();
+            QVERIFY(m_scan->hueBridgeDialog()->isVisible());
+        }
+        QCOMPARE(finished.size(), 0); // the scan is still running
+
+        if (way == QLatin1String("cancel")) {
+            m_scan->cancelButton()->click();
+        } else if (way == QLatin1String("close")) {
+            QVERIFY(m_scan->close());
+        } else if (way == QLatin1String("hide")) {
+            m_scan->hide();
+        } else {
+            m_scan->deviceWidget()->listWidget()->item(0)->setSelected(true);
+            m_scan->connectButton()->click();
+        }
+        QVERIFY(!m_scan->isVisible() && !m_scan->hueBridgeDialog()->isVisible());
+        // The simulated scan lasts a minute; only a stop ends it now.
+        QVERIFY(waitUntil([&]() { return finished.size() >= 1; }, 2000));
+        QVERIFY(!m_scan->deviceWidget()->isDiscoverTipVisible());
+        // Nothing was added on the way out, except by "连接".
+        QCOMPARE(mgr->deviceCount(), way == QLatin1String("connect") ? 1 : 0);
+        for (const QString &addr : mgr->getDevices().keys()) {
+            mgr->removeDevice(addr); // the link goes too, so the light is found again next time
+            mgr->delDev(defaultGroupUuid(), addr);
+        }
+    }
+
+    void emptyScanOffersAnother()
+    {
+        DeviceMgr *mgr = DeviceMgrSingleton::instance();
+        m_scan->show();
+        QVERIFY(!m_scan->rescanButton()->isEnabled());
+        // A transport whose scan ends before anything is found.
+        emit mgr->sigDeviceDiscoveredFinished();
+        QVERIFY(m_scan->deviceWidget()->isNothingFoundVisible() && m_scan->rescanButton()->isEnabled());
+        QTest::mouseClick(m_scan->rescanButton(), Qt::LeftButton);
+        QVERIFY(m_scan->isVisible());
+        QVERIFY(!m_scan->deviceWidget()->isNothingFoundVisible() && m_scan->deviceWidget()->isDiscoverTipVisible());
+        QVERIFY(waitListed(1));
+    }
+
+    void connectingTwoLightsSwitchesOnce()
+    {
+        DeviceMgr *mgr = DeviceMgrSingleton::instance();
+        QSignalSpy switched(m_scan.get(), &ScanWidget::OKClicked);
+        QSignalSpy stored(mgr->store(), &DevDataMgr::onAddDev);
+        m_scan->show();
+        QVERIFY(waitListed(5));
+        QListWidget *list = m_scan->deviceWidget()->listWidget();
+        // Any set: a click, a Ctrl click two rows further, then the keyboard, which adds nothing more.
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(1)).center());
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier, list->visualItemRect(list->item(3)).center());
+        QCOMPARE(list->selectedItems().size(), 2);
+        list->setFocus();
+        QVERIFY(list->hasFocus());
+        QTest::keyClick(list, Qt::Key_Down, Qt::ControlModifier);
+        QTest::keyClick(list, Qt::Key_Space, Qt::ControlModifier);
+        QCOMPARE(list->selectedItems().size(), 3);
+        QTest::keyClick(list, Qt::Key_Space, Qt::ControlModifier);
+        QCOMPARE(list->selectedItems().size(), 2);
+        QTest::mouseClick(m_scan->connectButton(), Qt::LeftButton);
+
+        QCOMPARE(switched.size(), 1);
+        QCOMPARE(stored.size(), 2);
+        const DevData *fill = mgr->store()->findDev(addr(2));
+        QVERIFY(fill);
+        QCOMPARE(fill->name, QStringLiteral("Fill light"));
+        QCOMPARE(fill->protocol, 2); // the record as discovery reported it
+        QVERIFY(mgr->store()->findDev(addr(4)));
+        QVERIFY(!m_scan->isVisible());
+        // Both are linked at once, not only when a later scan sees them again.
+        QVERIFY(waitUntil([&]() { return mgr->store()->findDev(addr(2))->linkState == 1 && mgr->store()->findDev(addr(4))->linkState == 1; }, 3000));
+
+        // Next time the stored lights are not offered again.
+        m_scan->show();
+        QVERIFY(waitListed(3));
+        QTest::qWait(600);
+        QCOMPARE(listedAddresses(m_scan->deviceWidget()), (QStringList{addr(1), addr(3), addr(5)}));
+    }
+
+    void groupBoxReportsTheChange_data()
+    {
+        QTest::addColumn<QStringList>("members");
+        QTest::addColumn<QList<int>>("clicks"); // rows clicked, in order
+        QTest::addColumn<QStringList>("added");
+        QTest::addColumn<QStringList>("removed");
+
+        QTest::newRow("nothing changed") << QStringList{"B"} << QList<int>{} << QStringList() << QStringList();
+        QTest::newRow("two added") << QStringList() << QList<int>{2, 0} << QStringList{"A", "C"} << QStringList();
+        QTest::newRow("one removed") << QStringList{"A", "B"} << QList<int>{0} << QStringList() << QStringList{"A"};
+        QTest::newRow("clicked twice") << QStringList{"C"} << QList<int>{1, 1} << QStringList() << QStringList();
+        QTest::newRow("swapped") << QStringList{"A"} << QList<int>{0, 1} << QStringList{"B"} << QStringList{"A"};
+        // Rows reached with the arrows and toggled with Space.
+        QTest::newRow("keyboard") << QStringList{"A"} << QList<int>{2, 0} << QStringList{"C"} << QStringList{"A"};
+    }
+
+    void groupBoxReportsTheChange()
+    {
+        QFETCH(QStringList, members);
+        QFETCH(QList<int>, clicks);
+        QList<DevData> offered, groupLights;
+        for (const QString &addr : {QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}) {
+            DevData dev;
+            dev.addr = addr;
+            dev.name = QStringLiteral("Light ") + addr;
+            offered << dev;
+            if (members.contains(addr))
+                groupLights << dev;
+        }
+        DeviceNameWidget box;
+        box.setDevices(offered);
+        box.onSyncSelectDevice(groupLights);
+        box.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&box));
+        QStringList added, removed;
+        connect(&box, &DeviceNameWidget::handleAddDevice, this, [&](QList<DevData> &info) { for (const DevData &dev : info) added << dev.addr; });
+        connect(&box, &DeviceNameWidget::handleDelDevice, this, [&](QString addr) { removed << addr; });
+
+        QListWidget *list = box.listWidget();
+        const bool keys = QByteArray(QTest::currentDataTag()) == "keyboard";
+        for (int row : clicks) {
+            if (!keys) {
+                QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(row)).center());
+                continue;
+            }
+            list->setFocus();
+            QVERIFY(list->hasFocus());
+            while (list->currentRow() < row)
+                QTest::keyClick(list, Qt::Key_Down);
+            while (list->currentRow() > row)
+                QTest::keyClick(list, Qt::Key_Up);
+            QTest::keyClick(list, Qt::Key_Space);
+        }
+        box.findChild<QPushButton *>(QStringLiteral("btnDeviceNameOk"))->click();
+        QTEST(added, "added");
+        QTEST(removed, "removed");
+        QVERIFY(!box.isVisible());
+    }
 
 private:
     bool waitListed(int count) { return waitUntil([&]() { return m_scan->deviceWidget()->count() >= count; }, 5000); }
@@ -65,237 +265,6 @@ private:
     std::unique_ptr<TestHome> m_home;
     std::unique_ptr<ScanWidget> m_scan;
 };
-
-void TestScanWidget::initTestCase()
-{
-    m_home = std::make_unique<TestHome>();
-    SimLights::select(kLights, false);
-    // Keep the Hue side of every scan off the network: discovery is refused for years.
-    QSettings hue(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
-                  QStringLiteral("com.brivon.beamcrafter.philipshue"));
-    hue.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime().addYears(50));
-    hue.sync();
-    QCOMPARE(DeviceMgrSingleton::instance()->deviceCount(), 0);
-}
-
-void TestScanWidget::init()
-{
-    m_scan = std::make_unique<ScanWidget>();
-}
-
-void TestScanWidget::cleanup()
-{
-    m_scan.reset();
-    DeviceMgrSingleton::instance()->stopScan();
-    // The simulator reports the end of a stopped scan from its event loop: let it pass here.
-    QTest::qWait(50);
-}
-
-void TestScanWidget::eachLightListedOncePerScan()
-{
-    DeviceMgr *mgr = DeviceMgrSingleton::instance();
-    m_scan->show();
-    QVERIFY(m_scan->deviceWidget()->isDiscoverTipVisible());
-    QVERIFY(waitListed(5));
-
-    // A transport that reports a light again, and a second scan started while the window is
-    // open (the manager then reports every light anew): still one row per light.
-    QSignalSpy discovered(mgr, &BaseDevice::sigDeviceDiscovered);
-    DevData repeat;
-    repeat.addr = QStringLiteral("AA:00:00:00:00:03");
-    repeat.name = QStringLiteral("Back light");
-    emit mgr->sigDeviceDiscovered(repeat);
-    mgr->startScan();
-    QVERIFY(waitUntil([&]() { return discovered.size() >= 6; }, 5000));
-    QCOMPARE(listedAddresses(m_scan->deviceWidget()),
-             (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:02", "AA:00:00:00:00:03", "AA:00:00:00:00:04",
-                          "AA:00:00:00:00:05"}));
-    // The address beside the name; a nameless light by its address alone.
-    QVERIFY(m_scan->deviceWidget()->listWidget()->item(1)->text().startsWith(QStringLiteral("Fill light")));
-    QVERIFY(m_scan->deviceWidget()->listWidget()->item(1)->text().endsWith(QStringLiteral("AA:00:00:00:00:02")));
-    DevData nameless;
-    nameless.addr = QStringLiteral("AA:00:00:00:00:09");
-    emit mgr->sigDeviceDiscovered(nameless);
-    QCOMPARE(m_scan->deviceWidget()->listWidget()->item(5)->text(), nameless.addr);
-
-    // The next showing starts from an empty list.
-    m_scan->hide();
-    m_scan->show();
-    QCOMPARE(m_scan->deviceWidget()->count(), 0);
-    QVERIFY(waitListed(5));
-    QCOMPARE(m_scan->deviceWidget()->count(), 5);
-}
-
-void TestScanWidget::emptyScanOffersAnother()
-{
-    DeviceMgr *mgr = DeviceMgrSingleton::instance();
-    m_scan->show();
-    QVERIFY(!m_scan->rescanButton()->isEnabled());
-    // A transport whose scan ends before anything is found.
-    emit mgr->sigDeviceDiscoveredFinished();
-    QVERIFY(m_scan->deviceWidget()->isNothingFoundVisible());
-    QVERIFY(m_scan->rescanButton()->isEnabled());
-    QTest::mouseClick(m_scan->rescanButton(), Qt::LeftButton);
-    QVERIFY(m_scan->isVisible());
-    QVERIFY(!m_scan->deviceWidget()->isNothingFoundVisible());
-    QVERIFY(m_scan->deviceWidget()->isDiscoverTipVisible());
-    QVERIFY(waitListed(1));
-}
-
-void TestScanWidget::everyWayOutStopsTheScan_data()
-{
-    QTest::addColumn<QString>("way");
-    QTest::addColumn<bool>("withPairingDialog");
-    QTest::newRow("cancel") << "cancel" << false;
-    QTest::newRow("window close, pairing dialog open") << "close" << true;
-    QTest::newRow("hidden by its owner") << "hide" << false;
-    QTest::newRow("connect") << "connect" << false;
-}
-
-void TestScanWidget::everyWayOutStopsTheScan()
-{
-    QFETCH(QString, way);
-    QFETCH(bool, withPairingDialog);
-    DeviceMgr *mgr = DeviceMgrSingleton::instance();
-    QSignalSpy finished(mgr, &BaseDevice::sigDeviceDiscoveredFinished);
-    m_scan->show();
-    QVERIFY(waitListed(1));
-    if (withPairingDialog) {
-        m_scan->hueButton()->click();
-        QVERIFY(m_scan->hueBridgeDialog()->isVisible());
-    }
-    QCOMPARE(finished.size(), 0); // the scan is still running
-
-    if (way == QLatin1String("cancel")) {
-        m_scan->cancelButton()->click();
-    } else if (way == QLatin1String("close")) {
-        QVERIFY(m_scan->close());
-    } else if (way == QLatin1String("hide")) {
-        m_scan->hide();
-    } else {
-        m_scan->deviceWidget()->listWidget()->item(0)->setSelected(true);
-        m_scan->connectButton()->click();
-    }
-    QVERIFY(!m_scan->isVisible());
-    QVERIFY(!m_scan->hueBridgeDialog()->isVisible());
-    // The simulated scan lasts a minute; only a stop ends it now.
-    QVERIFY(waitUntil([&]() { return finished.size() >= 1; }, 2000));
-    QVERIFY(!m_scan->deviceWidget()->isDiscoverTipVisible());
-    // Nothing was added on the way out, except by "连接".
-    QCOMPARE(mgr->deviceCount(), way == QLatin1String("connect") ? 1 : 0);
-    for (const QString &addr : mgr->getDevices().keys()) {
-        mgr->removeDevice(addr); // the link goes too, so the light is found again next time
-        mgr->delDev(defaultGroupUuid(), addr);
-    }
-}
-
-void TestScanWidget::connectingTwoLightsSwitchesOnce()
-{
-    DeviceMgr *mgr = DeviceMgrSingleton::instance();
-    QSignalSpy switched(m_scan.get(), &ScanWidget::OKClicked);
-    QSignalSpy stored(mgr->store(), &DevDataMgr::onAddDev);
-    m_scan->show();
-    QVERIFY(waitListed(5));
-    QListWidget *list = m_scan->deviceWidget()->listWidget();
-    // Any set: a click, a Ctrl click two rows further, then the keyboard, which adds nothing more.
-    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(1)).center());
-    QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier,
-                      list->visualItemRect(list->item(3)).center());
-    QCOMPARE(list->selectedItems().size(), 2);
-    list->setFocus();
-    QVERIFY(list->hasFocus());
-    QTest::keyClick(list, Qt::Key_Down, Qt::ControlModifier);
-    QTest::keyClick(list, Qt::Key_Space, Qt::ControlModifier);
-    QCOMPARE(list->selectedItems().size(), 3);
-    QTest::keyClick(list, Qt::Key_Space, Qt::ControlModifier);
-    QCOMPARE(list->selectedItems().size(), 2);
-    QTest::mouseClick(m_scan->connectButton(), Qt::LeftButton);
-
-    QCOMPARE(switched.size(), 1);
-    QCOMPARE(stored.size(), 2);
-    const DevData *fill = mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:02"));
-    QVERIFY(fill);
-    QCOMPARE(fill->name, QStringLiteral("Fill light"));
-    QCOMPARE(fill->protocol, 2); // the record as discovery reported it
-    QVERIFY(mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:04")));
-    QVERIFY(!m_scan->isVisible());
-    // Both are linked at once, not only when a later scan sees them again.
-    QVERIFY(waitUntil([&]() {
-        return mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:02"))->linkState == 1
-            && mgr->store()->findDev(QStringLiteral("AA:00:00:00:00:04"))->linkState == 1;
-    }, 3000));
-
-    // Next time the stored lights are not offered again.
-    m_scan->show();
-    QVERIFY(waitListed(3));
-    QTest::qWait(600);
-    QCOMPARE(listedAddresses(m_scan->deviceWidget()),
-             (QStringList{"AA:00:00:00:00:01", "AA:00:00:00:00:03", "AA:00:00:00:00:05"}));
-}
-
-void TestScanWidget::groupBoxReportsTheChange_data()
-{
-    QTest::addColumn<QStringList>("members");
-    QTest::addColumn<QList<int>>("clicks"); // rows clicked, in order
-    QTest::addColumn<QStringList>("added");
-    QTest::addColumn<QStringList>("removed");
-
-    QTest::newRow("nothing changed") << QStringList{"B"} << QList<int>{} << QStringList() << QStringList();
-    QTest::newRow("two added") << QStringList() << QList<int>{2, 0} << QStringList{"A", "C"} << QStringList();
-    QTest::newRow("one removed") << QStringList{"A", "B"} << QList<int>{0} << QStringList() << QStringList{"A"};
-    QTest::newRow("clicked twice") << QStringList{"C"} << QList<int>{1, 1} << QStringList() << QStringList();
-    QTest::newRow("swapped") << QStringList{"A"} << QList<int>{0, 1} << QStringList{"B"} << QStringList{"A"};
-    // Rows reached with the arrows and toggled with Space.
-    QTest::newRow("keyboard") << QStringList{"A"} << QList<int>{2, 0} << QStringList{"C"} << QStringList{"A"};
-}
-
-void TestScanWidget::groupBoxReportsTheChange()
-{
-    QFETCH(QStringList, members);
-    QFETCH(QList<int>, clicks);
-    QList<DevData> offered;
-    QList<DevData> groupLights;
-    for (const QString &addr : {QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}) {
-        DevData dev;
-        dev.addr = addr;
-        dev.name = QStringLiteral("Light ") + addr;
-        offered << dev;
-        if (members.contains(addr))
-            groupLights << dev;
-    }
-    DeviceNameWidget box;
-    box.setDevices(offered);
-    box.onSyncSelectDevice(groupLights);
-    box.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&box));
-    QStringList added;
-    QStringList removed;
-    connect(&box, &DeviceNameWidget::handleAddDevice, this, [&](QList<DevData> &info) {
-        for (const DevData &dev : info)
-            added << dev.addr;
-    });
-    connect(&box, &DeviceNameWidget::handleDelDevice, this, [&](QString addr) { removed << addr; });
-
-    QListWidget *list = box.listWidget();
-    const bool keys = QByteArray(QTest::currentDataTag()) == "keyboard";
-    for (int row : clicks) {
-        if (!keys) {
-            QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(row)).center());
-            continue;
-        }
-        list->setFocus();
-        QVERIFY(list->hasFocus());
-        while (list->currentRow() < row)
-            QTest::keyClick(list, Qt::Key_Down);
-        while (list->currentRow() > row)
-            QTest::keyClick(list, Qt::Key_Up);
-        QTest::keyClick(list, Qt::Key_Space);
-    }
-    box.findChild<QPushButton *>(QStringLiteral("btnDeviceNameOk"))->click();
-    QTEST(added, "added");
-    QTEST(removed, "removed");
-    QVERIFY(!box.isVisible());
-}
 
 QTEST_MAIN(TestScanWidget)
 #include "tst_scanwidget.moc"

