@@ -33,16 +33,24 @@ const QString kAA = QStringLiteral("AA:00:00:00:00:10");   // protocol 1001
 const QByteArray kLights = R"({
   "timing": { "discoverFirstMs": 30, "discoverStepMs": 20, "scanMs": 300, "connectMs": 60, "replyMs": 10 },
   "lights": [
-    { "addr": "AA:00:00:00:00:02", "name": "Key light", "protocol": 2, "power": true, "brightness": 50, "temperature": 5600, "mode": 2 },
-    { "addr": "AA:00:00:00:00:10", "name": "COB", "protocol": 1001, "power": true, "brightness": 60, "temperature": 4300, "mode": 1 }
+    { "addr": "AA:00:00:00:00:02", "name": "Key light", "protocol": 2, "power": true, "brightness": 50,
+            "temperature": 5600, "mode": 2 },
+    { "addr": "AA:00:00:00:00:10", "name": "COB", "protocol": 1001, "power": true, "brightness": 60, "temperature": 4300,
+            "mode": 1 }
   ]
 })";
 
 // A value of the light's own state as the simulator reports it (true is 1).
-int lightValue(const QString &addr, const char *key) { return SimLights::state(addr).value(QLatin1String(key)).toVariant().toInt(); }
+int lightValue(const QString &addr, const char *key)
+{
+    return SimLights::state(addr).value(QLatin1String(key)).toVariant().toInt();
+}
 
 // Turns a knob on the light itself.
-bool knob(const QString &addr, const char *change) { return SimLights::command(QStringLiteral("knob %1 ").arg(addr) + QLatin1String(change)) == QLatin1String("ok"); }
+bool knob(const QString &addr, const char *change)
+{
+    return SimLights::command(QStringLiteral("knob %1 ").arg(addr) + QLatin1String(change)) == QLatin1String("ok");
+}
 
 QPoint handleCentre(const QSlider *slider, int value)
 {
@@ -178,7 +186,8 @@ private slots:
         QCOMPARE(SimLights::stored(addr).brightness, 90);
 
         CustomSlider *temperature = card->temperatureSlider();
-        QCOMPARE((QList<int>{temperature->minimum(), temperature->maximum(), temperature->value()}), (QList<int>{minimum, 65, reported}));
+        QCOMPARE((QList<int>{temperature->minimum(), temperature->maximum(), temperature->value()}),
+                (QList<int>{minimum, 65, reported}));
         drag(temperature, reported, 50);
         QVERIFY(waitUntil([&] { return lightValue(addr, "temperature") == 5000; }, 3000));
         QVERIFY(waitUntil([&] { return SimLights::stored(addr).temperature == 5000; }, 3000));
@@ -361,7 +370,8 @@ private slots:
         QVERIFY(waitUntil([] { return SimLights::stored(kAA).switchState; }, 3000));
         QTest::qWait(200);
         DeviceMgrSingleton::instance()->setBrightness(kAA, 40);
-        QVERIFY(waitUntil([&] { return lightValue(kAA, "brightness") == 40 && SimLights::stored(kAA).brightness == 40; }, 3000));
+        QVERIFY(waitUntil([&] { return lightValue(kAA, "brightness") == 40 && SimLights::stored(kAA).brightness == 40; },
+                3000));
         const auto card = shownCard(kAA);
         QVERIFY(card);
         CustomSlider *slider = card->brightnessSlider();

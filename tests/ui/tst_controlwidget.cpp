@@ -183,7 +183,8 @@ private slots:
 
         // Renamed from a card's menu: every card of the light shows the new name, trimmed.
         ControlItemWidget *listed = ControlWidget::card(panel.section(defaultGroupUuid()), kKey.addr);
-        QVERIFY(runContextMenu([&] { emit listed->customContextMenuRequested(QPoint(20, 20)); }, QStringLiteral("重命名")).contains(QStringLiteral("重命名")));
+        QVERIFY(runContextMenu([&] { emit listed->customContextMenuRequested(QPoint(20, 20)); },
+                QStringLiteral("重命名")).contains(QStringLiteral("重命名")));
         auto *dialog = listed->findChild<QInputDialog *>();
         QVERIFY(dialog);
         QCOMPARE(dialog->textValue(), QStringLiteral("Key"));
@@ -202,7 +203,8 @@ private slots:
         QVERIFY(QTest::qWaitForWindowActive(&panel));
         focused->setFocus(Qt::TabFocusReason);
         QVERIFY(focused->hasFocus());
-        QVERIFY(runContextMenu([&] { QTest::keyClick(focused, Qt::Key_Delete); }, QStringLiteral("删除")).contains(QStringLiteral("删除")));
+        QVERIFY(runContextMenu([&] { QTest::keyClick(focused, Qt::Key_Delete); },
+                QStringLiteral("删除")).contains(QStringLiteral("删除")));
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
         // The group's only light is gone from it either way, and with it the group's section.
@@ -218,7 +220,8 @@ private slots:
     {
         QList<DevData> lights;
         for (int i = 0; i < 20; ++i) {
-            lights << light(QStringLiteral("AA:00:00:00:02:%1").arg(i, 2, 10, QLatin1Char('0')), QStringLiteral("L%1").arg(i));
+            lights << light(QStringLiteral("AA:00:00:00:02:%1").arg(i, 2, 10, QLatin1Char('0')),
+                    QStringLiteral("L%1").arg(i));
             lights.last().colorLightEnable = true;
             lights.last().lightEffectEnable = true;
             mgr()->addDev(lights.last());

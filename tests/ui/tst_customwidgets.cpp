@@ -84,7 +84,8 @@ private slots:
         const auto turn = [](QSlider *target) {
             target->setRange(0, 100);
             target->setValue(50);
-            QWheelEvent wheel(QPointF(10, 10), QPointF(10, 10), QPoint(), QPoint(0, -120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+            QWheelEvent wheel(QPointF(10, 10), QPointF(10, 10), QPoint(), QPoint(0, -120), Qt::NoButton, Qt::NoModifier,
+                    Qt::NoScrollPhase, false);
             QApplication::sendEvent(target, &wheel);
             return wheel.isAccepted();
         };

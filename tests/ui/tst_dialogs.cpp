@@ -48,7 +48,8 @@ private slots:
 
     void init()
     {
-        QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"), QStringLiteral("com.brivon.beamcrafter")).clear();
+        QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
+                QStringLiteral("com.brivon.beamcrafter")).clear();
     }
 
     void deleteConfirmation_data()
@@ -94,9 +95,11 @@ private slots:
         QTEST(askToDeleteDevice(), "askDeviceAfter");
         QTEST(askToDeleteGroup(), "askGroupAfter");
         // It must outlive the program: the answer is in the user's settings file.
-        QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"), QStringLiteral("com.brivon.beamcrafter")).sync();
+        QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
+                QStringLiteral("com.brivon.beamcrafter")).sync();
         const QByteArray stored = readFile(m_home->path() + QStringLiteral("/.config/brivon/com.brivon.beamcrafter.conf"));
-        QCOMPARE(stored.contains("ask_to_delete_device=false") || stored.contains("ask_to_delete_group=false"), deletions && !key.isEmpty());
+        QCOMPARE(stored.contains("ask_to_delete_device=false") || stored.contains("ask_to_delete_group=false"),
+                deletions && !key.isEmpty());
     }
 
     void messageBoxDragsByItsStrip_data()
@@ -157,11 +160,14 @@ private slots:
         slider.resize(300, 30);
         const QImage image = slider.grab().toImage();
         const int y = image.height() / 2;
-        const auto near = [](const QColor &a, const QColor &b) { return qAbs(a.red() - b.red()) < 24 && qAbs(a.green() - b.green()) < 24 && qAbs(a.blue() - b.blue()) < 24; };
+        const auto near = [](const QColor &a,
+                const QColor &b) { return qAbs(a.red() - b.red()) < 24 && qAbs(a.green() - b.green()) < 24
+                        && qAbs(a.blue() - b.blue()) < 24; };
         QFETCH(QColor, left);
         QFETCH(QColor, right);
         QVERIFY2(near(image.pixelColor(4, y), left), qPrintable(image.pixelColor(4, y).name()));
-        QVERIFY2(near(image.pixelColor(image.width() - 5, y), right), qPrintable(image.pixelColor(image.width() - 5, y).name()));
+        QVERIFY2(near(image.pixelColor(image.width() - 5, y), right),
+                qPrintable(image.pixelColor(image.width() - 5, y).name()));
         // The 26 px round handle in the middle stands out above the 8 px groove.
         QVERIFY(image.pixelColor(150, y - 10) != image.pixelColor(4, y - 10));
     }

@@ -219,7 +219,8 @@ private slots:
         QVERIFY(mgr()->store()->findDev(kV60));
 
         // Members already there are not added twice.
-        QList<DevData> again{*mgr()->store()->findDev(kQ300), *mgr()->store()->findDev(kV80), *mgr()->store()->findDev(kV80)};
+        QList<DevData> again{*mgr()->store()->findDev(kQ300), *mgr()->store()->findDev(kV80),
+                *mgr()->store()->findDev(kV80)};
         info()->handleAddDevice(again);
         QCOMPARE(storedMembers(uuid), (QStringList{kQ300, kV80}));
 

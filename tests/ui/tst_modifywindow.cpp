@@ -210,7 +210,8 @@ private slots:
             QApplication::sendEvent(bar, &press);
             QMouseEvent move(QEvent::MouseMove, local + delta, global + delta, Qt::NoButton, button, Qt::NoModifier);
             QApplication::sendEvent(bar, &move);
-            QMouseEvent release(QEvent::MouseButtonRelease, local + delta, global + delta, button, Qt::NoButton, Qt::NoModifier);
+            QMouseEvent release(QEvent::MouseButtonRelease, local + delta, global + delta, button, Qt::NoButton,
+                    Qt::NoModifier);
             QApplication::sendEvent(bar, &release);
             QCOMPARE(m_window->pos(), button == Qt::LeftButton ? start + delta : start);
         }
@@ -284,11 +285,13 @@ private slots:
         m_window->show();
 
         actionNamed(m_window->titleBar()->settingMenu(), QStringLiteral("检查更新"))->trigger();
-        QVERIFY(waitUntil([&] { return m_window->updateDialog()->isVisible() || m_window->messageBox()->isVisible(); }, 5000));
+        QVERIFY(waitUntil([&] { return m_window->updateDialog()->isVisible() || m_window->messageBox()->isVisible(); },
+                5000));
         QCOMPARE(m_window->updateDialog()->isVisible(), offered);
         QCOMPARE(m_window->messageBox()->isVisible(), !offered);
         if (offered) {
-            QTest::mouseClick(m_window->updateDialog()->findChild<QPushButton *>(QStringLiteral("pushButton_update")), Qt::LeftButton);
+            QTest::mouseClick(m_window->updateDialog()->findChild<QPushButton *>(QStringLiteral("pushButton_update")),
+                    Qt::LeftButton);
             QVERIFY(waitUntil([&] { return m_window->messageBox()->isVisible(); }, 10000));
             // Kept only when it could not be started.
             QCOMPARE(QFile::exists(downloadFolderPath() + "setup.run"), message.contains(QLatin1String("setup.run")));
@@ -303,7 +306,8 @@ private slots:
         QTest::newRow("none") << QStringList() << QString();
         QTest::newRow("GNOME") << QStringList{"gnome-control-center"} << "gnome-control-center bluetooth";
         QTest::newRow("KDE") << QStringList{"systemsettings"} << "systemsettings kcm_bluetooth";
-        QTest::newRow("GNOME and Blueman") << QStringList{"blueman-manager", "gnome-control-center"} << "gnome-control-center bluetooth";
+        QTest::newRow("GNOME and Blueman") << QStringList{"blueman-manager", "gnome-control-center"}
+                << "gnome-control-center bluetooth";
     }
 
     void bluetoothSettingsProgram()

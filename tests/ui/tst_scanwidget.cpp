@@ -54,7 +54,8 @@ private slots:
         m_home = std::make_unique<TestHome>();
         SimLights::select(kLights, false);
         // Keep the Hue side of every scan off the network: discovery is refused for years.
-        QSettings hue(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"), QStringLiteral("com.brivon.beamcrafter.philipshue"));
+        QSettings hue(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
+                QStringLiteral("com.brivon.beamcrafter.philipshue"));
         hue.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime().addYears(50));
         hue.sync();
         QCOMPARE(DeviceMgrSingleton::instance()->deviceCount(), 0);
@@ -171,7 +172,8 @@ private slots:
         QListWidget *list = m_scan->deviceWidget()->listWidget();
         // Any set: a click, a Ctrl click two rows further, then the keyboard, which adds nothing more.
         QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(list->item(1)).center());
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier, list->visualItemRect(list->item(3)).center());
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                list->visualItemRect(list->item(3)).center());
         QCOMPARE(list->selectedItems().size(), 2);
         list->setFocus();
         QVERIFY(list->hasFocus());
@@ -191,7 +193,8 @@ private slots:
         QVERIFY(mgr->store()->findDev(addr(4)));
         QVERIFY(!m_scan->isVisible());
         // Both are linked at once, not only when a later scan sees them again.
-        QVERIFY(waitUntil([&]() { return mgr->store()->findDev(addr(2))->linkState == 1 && mgr->store()->findDev(addr(4))->linkState == 1; }, 3000));
+        QVERIFY(waitUntil([&]() { return mgr->store()->findDev(addr(2))->linkState == 1
+                && mgr->store()->findDev(addr(4))->linkState == 1; }, 3000));
 
         // Next time the stored lights are not offered again.
         m_scan->show();
@@ -235,7 +238,8 @@ private slots:
         box.show();
         QVERIFY(QTest::qWaitForWindowExposed(&box));
         QStringList added, removed;
-        connect(&box, &DeviceNameWidget::handleAddDevice, this, [&](QList<DevData> &info) { for (const DevData &dev : info) added << dev.addr; });
+        connect(&box, &DeviceNameWidget::handleAddDevice, this,
+                [&](QList<DevData> &info) { for (const DevData &dev : info) added << dev.addr; });
         connect(&box, &DeviceNameWidget::handleDelDevice, this, [&](QString addr) { removed << addr; });
 
         QListWidget *list = box.listWidget();

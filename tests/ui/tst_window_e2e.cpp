@@ -116,7 +116,8 @@ private slots:
             QTest::mouseClick(card->powerButton(), Qt::LeftButton);
         }
         for (const QString &addr : {kV60, kV80})
-            QVERIFY2(waitUntil([&] { return SimLights::state(addr).value(QLatin1String("power")) == QJsonValue(false); }, 3000), qPrintable(addr));
+            QVERIFY2(waitUntil([&] { return SimLights::state(addr).value(QLatin1String("power")) == QJsonValue(false); },
+                    3000), qPrintable(addr));
 
         // Delete one light from the list of all lights.
         groups->listWidget()->setCurrentRow(0);
@@ -125,7 +126,8 @@ private slots:
         QVERIFY(!mgr()->store()->findDev(kV80));
         QCOMPARE(mgr()->getGroupDevices(uuid).size(), 1);
         QVERIFY(waitUntil([&] { return ControlWidget::cards(section).size() == 1; }, 2000));
-        QVERIFY(waitUntil([&] { return SimLights::state(kV80).value(QLatin1String("connected")) == QJsonValue(false); }, 3000));
+        QVERIFY(waitUntil([&] { return SimLights::state(kV80).value(QLatin1String("connected")) == QJsonValue(false); },
+                3000));
         QVERIFY(window.controlWidget()->isVisible());
     }
 
