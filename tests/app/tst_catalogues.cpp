@@ -1,13 +1,24 @@
-// The five catalogues are complete and agree with the texts in the sources: lupdate run over the
-// sources into a copy of each catalogue adds no text and drops none, and every entry is translated
-// with the placeholders, accelerators and edge spaces of its source.
+// The five interface languages. The catalogues are complete and agree with the texts in the
+// sources: lupdate run over the sources into a copy of each catalogue adds no text and drops none,
+// and every entry is translated with the placeholders, accelerators and edge spaces of its source.
+// The system locale picks one of the five, and its translators are installed the way the program
+// does it: the card finds and hides the colour dialog's screen picker by its translated text.
+#include "applanguage.h"
+#include "controlitemwidget.h"
+#include "testhome.h"
+
+#include <QColorDialog>
 #include <QFile>
 #include <QProcess>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTranslator>
 #include <QXmlStreamReader>
+
+#include <memory>
 
 namespace {
 
@@ -120,6 +131,98 @@ private slots:
             QVERIFY2(e.type.isEmpty(), qPrintable(e.source + QStringLiteral(" is in the sources only")));
     }
 
+    // From the locale variable to the tag, and on to the name the update server is given (the
+    // whole way from LC_ALL=ja_JP.UTF-8 is in the update check's suite).
+    void languageOfLocale_data()
+    {
+        QTest::addColumn<QString>("posix");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<QString>("requestName");
+        QTest::newRow("en_US") << "en_US.UTF-8" << "en-US" << "en_US" << "en-US";
+        QTest::newRow("zh_CN") << "zh_CN" << "zh-CN" << "zh_CN" << "zh-CN";
+        QTest::newRow("zh_TW") << "zh_TW.UTF-8" << "zh-TW" << "zh_HK" << "zh-HK";
+        QTest::newRow("zh_Hans_SG") << "zh_Hans_SG" << "zh-Hans-SG" << "zh_CN" << "zh-CN";
+        QTest::newRow("zh_Hant_CN") << "zh_Hant_CN@mod" << "zh-Hant-CN" << "zh_HK" << "zh-HK";
+        QTest::newRow("case-sensitive cn") << "zh_cn" << "zh-cn" << "zh_HK" << "zh-HK";
+        QTest::newRow("de_AT") << "de_AT" << "de-AT" << "de_DE" << "de-DE";
+        QTest::newRow("fr_FR") << "fr_FR" << "fr-FR" << "en_US" << "en-US";
+        QTest::newRow("C.UTF-8") << "C.UTF-8" << "" << "en_US" << "en-US";
+        QTest::newRow("POSIX") << "POSIX" << "" << "en_US" << "en-US";
+    }
+    void languageOfLocale()
+    {
+        QFETCH(QString, posix);
+        const QString name = dashedLocaleName(posix);
+        QTEST(name, "name");
+        const QString tag = languageTagForLocaleName(name);
+        QTEST(tag, "tag");
+        QTEST(dashedLanguageName(tag), "requestName");
+    }
+
+    void unknownTagFallsBack()
+    {
+        // Never made from a locale, but still usable: Qt's English catalogue, and for the update
+        // server the underscore tag, on purpose.
+        QCOMPARE(qtTranslationName(QStringLiteral("fr_FR")), QStringLiteral("qt_en_US"));
+        QCOMPARE(dashedLanguageName(QStringLiteral("fr_FR")), QStringLiteral("en_US"));
+    }
+
+    // Before anything else asks for the language: it is probed once per process.
+    void systemLanguageProbesOnceAndInstallsTranslators()
+    {
+        qputenv("LC_ALL", "");
+        qputenv("LC_MESSAGES", "de_AT.UTF-8");
+        qputenv("LANG", "ja_JP.UTF-8");
+
+        QTest::ignoreMessage(QtDebugMsg, "NSIS:Language is not exist");
+        QTest::ignoreMessage(QtDebugMsg, "System Language is \"de-AT\"");
+        QCOMPARE(systemLanguage(), QStringLiteral("de_DE"));
+        // Cached: a changed environment and a second call log nothing and keep the tag.
+        qputenv("LC_MESSAGES", "zh_CN.UTF-8");
+        QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+        QCOMPARE(systemLanguage(), QStringLiteral("de_DE"));
+
+        loadTranslations();
+        QCOMPARE(QCoreApplication::instance()->property("language").toString(), QStringLiteral("de_DE"));
+        QCOMPARE(QCoreApplication::translate("DevDataMgr", "设备列表"), QStringLiteral("Geräteliste"));
+        QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), QStringLiteral("Abbrechen"));
+        // Uninstalled again for the cases below.
+        qDeleteAll(QCoreApplication::instance()->findChildren<QTranslator *>());
+    }
+
+    void screenPickerHidden_data()
+    {
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<QString>("pickScreen");
+        QTest::newRow("en_US") << "en_US" << "&Pick Screen Color";
+        QTest::newRow("zh_CN") << "zh_CN" << "拾取屏幕颜色(&P)";
+        QTest::newRow("de_DE") << "de_DE" << "&Farbe vom Bildschirm wählen";
+        QTest::newRow("ja_JP") << "ja_JP" << "スクリーンの色を取得(&P)";
+        QTest::newRow("zh_HK") << "zh_HK" << "擷取螢幕顏色(&P)";
+    }
+
+    void screenPickerHidden()
+    {
+        QFETCH(QString, tag);
+        // The program's catalogue, then Qt's, as loadTranslations() installs them.
+        std::vector<std::unique_ptr<QTranslator>> translators;
+        for (const QString &name : {tag, qtTranslationName(tag)}) {
+            translators.push_back(std::make_unique<QTranslator>());
+            QVERIFY(translators.back()->load(QStringLiteral(":/resource/translations/") + name + QStringLiteral(".qm")));
+            // Qt's English catalogue holds no message: installing it is refused, as in the program.
+            QCoreApplication::installTranslator(translators.back().get());
+        }
+        const QString pickText = QColorDialog::tr("&Pick Screen Color");
+        QTEST(pickText, "pickScreen");
+
+        ControlItemWidget card;
+        QList<QPushButton *> picker = card.colorDialog()->findChildren<QPushButton *>();
+        picker.removeIf([&](const QPushButton *button) { return button->text() != pickText; });
+        QCOMPARE(picker.size(), 1);
+        QVERIFY(picker.first()->isHidden());
+    }
+
 private:
     static QString path(const QString &tag)
     {
@@ -128,7 +231,8 @@ private:
 
     QTemporaryDir m_tmp;
     bool m_updated = false;
+    TestHome m_home;
 };
 
-QTEST_GUILESS_MAIN(TestCatalogues)
+QTEST_MAIN(TestCatalogues)
 #include "tst_catalogues.moc"

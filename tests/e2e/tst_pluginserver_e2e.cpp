@@ -7,7 +7,6 @@
 #include "simlights.h"
 #include "testhome.h"
 
-#include <QElapsedTimer>
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -80,11 +79,8 @@ class TestPluginServerE2E : public QObject
 
 private slots:
     void initTestCase();
-    void cleanupTestCase();
-    void listsStoredLightsAndGroups();
     void controlCommandsReachTheLights();
     void noticesFollowTheLights();
-    void groupCommandFansOut();
     void hueChangeAtTheBridgeReachesTheClient();
     void exampleClientListsAndDims();
     void sigtermKeepsTheLastChange();
@@ -160,19 +156,8 @@ void TestPluginServerE2E::initTestCase()
     QVERIFY(waitForSim(kRgb, QStringLiteral("connected"), true, 15000));
     QVERIFY(waitForSim(kCob, QStringLiteral("connected"), true, 15000));
     m_client = std::make_unique<Client>(m_port);
-    QCOMPARE(m_client->socket.state(), QAbstractSocket::ConnectedState);
     // Both lights have reported their state to the program.
     QTest::qWait(500);
-}
-
-void TestPluginServerE2E::cleanupTestCase()
-{
-    m_client.reset();
-    if (m_app) {
-        m_app->kill();
-        m_app->waitForFinished(5000);
-    }
-    m_home.reset();
 }
 
 bool TestPluginServerE2E::waitForSim(const QString &addr, const QString &key, const QJsonValue &value, int timeoutMs)
@@ -187,73 +172,31 @@ bool TestPluginServerE2E::waitForSim(const QString &addr, const QString &key, co
     return ok;
 }
 
-void TestPluginServerE2E::listsStoredLightsAndGroups()
-{
-    m_client->socket.sendTextMessage(envelope(20000, QStringLiteral("listdevice")));
-    QJsonObject reply;
-    QVERIFY(waitUntil([&] {
-        for (const QJsonObject &message : std::as_const(m_client->received))
-            if (message.value(QLatin1String("subCmd")).toString() == QLatin1String("listdevice"))
-                reply = message;
-        return !reply.isEmpty();
-    }, 5000));
-    QCOMPARE(reply.value(QLatin1String("cmd")).toInt(), 20000);
-    const QJsonObject param = reply.value(QLatin1String("param")).toObject();
-    const QJsonArray lights = param.value(QLatin1String("light")).toArray();
-    QCOMPARE(lights.size(), 3);
-    for (const QJsonValue &light : lights) {
-        // Kelvin for every light, the Hue lamp's 366 mirek included.
-        if (light.toObject().value(QLatin1String("id")).toString() == kHue)
-            QCOMPARE(light.toObject().value(QLatin1String("temperature")).toObject().value(QLatin1String("value")).toInt(), 2700);
-    }
-    const QJsonArray groups = param.value(QLatin1String("group")).toArray();
-    QCOMPARE(groups.size(), 1);
-    QCOMPARE(groups.at(0).toObject().value(QLatin1String("id")).toString(), kGroup);
-    QCOMPARE(groups.at(0).toObject().value(QLatin1String("switch")).toBool(), true);
-    QVERIFY(!param.value(QLatin1String("effect")).toArray().isEmpty());
-    // Each Bluetooth light offers its own family's effects from the shipped table; a Hue lamp none.
-    for (const QJsonValue &value : param.value(QLatin1String("light")).toArray()) {
-        const QJsonObject light = value.toObject();
-        const QJsonArray effects = light.value(QLatin1String("effects")).toArray();
-        if (light.value(QLatin1String("id")).toString() == kHue) {
-            QVERIFY(effects.isEmpty());
-            continue;
-        }
-        QCOMPARE(light.value(QLatin1String("linked")).toBool(), true);
-        QVERIFY(effects.size() >= 5);
-        const bool aa = light.value(QLatin1String("type")).toInt() == 1001;
-        for (const QJsonValue &effect : effects)
-            QCOMPARE(effect.toObject().value(QLatin1String("cmd")).toString().contains(QLatin1Char('-')), aa);
-    }
-}
-
 void TestPluginServerE2E::controlCommandsReachTheLights()
 {
     auto control = [this](const QString &subCmd, const QString &id, const QJsonValue &value) {
         m_client->socket.sendTextMessage(envelope(10000, subCmd, QJsonObject{{"id", id}, {"value", value}}));
     };
 
-    // Values as decks send them: rounded, clamped to the light's range, numbers in text.
-    control(QStringLiteral("brightness"), kRgb, 50.5);
-    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 51));
-    control(QStringLiteral("brightness"), kRgb, QStringLiteral("29"));
-    QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 29));
-    control(QStringLiteral("temperature"), kRgb, 70000);
-    QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 6500));
-    control(QStringLiteral("temperature"), kRgb, QStringLiteral("-3"));
-    QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 2700));
-    control(QStringLiteral("temperature"), kRgb, 3200.4);
-    QVERIFY(waitForSim(kRgb, QStringLiteral("temperature"), 3200));
+    // The light takes the value under the request's name.
+    const auto reaches = [&](const QString &id, const QString &subCmd, const QJsonValue &value, const QJsonValue &taken) {
+        control(subCmd, id, value);
+        return waitForSim(id, subCmd, taken);
+    };
+
+    // Values as decks send them: rounded, clamped to the light's range, numbers in text. The
+    // effects are those of each light's family in the installed table.
+    QVERIFY(reaches(kRgb, QStringLiteral("brightness"), 50.5, 51));
+    QVERIFY(reaches(kRgb, QStringLiteral("brightness"), QStringLiteral("29"), 29));
+    QVERIFY(reaches(kRgb, QStringLiteral("temperature"), 70000, 6500));
+    QVERIFY(reaches(kRgb, QStringLiteral("temperature"), QStringLiteral("-3"), 2700));
+    QVERIFY(reaches(kRgb, QStringLiteral("temperature"), 3200.4, 3200));
     control(QStringLiteral("color"), kRgb, QStringLiteral("#00ff00"));
     QVERIFY(waitForSim(kRgb, QStringLiteral("hue"), 120));
     QVERIFY(waitForSim(kRgb, QStringLiteral("saturation"), 100));
-    control(QStringLiteral("effect"), kRgb, QStringLiteral("7"));
-    QVERIFY(waitForSim(kRgb, QStringLiteral("effect"), QStringLiteral("7")));
-
-    control(QStringLiteral("brightness"), kCob, 40);
-    QVERIFY(waitForSim(kCob, QStringLiteral("brightness"), 40));
-    control(QStringLiteral("effect"), kCob, QStringLiteral("B-4"));
-    QVERIFY(waitForSim(kCob, QStringLiteral("effect"), QStringLiteral("B-4")));
+    QVERIFY(reaches(kRgb, QStringLiteral("effect"), QStringLiteral("7"), QStringLiteral("7")));
+    QVERIFY(reaches(kCob, QStringLiteral("brightness"), 40, 40));
+    QVERIFY(reaches(kCob, QStringLiteral("effect"), QStringLiteral("B-4"), QStringLiteral("B-4")));
 
     // Refused requests reach nobody: no value, an unknown id, the other family's effect.
     QTest::qWait(150);
@@ -288,16 +231,12 @@ void TestPluginServerE2E::noticesFollowTheLights()
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
     QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
     QVERIFY(m_client->waitFor(QStringLiteral("switch"), kRgb, true));
-}
 
-void TestPluginServerE2E::groupCommandFansOut()
-{
+    // A group's commands fan out to its lights. Both are on: its "switch" turns every one off.
     m_client->socket.sendTextMessage(
         envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kGroup}, {"value", 30}}));
     QVERIFY(waitForSim(kRgb, QStringLiteral("brightness"), 30));
     QVERIFY(waitForSim(kCob, QStringLiteral("brightness"), 30));
-
-    // Both lights are on: a group "switch" turns every one of them off.
     m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kGroup}}));
     QVERIFY(waitForSim(kRgb, QStringLiteral("power"), false));
     QVERIFY(waitForSim(kCob, QStringLiteral("power"), false));
@@ -309,7 +248,6 @@ void TestPluginServerE2E::hueChangeAtTheBridgeReachesTheClient()
     // Switched off with the Hue app: the bridge's event stream carries it to the program and on.
     QVERIFY(m_bridge.waitForRequests(1, QStringLiteral("GET"), QStringLiteral("/eventstream/clip/v2")));
     Client client(m_port); // notices go to the latest client
-    QCOMPARE(client.socket.state(), QAbstractSocket::ConnectedState);
     QTest::qWait(300);
     QVERIFY(m_bridge.control(kBridgeAddress, QStringLiteral("light"), {{"id", kHueLight}, {"on", QJsonObject{{"on", false}}}}));
     QVERIFY(client.waitFor(QStringLiteral("switch"), kHue, false, 10000));
@@ -339,17 +277,11 @@ void TestPluginServerE2E::sigtermKeepsTheLastChange()
         m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("brightness"), QJsonObject{{"id", kRgb}, {"value", value}}));
         return waitForSim(kRgb, QStringLiteral("brightness"), value);
     };
-    // "switch" toggles: the light may already be on from an earlier case.
-    if (SimLights::state(kRgb).value(QLatin1String("power")) != QJsonValue(true))
-        m_client->socket.sendTextMessage(envelope(10000, QStringLiteral("switch"), QJsonObject{{"id", kRgb}}));
-    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true));
+    QVERIFY(waitForSim(kRgb, QStringLiteral("power"), true)); // on from the start, or again since the example
     // The first change is written at once, the second one waits for the next half-second write.
     QVERIFY(brightness(62));
-    QElapsedTimer sinceChange;
-    sinceChange.start();
     QVERIFY(brightness(63));
     m_app->terminate(); // SIGTERM
-    qInfo() << "SIGTERM" << sinceChange.elapsed() << "ms after the change was sent";
     QVERIFY(m_app->waitForFinished(10000));
     QCOMPARE(m_app->exitStatus(), QProcess::NormalExit);
     QCOMPARE(m_app->exitCode(), 0);

@@ -8,21 +8,9 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 #include <QTest>
-
-namespace {
-
-// Big enough to arrive in several reads and progress steps.
-QByteArray installerBody()
-{
-    QByteArray body;
-    for (int i = 0; body.size() < 200 * 1024; ++i)
-        body += "installer block " + QByteArray::number(i) + '\n';
-    return body;
-}
-
-} // namespace
 
 class TestDownloadFile : public QObject
 {
@@ -33,7 +21,9 @@ private slots:
     {
         QVERIFY(m_home.isValid());
         QVERIFY(m_server.listen());
-        m_body = installerBody();
+        // Big enough to arrive in several reads and progress steps.
+        for (int i = 0; m_body.size() < 200 * 1024; ++i)
+            m_body += "installer block " + QByteArray::number(i) + '\n';
         m_server.setFile(QStringLiteral("setup.run"), m_body);
         m_dir = m_home.path() + QStringLiteral("/downloads/software");
 
@@ -58,107 +48,43 @@ private slots:
     void overHttps_data();
     void overHttps();
 
-    void refused_data()
+    void unwritableFolderIsRefused()
     {
-        QTest::addColumn<QString>("url");
-        QTest::addColumn<QString>("dir");
-        QTest::addColumn<QString>("log");
-
-        const QString home = m_home.path();
-        QTest::newRow("empty url") << "" << m_dir << "Download failed:  is invalid";
-        QTest::newRow("blank url") << "  \t " << m_dir << "Download failed:   \t  is invalid";
-        QTest::newRow("plain http to another host") << "http://update.example.com/setup.run" << m_dir
-                                                    << "[DownloadFile::startDownload]: refused";
-        QTest::newRow("ftp") << "ftp://127.0.0.1/setup.run" << m_dir << "[DownloadFile::startDownload]: refused";
-        QTest::newRow("file") << "file:///etc/passwd" << m_dir << "[DownloadFile::startDownload]: refused";
         // A folder below a regular file can never be created, even by root.
-        QTest::newRow("unwritable folder") << m_server.url("/files/setup.run") << home + "/blocker/sub"
-                                           << "Unable to save the file " + home + "/blocker/sub/setup.run: ";
-    }
-
-    void refused()
-    {
-        QFETCH(QString, url);
-        QFETCH(QString, dir);
-        QFETCH(QString, log);
-
+        const QString dir = m_home.path() + QStringLiteral("/blocker/sub");
         QVERIFY(writeFile(m_home.path() + QStringLiteral("/blocker"), "a file, not a folder"));
-        if (!log.isEmpty())
-            QTest::ignoreMessage(QtDebugMsg, QRegularExpression(u'^' + QRegularExpression::escape(log)));
-
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(u'^' + QRegularExpression::escape("Unable to save the file " + dir + "/setup.run: ")));
         const int requestsBefore = m_server.requests().size();
         DownloadFile download;
         QSignalSpy finished(&download, &DownloadFile::downloadFinished);
-        QVERIFY(!download.startDownload(url, dir));
+        QVERIFY(!download.startDownload(m_server.url("/files/setup.run"), dir));
         QTest::qWait(100);
         QCOMPARE(finished.size(), 0);
+        QCOMPARE(int(download.lastFailure()), int(DownloadFile::Failure::File));
         QCOMPARE(m_server.requests().size(), requestsBefore);
     }
 
-    void networkErrors_data()
-    {
-        QTest::addColumn<QString>("url");
-        QTest::addColumn<QString>("fileName");
-
-        QTest::newRow("connection dropped mid-body") << m_server.url("/broken/setup.run") << "setup.run";
-        QTest::newRow("not found") << m_server.url("/files/missing.run") << "missing.run";
-        QTest::newRow("dropped after a redirect") << m_server.url("/redirect/1/missing.run") << "missing.run";
-        QTest::newRow("nothing listening") << "http://127.0.0.1:1/setup.run" << "setup.run";
-    }
-
-    void networkErrors()
-    {
-        QFETCH(QString, url);
-        QFETCH(QString, fileName);
-
-        const QString target = m_dir + QLatin1Char('/') + fileName;
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^Download failed: .+\\.\\[")
-                                                            + QRegularExpression::escape(target) + "\\]$"));
-        DownloadFile download;
-        QSignalSpy finished(&download, &DownloadFile::downloadFinished);
-        QVERIFY(download.startDownload(url, m_dir));
-        QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 20000));
-        QCOMPARE(finished.size(), 1);
-        QCOMPARE(finished.first().at(0).toString(), QString());
-        QCOMPARE(finished.first().at(1).toBool(), false);
-        QVERIFY(!QFile::exists(target));
-    }
-
-    void cancelMidwayLeavesNothing()
+    // One download at a time; a cancelled one leaves nothing and the same object downloads again.
+    void busyWhileRunning()
     {
         m_server.setSlowPace(4096, 20);
         const QString target = m_dir + QStringLiteral("/setup.run");
         DownloadFile download;
-        QSignalSpy progress(&download, &DownloadFile::currentProgress);
         QSignalSpy finished(&download, &DownloadFile::downloadFinished);
         QVERIFY(download.startDownload(m_server.url("/slow/setup.run"), m_dir));
-        QVERIFY(waitUntil([&] { return !progress.isEmpty() && progress.last().at(0).toLongLong() > 0; }, 10000));
-        QVERIFY(progress.last().at(0).toLongLong() < m_body.size());
-        QVERIFY(QFile::exists(target));
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^\\[DownloadFile::startDownload\\]: busy")));
+        QVERIFY(!download.startDownload(m_server.url("/files/setup.run"), m_dir));
+        QVERIFY(waitUntil([&] { return QFileInfo(target).size() > 0; }, 10000));
 
         download.cancelDownload();
         QTest::qWait(300);
         QCOMPARE(finished.size(), 0);
         QVERIFY(!QFile::exists(target));
 
-        // The same object downloads again afterwards.
         QVERIFY(download.startDownload(m_server.url("/files/setup.run"), m_dir));
         QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 20000));
         QCOMPARE(finished.first().at(1).toBool(), true);
         QCOMPARE(readFile(target), m_body);
-    }
-
-    void busyWhileRunning()
-    {
-        m_server.setSlowPace(4096, 20);
-        DownloadFile download;
-        QSignalSpy finished(&download, &DownloadFile::downloadFinished);
-        QVERIFY(download.startDownload(m_server.url("/slow/setup.run"), m_dir));
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^\\[DownloadFile::startDownload\\]: busy")));
-        QVERIFY(!download.startDownload(m_server.url("/files/setup.run"), m_dir));
-        QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 30000));
-        QCOMPARE(finished.size(), 1);
-        QCOMPARE(readFile(m_dir + QStringLiteral("/setup.run")), m_body);
     }
 
 private:
@@ -192,16 +118,13 @@ void TestDownloadFile::overHttps_data()
     row("checked", "/files/setup.run", size, md5.toUpper(), setup, F::None);
     row("five redirects", "/redirect/5/setup.run", size, md5, setup, F::None);
     row("six redirects", "/redirect/6/setup.run", size, md5, setup, F::Refused);
-    row("redirect loop", "/loop/setup.run", size, md5, setup, F::Refused);
     row("redirect to another host", "/moved?to=" + localhost + "/files/setup.run", size, md5, "moved", F::None);
     row("redirect to a host the certificate does not name", "/moved?to=" + m_otherHost.url("/files/setup.run"), size,
         md5, "moved", F::Network);
     row("downgrade redirect to http", "/moved?to=" + m_server.url("/files/setup.run"), size, md5, "moved", F::Refused);
     row("chunked, no length", "/chunked/setup.run", size, md5, setup, F::None);
-    row("no length, ends with the connection", "/unsized/setup.run", size, md5, setup, F::None);
     row("no size or md5 offered", "/unsized/setup.run", 0, "", setup, F::None);
     row("wrong md5", "/files/setup.run", size, QString(32, u'0'), setup, F::Mismatch);
-    row("malformed md5", "/files/setup.run", size, "md5", setup, F::Mismatch);
     row("longer than offered", "/chunked/setup.run", size - 1, md5, setup, F::Mismatch);
     row("shorter than offered", "/files/setup.run", size + 1, md5, setup, F::Mismatch);
     row("encoded name", "/files/%E5%AE%89%E8%A3%85%20%E7%A8%8B%E5%BA%8F.run", size, md5, "安装 程序.run", F::None);
@@ -213,6 +136,10 @@ void TestDownloadFile::overHttps_data()
     row("device name", "/files/CON.exe", size, md5, fallback, F::None);
     row("right-to-left override", "/files/setup%E2%80%AEgpj.run", size, md5, fallback, F::None);
     row("empty name", "/redirect/1/setup.run/", size, md5, fallback, F::None);
+    row("not found after a redirect", "/redirect/1/missing.run", size, md5, "missing.run", F::Network);
+    // Refused before anything is sent or written: the older file stays.
+    QTest::newRow("ftp") << "ftp://127.0.0.1/setup.run" << size << md5 << setup << int(F::Refused);
+    QTest::newRow("file, no host") << "file:///etc/passwd" << size << md5 << "passwd" << int(F::Refused);
 }
 
 void TestDownloadFile::overHttps()
@@ -223,6 +150,7 @@ void TestDownloadFile::overHttps()
     QFETCH(QString, name);
     QFETCH(int, failure);
     const bool ok = failure == int(DownloadFile::Failure::None);
+    const bool starts = url.startsWith(QLatin1String("https:"));
 
     const QString root = m_home.path() + QStringLiteral("/hostile");
     const QString dir = root + QStringLiteral("/a/b/download");
@@ -231,32 +159,34 @@ void TestDownloadFile::overHttps()
     QVERIFY(writeFile(dir + QLatin1Char('/') + name, QByteArray(400 * 1024, 'x')));
     QVERIFY(writeFile(root + QStringLiteral("/a/config/lightconfig.json"), "{}"));
 
+    if (failure == int(DownloadFile::Failure::Network))
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^Download failed: .+\\.\\[")
+                                                            + QRegularExpression::escape(dir + QLatin1Char('/') + name) + "\\]$"));
     DownloadFile download;
     QSignalSpy progress(&download, &DownloadFile::currentProgress);
     QSignalSpy finished(&download, &DownloadFile::downloadFinished);
-    QVERIFY(download.startDownload(url, dir, size, md5));
-    QVERIFY(waitUntil([&] { return !finished.isEmpty(); }, 30000));
+    QCOMPARE(download.startDownload(url, dir, size, md5), starts);
+    QCOMPARE(waitUntil([&] { return !finished.isEmpty(); }, starts ? 30000 : 100), starts);
     QCOMPARE(int(download.lastFailure()), failure);
-    QCOMPARE(finished, (QList<QVariantList>{{ok ? dir + QLatin1Char('/') + name : QString(), ok}}));
+    if (starts)
+        QCOMPARE(finished, (QList<QVariantList>{{ok ? dir + QLatin1Char('/') + name : QString(), ok}}));
 
     QStringList files;
     for (QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();)
         files << it.next().mid(root.size() + 1);
     files.sort();
     QStringList expected{QStringLiteral("a/config/lightconfig.json")};
-    if (ok)
+    if (ok || !starts)
         expected.prepend(QStringLiteral("a/b/download/") + name);
     QCOMPARE(files, expected);
     QCOMPARE(readFile(root + QStringLiteral("/a/config/lightconfig.json")), QByteArray("{}"));
+    if (ok || !starts)
+        QCOMPARE(readFile(dir + QLatin1Char('/') + name), ok ? m_body : QByteArray(400 * 1024, 'x'));
     if (ok) {
-        QCOMPARE(readFile(dir + QLatin1Char('/') + name), m_body);
         // An unknown total is reported as such, never as a ratio.
-        bool unknownTotal = false;
-        for (const QList<QVariant> &step : progress) {
+        for (const QList<QVariant> &step : progress)
             QCOMPARE(step.at(2).toDouble() < 0, step.at(1).toLongLong() <= 0);
-            unknownTotal = unknownTotal || step.at(1).toLongLong() <= 0;
-        }
-        QCOMPARE(unknownTotal, url.contains(QLatin1String("chunked")) || url.contains(QLatin1String("unsized")));
+        QCOMPARE(progress.first().at(1).toLongLong() <= 0, url.contains(QLatin1String("chunked")) || url.contains(QLatin1String("unsized")));
         QCOMPARE(progress.last().at(0).toLongLong(), qlonglong(m_body.size()));
     }
 }

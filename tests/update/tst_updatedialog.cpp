@@ -10,7 +10,6 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QSignalSpy>
 #include <QTest>
 #include <QTextEdit>
 
@@ -55,69 +54,71 @@ private slots:
         QFile::remove(downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run"));
     }
 
-    void cleanup()
+    // An offer on screen stays when another comes; its download fails, and each press of install
+    // tries it again.
+    void offerStaysWhileOpenAndFailuresRetry()
     {
-        m_dialog.reset();
-    }
-
-    void secondOfferWhileOpenChangesNothing()
-    {
-        m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
-        VersionData other = offer(QStringLiteral("/files/other.run"));
-        other.version = QStringLiteral("9.9.9");
-        other.versionInfo = QStringLiteral("other");
-        m_dialog->onVersionMessage(other);
+        m_dialog->onVersionMessage(offer(QStringLiteral("/broken/BeamcrafterSetup.run")));
+        m_dialog->onVersionMessage(offer(QStringLiteral("/files/other.run"), QStringLiteral("other"), QStringLiteral("9.9.9")));
         QVERIFY(m_dialog->isVisible());
         QCOMPARE(child<QLabel>("label_desc")->text(),
                  QStringLiteral("Brivon Lumen 1.1.0现在可用 -- 您的当前版本是 1.0.30 . 是否要立即安装？"));
         // Markup from the server is shown as it is.
         QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), kNotes);
-        QVERIFY(child<QLabel>("label_tip")->isHidden());
+        auto *tip = child<QLabel>("label_tip");
+        QVERIFY(tip->isHidden());
         QVERIFY(choicesShown());
 
-        // The first offer's URL is still the one installed.
-        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-        QVERIFY(waitUntil([&] { return !m_started.isEmpty(); }, 20000));
-        QCOMPARE(m_started, QStringList{downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run")});
+        const int requestsBefore = m_server.requests().size();
+        for (int attempt = 1; attempt <= 2; ++attempt) {
+            QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+            QVERIFY(waitUntil([&] { return !tip->isHidden(); }, 20000));
+            QCOMPARE(tip->text(), QStringLiteral("下载失败,可能是新版本地址异常!"));
+            QVERIFY(choicesShown());
+            QVERIFY(m_dialog->isVisible());
+        }
+        QCOMPARE(m_server.requests().mid(requestsBefore), QStringList(2, QStringLiteral("/broken/BeamcrafterSetup.run")));
+        QVERIFY(m_started.isEmpty());
     }
 
-    void choicesOnlyClose_data()
-    {
-        QTest::addColumn<QString>("button");
-        QTest::newRow("skip") << "pushButton_skip";
-        QTest::newRow("later") << "pushButton_promptLater";
-    }
-
+    // Skip and later only close, and nothing is remembered: the next check offers the release again.
+    // An offer without a URL installs nothing.
     void choicesOnlyClose()
     {
-        QFETCH(QString, button);
         const int requestsBefore = m_server.requests().size();
-        m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run")));
-        QTest::mouseClick(child<QPushButton>(button.toLatin1().constData()), Qt::LeftButton);
-        QVERIFY(!m_dialog->isVisible());
+        for (const char *button : {"pushButton_skip", "pushButton_promptLater"}) {
+            m_dialog->onVersionMessage(offer(QStringLiteral("/files/BeamcrafterSetup.run"), QString::fromLatin1(button)));
+            QVERIFY(m_dialog->isVisible());
+            QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QString::fromLatin1(button));
+            QTest::mouseClick(child<QPushButton>(button), Qt::LeftButton);
+            QVERIFY(!m_dialog->isVisible());
+        }
+        m_dialog->onVersionMessage(offer(QString()));
+        QVERIFY(m_dialog->isVisible());
+        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+        QTest::qWait(100);
+        QVERIFY(choicesShown());
+        QVERIFY(child<QLabel>("label_tip")->isHidden());
         QCOMPARE(m_server.requests().size(), requestsBefore);
         QVERIFY(m_started.isEmpty());
-
-        // Nothing is remembered: the next check offers the same release again.
-        VersionData again = offer(QStringLiteral("/files/BeamcrafterSetup.run"));
-        again.versionInfo = QStringLiteral("again");
-        m_dialog->onVersionMessage(again);
-        QVERIFY(m_dialog->isVisible());
-        QCOMPARE(child<QTextEdit>("textEdit")->toPlainText(), QStringLiteral("again"));
     }
 
     // The whole way: the check offers the release over HTTPS, the download shows its progress and
-    // is checked against the offer, and the installer really starts.
+    // is checked against the offer, and the installer really starts. A first attempt is cancelled
+    // midway: nothing is left or started, and the next check offers the release again.
     void installDownloadsChecksAndStarts_data()
     {
         QTest::addColumn<QString>("path");
-        QTest::newRow("known length") << "/slow/BeamcrafterSetup.run";
-        QTest::newRow("unknown length") << "/chunked/BeamcrafterSetup.run";
+        QTest::addColumn<bool>("escape"); // how the first attempt is cancelled
+        QTest::newRow("known length, cancel button") << "/slow/BeamcrafterSetup.run" << false;
+        QTest::newRow("unknown length, escape key") << "/chunked/BeamcrafterSetup.run" << true;
     }
     void installDownloadsChecksAndStarts()
     {
         QFETCH(QString, path);
+        QFETCH(bool, escape);
         const QString ran = m_home.path() + QStringLiteral("/installer-ran");
+        const QString installer = downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run");
         QFile::remove(ran);
         m_server.setSlowPace(4096, 10);
         m_server.setCheckReply(FakeUpdateServer::offerReply("1.1.0", kNotes, m_server.url(path), m_body.size(),
@@ -129,18 +130,32 @@ private slots:
 
         UpdateCheck check;
         connect(&check, &UpdateCheck::versionMessage, m_dialog.get(), &UpdateDialog::onVersionMessage);
-        check.checkVersion();
-        QVERIFY(waitUntil([&] { return m_dialog->isVisible(); }, 10000));
-        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-        QVERIFY(child<QWidget>("widget_3")->isHidden());
-        QVERIFY(!child<QWidget>("pushButton_cancel")->isHidden());
-        if (path.contains(QLatin1String("chunked")))
-            QVERIFY(waitUntil([&] { return progressBar->maximum() == 0; }, 10000));
-        else
-            QVERIFY(waitUntil([&] { return !values.isEmpty() && values.last() > 0 && values.last() < 100; }, 10000));
+        for (const bool cancel : {true, false}) {
+            values.clear();
+            check.checkVersion();
+            QVERIFY(waitUntil([&] { return m_dialog->isVisible(); }, 10000));
+            QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
+            QVERIFY(child<QWidget>("widget_3")->isHidden());
+            QVERIFY(!child<QWidget>("pushButton_cancel")->isHidden());
+            if (path.contains(QLatin1String("chunked")))
+                QVERIFY(waitUntil([&] { return progressBar->maximum() == 0; }, 10000));
+            else
+                QVERIFY(waitUntil([&] { return !values.isEmpty() && values.last() > 0 && values.last() < 100; }, 10000));
+            if (!cancel)
+                break;
+            if (escape)
+                QTest::keyClick(m_dialog.get(), Qt::Key_Escape);
+            else
+                QTest::mouseClick(child<QPushButton>("pushButton_cancel"), Qt::LeftButton);
+            QVERIFY(!m_dialog->isVisible());
+            QVERIFY(choicesShown());
+            QTest::qWait(200);
+            QVERIFY(!QFile::exists(installer));
+            QVERIFY(!QFile::exists(ran));
+            QVERIFY(child<QLabel>("label_tip")->isHidden());
+        }
 
         QVERIFY(waitUntil([&] { return QFile::exists(ran); }, 20000));
-        const QString installer = downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run");
         QCOMPARE(readFile(ran).trimmed(), installer.toUtf8());
         QCOMPARE(readFile(installer), m_body);
         // 0700: the owner alone.
@@ -174,84 +189,11 @@ private slots:
             QTEST(progressBar->value(), "value");
     }
 
-    void failedDownloadShowsTipAndRetries_data()
-    {
-        QTest::addColumn<QString>("path");
-        QTest::newRow("connection dropped") << "/broken/BeamcrafterSetup.run";
-        QTest::newRow("not found") << "/files/gone.run";
-        QTest::newRow("no file name") << "/files/";
-    }
-
-    void failedDownloadShowsTipAndRetries()
-    {
-        QFETCH(QString, path);
-        auto *tip = child<QLabel>("label_tip");
-        m_dialog->onVersionMessage(offer(path));
-        const int requestsBefore = m_server.requests().size();
-
-        for (int attempt = 1; attempt <= 2; ++attempt) {
-            QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-            QVERIFY(waitUntil([&] { return !tip->isHidden(); }, 20000));
-            QCOMPARE(tip->text(), QStringLiteral("下载失败,可能是新版本地址异常!"));
-            QVERIFY(choicesShown());
-            QVERIFY(m_dialog->isVisible());
-        }
-        // Each press of install really went out again.
-        QCOMPARE(m_server.requests().size() - requestsBefore, 2);
-        QVERIFY(m_started.isEmpty());
-    }
-
-    void cancelStopsTheDownload_data()
-    {
-        QTest::addColumn<bool>("escape");
-        QTest::newRow("cancel button") << false;
-        QTest::newRow("escape key") << true;
-    }
-
-    void cancelStopsTheDownload()
-    {
-        QFETCH(bool, escape);
-        m_server.setSlowPace(2048, 20);
-        auto *progressBar = child<QProgressBar>("progressBar");
-        m_dialog->onVersionMessage(offer(QStringLiteral("/slow/BeamcrafterSetup.run")));
-        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-        QVERIFY(waitUntil([&] { return progressBar->value() > 0; }, 10000));
-        QVERIFY(progressBar->value() < 100);
-
-        if (escape)
-            QTest::keyClick(m_dialog.get(), Qt::Key_Escape);
-        else
-            QTest::mouseClick(child<QPushButton>("pushButton_cancel"), Qt::LeftButton);
-        QVERIFY(!m_dialog->isVisible());
-        QVERIFY(choicesShown());
-        QTest::qWait(200);
-        QVERIFY(!QFile::exists(downloadFolderPath() + QStringLiteral("BeamcrafterSetup.run")));
-        QVERIFY(m_started.isEmpty());
-        QVERIFY(child<QLabel>("label_tip")->isHidden());
-    }
-
-    void noUrlDoesNothing()
-    {
-        VersionData data = offer(QString());
-        data.downloadUrl.clear();
-        const int requestsBefore = m_server.requests().size();
-        m_dialog->onVersionMessage(data);
-        QTest::mouseClick(child<QPushButton>("pushButton_update"), Qt::LeftButton);
-        QTest::qWait(100);
-        QVERIFY(choicesShown());
-        QVERIFY(child<QLabel>("label_tip")->isHidden());
-        QCOMPARE(m_server.requests().size(), requestsBefore);
-    }
-
 private:
-    VersionData offer(const QString &path) const
+    // An offer of the test installer at this server path (none when empty).
+    VersionData offer(const QString &path, const QString &notes = kNotes, const QString &version = QStringLiteral("1.1.0")) const
     {
-        VersionData data;
-        data.version = QStringLiteral("1.1.0");
-        data.versionInfo = kNotes;
-        data.downloadUrl = m_server.url(path);
-        data.size = int(m_body.size());
-        return data;
+        return VersionData{m_body.size(), version, notes, path.isEmpty() ? QString() : m_server.url(path), QString()};
     }
 
     template<typename T> T *child(const char *name) const
