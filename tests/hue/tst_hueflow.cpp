@@ -390,7 +390,7 @@ private slots:
             if (operation == QLatin1String("powerOn"))
                 QVERIFY(waitUntil([&]() { return store->findDev(addr)->switchState && store->findDev(addr)->linkState == 1; }, 15000));
         }
-        QVERIFY(waitUntil([&]() { return !store->findDev(addr)->switchState && store->findDev(addr)->linkState == 0; }, 15000));
+        QVERIFY(waitUntil([&]() { return !store->findDev(addr)->switchState && store->findDev(addr)->linkState == 1; }, 15000));
     }
 
     void singlePortServesPairingAndLights()
