@@ -23,6 +23,19 @@ const QString kAddr = QStringLiteral("C0:FF:EE:00:00:01");
 const QString kOther = QStringLiteral("C0:FF:EE:00:00:02");
 
 enum Op { PowerOn, PowerOff, Brightness, Temperature, Effect, Color };
+using Frames = QHash<QString, QStringList>;
+
+// The frames sent when only `frame` (if any) went to addr.
+Frames onlyTo(const QString &addr, const QString &frame)
+{
+    return frame.isEmpty() ? Frames() : Frames{{addr, {frame}}};
+}
+
+QVariantMap with(QVariantMap map, const QVariantMap &more)
+{
+    map.insert(more);
+    return map;
+}
 
 } // namespace
 
@@ -34,24 +47,15 @@ class FakeBlePlugin : public BrivonQXBleInterface
 public:
     void startScan() override { calls << QStringLiteral("startScan"); }
     void stopScan() override { calls << QStringLiteral("stopScan"); }
-    void writeData(const QString &addr, const QByteArray &data) override { writes << addr + ' ' + data.toHex(' '); }
+    void writeData(const QString &addr, const QByteArray &data) override { frames[addr] << data.toHex(' '); }
     void connectToDevice(const QString &addr) override { calls << QStringLiteral("connectToDevice ") + addr; }
     bool reconnectDevice(const QString &addr) override { return (calls << "reconnectDevice " + addr, reconnectResult); }
     void removeDevice(const QString &addr) override { calls << QStringLiteral("removeDevice ") + addr; }
 
-    // The frames written to addr, in order, as spaced hex.
-    QStringList framesTo(const QString &addr) const
-    {
-        QStringList frames;
-        for (const QString &w : writes) {
-            if (w.startsWith(addr + QLatin1Char(' ')))
-                frames << w.mid(addr.size() + 1);
-        }
-        return frames;
-    }
+    QStringList framesTo(const QString &addr) const { return frames.value(addr); }
 
     QStringList calls;
-    QStringList writes;
+    QHash<QString, QStringList> frames; // by address, in order, as spaced hex
     bool reconnectResult = true;
 };
 
@@ -94,23 +98,24 @@ private slots:
     }
 
     // ---- discovery and connection
-    void discoveryBuildsRecord_data()
+    void discoveryAndConnection_data()
     {
         QTest::addColumn<int>("protocol");
         QTest::addColumn<bool>("colorEnable");
         QTest::addColumn<bool>("effectEnable");
         QTest::addColumn<int>("temperatureMin");
-        for (int p : {1, 3, 5, 6, 162, 163})
-            QTest::addRow("protocol %d", p) << p << false << true << 2700;
-        for (int p : {2, 7})
-            QTest::addRow("protocol %d", p) << p << true << true << 2700;
-        QTest::newRow("protocol 1001") << 1001 << false << false << 2900;
-        QTest::newRow("protocol 4 keeps defaults") << 4 << false << true << 2700;
+        QTest::addColumn<QString>("request"); // sent on connecting
+        QTest::addColumn<int>("linkState");   // after connecting
+        for (int p : {1, 2, 3, 5, 6, 7, 162, 163})
+            QTest::addRow("protocol %d", p) << p << (p == 2 || p == 7) << true << 2700 << "ff a1 01 30 30 aa" << 1;
+        QTest::newRow("protocol 1001") << 1001 << false << false << 2900 << "55 aa 03 06 00 01 01 a0 d8" << 0;
+        QTest::newRow("protocol 4 keeps defaults") << 4 << false << true << 2700 << "" << 1;
     }
 
-    void discoveryBuildsRecord()
+    void discoveryAndConnection()
     {
         QFETCH(int, protocol);
+        QFETCH(QString, request);
         QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
         emit m_plugin->sigDeviceDiscovered(protocol, kAddr, QStringLiteral("Panel"));
         QCOMPARE(discovered.count(), 1);
@@ -126,35 +131,17 @@ private slots:
         QVERIFY(m_plugin->calls.isEmpty());
 
         // Stored lights that are offline are connected as soon as they are seen; online ones are left alone.
-        m_store->addDev(light(protocol, false));
+        m_store->addDev(light(protocol, false, false));
         m_store->addDev(light(protocol, true, true, kOther));
         emit m_plugin->sigDeviceDiscovered(protocol, kOther, QStringLiteral("b"));
         emit m_plugin->sigDeviceDiscovered(protocol, kAddr, QStringLiteral("a"));
         QCOMPARE(m_plugin->calls, QStringList{"connectToDevice " + kAddr});
-    }
 
-    void connectRequestsState_data()
-    {
-        QTest::addColumn<int>("protocol");
-        QTest::addColumn<QString>("request");
-        QTest::addColumn<int>("linkState");
-        for (int p : {1, 2, 3, 5, 6, 7, 162, 163})
-            QTest::addRow("protocol %d", p) << p << QStringLiteral("ff a1 01 30 30 aa") << 1;
-        QTest::newRow("protocol 1001") << 1001 << QStringLiteral("55 aa 03 06 00 01 01 a0 d8") << 0;
-        QTest::newRow("protocol 4: online, no request") << 4 << QString() << 1;
-    }
-
-    void connectRequestsState()
-    {
-        QFETCH(int, protocol);
-        QFETCH(QString, request);
-        m_store->addDev(light(protocol, false, false));
+        // Connected, it is asked for its state; an address that is not stored gets nothing.
         emit m_plugin->sigDeviceConnected(kAddr);
-        QTEST(int(stored().linkState), "linkState");
-        QCOMPARE(m_plugin->framesTo(kAddr), request.isEmpty() ? QStringList() : QStringList{request});
-        // An address that is not stored gets nothing.
         emit m_plugin->sigDeviceConnected(QStringLiteral("00:00:00:00:00:00"));
-        QCOMPARE(m_plugin->writes.size(), request.isEmpty() ? 0 : 1);
+        QTEST(int(stored().linkState), "linkState");
+        QCOMPARE(m_plugin->frames, onlyTo(kAddr, request));
     }
 
     // A 55 AA light gets its fixed ranges on connecting, and is online (and switchable) only once it
@@ -176,16 +163,16 @@ private slots:
         QCOMPARE(updates.count(), 1);
         QCOMPARE(int(stored().linkState), 0);
         QCOMPARE(stored().temperatureMin, 2900);
-        m_plugin->writes.clear();
+        m_plugin->frames.clear();
         m_mgr->powerOn(kAddr);
-        QVERIFY(m_plugin->writes.isEmpty());
+        QVERIFY(m_plugin->frames.isEmpty());
         QCOMPARE(stored().switchState, false);
 
         message(hex("55 AA 03 06 00 04 01 00 13 88 5B 78"));
         QCOMPARE(int(stored().linkState), 1);
         QCOMPARE(m_plugin->framesTo(kAddr), QStringList{QStringLiteral("55 aa 03 21 00 01 01 aa 6c")});
         m_mgr->powerOn(kAddr);
-        QCOMPARE(m_plugin->writes.size(), 2);
+        QCOMPARE(m_plugin->framesTo(kAddr).size(), 2);
 
         m_store->addDev(light(1001, false, true, kOther));
         message(hex("55 AA 03 06 00 04 02 3C 13 88 00 00"), kOther);
@@ -324,16 +311,12 @@ private slots:
         QTest::newRow("06 three bytes") << 1001 << hex("55 AA 03 06 00 03 01 46 15 00 00") << 40 << 4000;
         QTest::newRow("32 three bytes") << 1001 << hex("55 AA 03 32 00 03 01 46 15 00 00") << 40 << 4000;
         QTest::newRow("07 two bytes") << 1001 << hex("55 AA 03 07 00 02 46 15 00 00") << 40 << 4000;
-        QTest::newRow("06 length beyond bytes") << 1001 << hex("55 AA 03 06 00 09 01 46 15 E0 00 00") << 40 << 4000;
         QTest::newRow("21 product info") << 1001 << bluetoothProtocol2().pack(0x21, 24, std::vector<quint8>(24, 0x46))
                                          << 40 << 4000;
-        QTest::newRow("21 short") << 1001 << hex("55 AA 03 21 00 04 01 46 15 E0 00 00") << 40 << 4000;
         QTest::newRow("FF framing") << 1001 << hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA") << 40 << 4000;
-        QTest::newRow("V: wrong start byte") << 2 << hex("FE 10 09 32 15 E0 00 00 00 00 02 01 00 AA") << 40 << 4000;
         QTest::newRow("V: payload shorter than a report") << 2 << hex("FF 10 08 32 15 E0 00 00 00 00 02 00 AA") << 40
                                                           << 4000;
         QTest::newRow("V: 55 AA framing") << 2 << hex("55 AA 03 06 00 04 01 3C 13 88 5B 78") << 40 << 4000;
-        QTest::newRow("V: empty") << 2 << QByteArray() << 40 << 4000;
     }
 
     void reportsWithoutAnswer()
@@ -347,248 +330,181 @@ private slots:
         QCOMPARE(stored().brightness, brightness);
         QTEST(stored().temperature, "temperature");
         QCOMPARE(updates.count(), brightness == 40 ? 0 : 1);
-        QVERIFY(m_plugin->writes.isEmpty());
+        QVERIFY(m_plugin->frames.isEmpty());
         QCOMPARE(int(stored().linkState), 0);
     }
 
-    void aaCurrentModeCct_data()
+    // 55 AA reports of the light's mode (06, the answer that brings it online) and of a change made
+    // at the light (32): what is stored and what is sent back.
+    void aaStateReports_data()
     {
-        QTest::addColumn<bool>("powerBefore");
-        QTest::addColumn<int>("oldBrightness");
-        QTest::addColumn<int>("reported");
-        QTest::addColumn<bool>("powerAfter");
-        QTest::addColumn<int>("brightnessAfter");
-        QTest::addColumn<int>("oldAfter");
-        QTest::newRow("on: takes brightness") << true << 60 << 70 << true << 70 << 60;
+        QTest::addColumn<QByteArray>("frame");
+        QTest::addColumn<bool>("online");
+        QTest::addColumn<bool>("power");
+        QTest::addColumn<int>("old");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QString>("effect");
+        QTest::addColumn<QVariantMap>("changes");
+        QTest::addColumn<QStringList>("sent");
+        const auto row = [](const char *name, const char *frame, bool online, bool power, int old, int mode,
+                            const char *effect, const QVariantMap &changes, const QStringList &sent) {
+            QTest::newRow(name) << hex(frame) << online << power << old << mode << QString(effect) << changes << sent;
+        };
+        const char *cct06 = "55 AA 03 06 00 04 01 46 13 88 00 00", *dark06 = "55 AA 03 06 00 04 01 00 13 88 00 00";
+        const QString info = QStringLiteral("55 aa 03 21 00 01 01 aa 6c");
+        const QVariantMap online5000{{"link", 1}, {"temperature", 5000}, {"mode", 1}};
+        row("06 on: takes brightness", cct06, false, true, 60, 2, "", with(online5000, {{"brightness", 70}}), {info});
         // Dark at the light: the brightness it had is what switching on brings back.
-        QTest::newRow("on: zero brightness stays on") << true << 60 << 0 << true << 0 << 40;
-        QTest::newRow("off: non-zero turns on") << false << 60 << 70 << true << 70 << 60;
-        QTest::newRow("off: zero shows old brightness") << false << 60 << 0 << false << 60 << 60;
-        QTest::newRow("off: zero shows old brightness 1") << false << 1 << 0 << false << 1 << 1;
-        QTest::newRow("off: zero, no old brightness") << false << -1 << 0 << false << 0 << -1;
-    }
-
-    void aaCurrentModeCct()
-    {
-        QFETCH(bool, powerBefore);
-        QFETCH(int, oldBrightness);
-        QFETCH(int, reported);
-        DevData dev = light(1001, false, powerBefore);
-        dev.oldBrightness = oldBrightness;
-        dev.devCurModel = 2;
-        m_store->addDev(dev);
-        QByteArray frame = hex("55 AA 03 06 00 04 01 00 13 88 00 00");
-        frame[7] = char(reported);
-        message(frame);
-        QTEST(stored().switchState, "powerAfter");
-        QTEST(stored().brightness, "brightnessAfter");
-        QTEST(stored().oldBrightness, "oldAfter");
-        QCOMPARE(stored().temperature, 5000);
-        QCOMPARE(stored().devCurModel, 1);
-    }
-
-    void aaCurrentModeEffectAsksCctData()
-    {
-        m_store->addDev(light(1001, false, true));
-        message(hex("55 AA 03 06 00 04 03 28 02 05 D6 F1"));
-        QCOMPARE(stored().lightEffect, QStringLiteral("B-5"));
-        QCOMPARE((QList<int>{stored().brightness, stored().devCurModel, stored().temperature}), (QList<int>{40, 2, 4000}));
-        QCOMPARE(m_plugin->framesTo(kAddr),
-                 (QStringList{QStringLiteral("55 aa 03 07 00 01 01 a1 24"), QStringLiteral("55 aa 03 21 00 01 01 aa 6c")}));
-        // The CCT data answer then brings the temperature.
-        message(hex("55 AA 03 07 00 03 28 19 64 00 00"));
-        QCOMPARE(stored().temperature, 6500);
-        QCOMPARE(stored().lightEffect, QStringLiteral("B-5"));
-    }
-
-    void aaModifyUpload_data()
-    {
-        QTest::addColumn<bool>("powerBefore");
-        QTest::addColumn<int>("oldBefore");
-        QTest::addColumn<QString>("effectBefore");
-        QTest::addColumn<int>("reported");
-        QTest::addColumn<int>("brightnessAfter");
-        QTest::addColumn<int>("oldAfter");
-        QTest::addColumn<QString>("effectAfter");
-        QTest::addColumn<QString>("resent");
-        QTest::newRow("on: knob turned") << true << 60 << QString() << 70 << 70 << 60 << QString() << QString();
-        QTest::newRow("on: effect replaced by marker") << true << 60 << QStringLiteral("A-3") << 70 << 70 << 60
-                                                       << QStringLiteral("#-100") << QString();
+        row("06 on: zero brightness stays on", dark06, false, true, 60, 2, "",
+            with(online5000, {{"brightness", 0}, {"old", 40}}), {info});
+        row("06 off: non-zero turns on", cct06, false, false, 60, 2, "",
+            with(online5000, {{"power", true}, {"brightness", 70}}), {info});
+        row("06 off: zero shows old brightness", dark06, false, false, 60, 2, "", with(online5000, {{"brightness", 60}}), {info});
+        row("06 off: zero shows old brightness 1", dark06, false, false, 1, 2, "", with(online5000, {{"brightness", 1}}), {info});
+        row("06 off: zero, no old brightness", dark06, false, false, -1, 2, "", with(online5000, {{"brightness", 0}}), {info});
+        // An effect: the temperature is asked for, as the CCT data answer brings it.
+        row("06 effect", "55 AA 03 06 00 04 03 28 02 05 D6 F1", false, true, 60, 1, "",
+            {{"link", 1}, {"effect", "B-5"}, {"mode", 2}}, {"55 aa 03 07 00 01 01 a1 24", info});
+        const char *knob32 = "55 AA 03 32 00 04 01 46 10 68 00 00", *dark32 = "55 AA 03 32 00 04 01 00 10 68 00 00";
+        const QString cct60 = QStringLiteral("55 aa 03 01 00 05 01 3c 10 68 00 c0 0c");
+        row("32 on: knob turned", knob32, true, true, 60, 1, "", {{"brightness", 70}, {"temperature", 0x1068}}, {});
+        row("32 on: effect replaced by marker", knob32, true, true, 60, 2, "A-3",
+            {{"brightness", 70}, {"temperature", 0x1068}, {"effect", "#-100"}, {"mode", 1}}, {});
         // Switched on at the light: the manager re-sends the remembered brightness.
-        QTest::newRow("off: on at light, old kept") << false << 60 << QString() << 70 << 60 << 60 << QString()
-                                                    << QStringLiteral("55 aa 03 01 00 05 01 3c 10 68 00 c0 0c");
-        QTest::newRow("off: on at light, old taken") << false << 0 << QString() << 70 << 70 << 70 << QString()
-                                                     << QStringLiteral("55 aa 03 01 00 05 01 46 10 68 00 d9 14");
-        QTest::newRow("off: zero, old re-sent") << false << 60 << QString() << 0 << 60 << 60 << QString()
-                                                << QStringLiteral("55 aa 03 01 00 05 01 3c 10 68 00 c0 0c");
-        QTest::newRow("off: zero, nothing to re-send") << false << 0 << QString() << 0 << 40 << 0 << QString() << QString();
+        row("32 off: on at light, old kept", knob32, true, false, 60, 1, "",
+            {{"power", true}, {"brightness", 60}, {"temperature", 0x1068}}, {cct60});
+        row("32 off: on at light, old taken", knob32, true, false, 0, 1, "",
+            {{"power", true}, {"brightness", 70}, {"old", 70}, {"temperature", 0x1068}},
+            {"55 aa 03 01 00 05 01 46 10 68 00 d9 14"});
+        row("32 off: zero, old re-sent", dark32, true, false, 60, 1, "",
+            {{"power", true}, {"brightness", 60}, {"temperature", 0x1068}}, {cct60});
+        row("32 off: zero, nothing to re-send", dark32, true, false, 0, 1, "", {{"power", true}, {"temperature", 0x1068}}, {});
     }
 
-    void aaModifyUpload()
+    void aaStateReports()
     {
-        QFETCH(bool, powerBefore);
-        QFETCH(int, oldBefore);
-        QFETCH(QString, effectBefore);
-        QFETCH(int, reported);
-        QFETCH(QString, resent);
-        DevData dev = light(1001, true, powerBefore);
-        dev.oldBrightness = oldBefore;
-        dev.lightEffect = effectBefore;
+        QFETCH(QByteArray, frame);
+        QFETCH(bool, online);
+        QFETCH(bool, power);
+        QFETCH(int, old);
+        QFETCH(int, mode);
+        QFETCH(QString, effect);
+        QFETCH(QVariantMap, changes);
+        DevData dev = light(1001, online, power);
+        dev.oldBrightness = old;
+        dev.devCurModel = mode;
+        dev.lightEffect = effect;
         m_store->addDev(dev);
-        QByteArray frame = hex("55 AA 03 32 00 04 01 00 10 68 00 00");
-        frame[7] = char(reported);
         message(frame);
-        QCOMPARE((QList<int>{stored().switchState, stored().temperature, stored().devCurModel}), (QList<int>{1, 0x1068, 1}));
-        QTEST(stored().brightness, "brightnessAfter");
-        QTEST(stored().oldBrightness, "oldAfter");
-        QTEST(stored().lightEffect, "effectAfter");
-        QCOMPARE(m_plugin->framesTo(kAddr), resent.isEmpty() ? QStringList() : QStringList{resent});
+        QVariantMap expected = state(dev);
+        expected.insert(changes);
+        QCOMPARE(state(stored()), expected);
+        QTEST(m_plugin->framesTo(kAddr), "sent");
     }
 
-    // ---- control operations
-    void controlFrames_data()
+    // ---- control operations: the frame sent, and the stored state after it
+    void controls_data()
     {
         QTest::addColumn<int>("protocol");
         QTest::addColumn<int>("op");
         QTest::addColumn<QString>("arg");
-        QTest::addColumn<bool>("powerBefore");
-        QTest::addColumn<int>("curModel");
-        QTest::addColumn<QString>("effectBefore");
+        QTest::addColumn<bool>("online");
+        QTest::addColumn<bool>("power");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QString>("effect");
         QTest::addColumn<QString>("frame");
-
+        QTest::addColumn<QVariantMap>("changes");
+        const auto row = [](const QString &name, int p, Op op, const char *arg, bool online, bool power, int mode,
+                            const char *effect, const QString &frame, const QVariantMap &changes) {
+            QTest::newRow(qPrintable(name)) << p << int(op) << QString(arg) << online << power << mode << QString(effect)
+                                            << frame << changes;
+        };
         for (int p : {1, 2, 3, 5, 6, 7, 162, 163}) {
-            QTest::addRow("%d powerOn", p) << p << int(PowerOn) << QString() << false << 1 << QString() << "ff a1 01 00 00 aa";
-            QTest::addRow("%d powerOff", p) << p << int(PowerOff) << QString() << true << 1 << QString() << "ff a1 01 01 01 aa";
-            QTest::addRow("%d brightness 75", p) << p << int(Brightness) << "75" << true << 1 << QString() << "ff a2 01 4b 4b aa";
-            QTest::addRow("%d temperature 3200", p) << p << int(Temperature) << "3200" << true << 1 << QString()
-                                                    << "ff a3 02 0c 80 8c aa";
-            QTest::addRow("%d effect 12", p) << p << int(Effect) << "12" << true << 1 << QString() << "ff a1 01 0c 0c aa";
-            QTest::addRow("%d colour", p) << p << int(Color) << "#ff00ff" << true << 1 << QString()
-                                          << ((p == 2 || p == 7) ? "ff a4 03 01 2c 64 91 aa" : "");
+            const QString n = QString::number(p);
+            row(n + " powerOn", p, PowerOn, "", true, false, 1, "", "ff a1 01 00 00 aa", {{"power", true}});
+            row(n + " powerOff", p, PowerOff, "", true, true, 1, "", "ff a1 01 01 01 aa", {{"power", false}});
+            row(n + " brightness 75", p, Brightness, "75", true, true, 1, "", "ff a2 01 4b 4b aa", {{"brightness", 75}});
+            row(n + " temperature 3200", p, Temperature, "3200", true, true, 3, "", "ff a3 02 0c 80 8c aa",
+                {{"temperature", 3200}, {"mode", 1}});
+            row(n + " effect 12", p, Effect, "12", true, true, 1, "", "ff a1 01 0c 0c aa", {{"effect", "12"}, {"mode", 2}});
+            if (p == 2 || p == 7)
+                row(n + " colour", p, Color, "#ff00ff", true, true, 1, "", "ff a4 03 01 2c 64 91 aa",
+                    {{"colour", "#ff00ff"}, {"mode", 3}});
+            else // a light without colour keeps its mode
+                row(n + " colour", p, Color, "#ff00ff", true, true, 1, "", "", {});
         }
         // 55 AA: every brightness-carrying operation sends the frame of the current mode.
         const QString cct60 = QStringLiteral("55 aa 03 01 00 05 01 3c 0f a0 00 a6 0a");
         const QString cctOff = QStringLiteral("55 aa 03 01 00 05 01 00 0f a0 00 aa 5a");
         const QString cct75 = QStringLiteral("55 aa 03 01 00 05 01 4b 0f a0 00 bd be");
-        QTest::newRow("1001 powerOn CCT") << 1001 << int(PowerOn) << QString() << false << 1 << QString() << cct60;
-        QTest::newRow("1001 powerOn effect") << 1001 << int(PowerOn) << QString() << false << 2 << "C-3"
-                                             << "55 aa 03 01 00 05 03 3c 03 03 00 67 39";
-        QTest::newRow("1001 powerOff CCT") << 1001 << int(PowerOff) << QString() << true << 1 << QString() << cctOff;
-        QTest::newRow("1001 powerOff unknown mode is CCT") << 1001 << int(PowerOff) << QString() << true << -1 << QString()
-                                                           << cctOff;
-        QTest::newRow("1001 powerOff effect") << 1001 << int(PowerOff) << QString() << true << 2 << "A-1"
-                                              << "55 aa 03 01 00 05 03 00 01 01 00 cb c9";
-        QTest::newRow("1001 brightness CCT") << 1001 << int(Brightness) << "75" << true << 1 << QString() << cct75;
-        QTest::newRow("1001 brightness effect") << 1001 << int(Brightness) << "75" << true << 2 << "B-8"
-                                                << "55 aa 03 01 00 05 03 4b 02 08 00 2a 7d";
-        QTest::newRow("1001 temperature from effect") << 1001 << int(Temperature) << "3200" << true << 2 << "B-8"
-                                                      << "55 aa 03 01 00 05 01 28 0c 80 00 4a 3a";
-        QTest::newRow("1001 effect C-3") << 1001 << int(Effect) << "C-3" << true << 1 << QString()
-                                         << "55 aa 03 01 00 05 03 28 03 03 00 62 c9";
-        QTest::newRow("1001 colour sends nothing") << 1001 << int(Color) << "#ff00ff" << true << 1 << QString() << "";
+        const QVariantMap on60{{"power", true}, {"brightness", 60}}, off{{"power", false}, {"old", 40}};
+        row("1001 powerOn CCT", 1001, PowerOn, "", true, false, 1, "", cct60, on60);
+        row("1001 powerOn effect", 1001, PowerOn, "", true, false, 2, "C-3", "55 aa 03 01 00 05 03 3c 03 03 00 67 39", on60);
+        row("1001 powerOff CCT", 1001, PowerOff, "", true, true, 1, "", cctOff, off);
+        row("1001 powerOff unknown mode is CCT", 1001, PowerOff, "", true, true, -1, "", cctOff, off);
+        row("1001 powerOff effect", 1001, PowerOff, "", true, true, 2, "A-1", "55 aa 03 01 00 05 03 00 01 01 00 cb c9", off);
+        row("1001 brightness CCT", 1001, Brightness, "75", true, true, 1, "", cct75, {{"brightness", 75}});
+        row("1001 brightness effect", 1001, Brightness, "75", true, true, 2, "B-8", "55 aa 03 01 00 05 03 4b 02 08 00 2a 7d",
+            {{"brightness", 75}});
+        row("1001 temperature from effect", 1001, Temperature, "3200", true, true, 2, "B-8",
+            "55 aa 03 01 00 05 01 28 0c 80 00 4a 3a", {{"temperature", 3200}, {"mode", 1}});
+        row("1001 effect C-3", 1001, Effect, "C-3", true, true, 1, "", "55 aa 03 01 00 05 03 28 03 03 00 62 c9",
+            {{"effect", "C-3"}, {"mode", 2}});
+        row("1001 colour sends nothing", 1001, Color, "#ff00ff", true, true, 1, "", "", {});
         // Effect texts of the other family, or the codes of on, off and the state request, build
         // no frame and leave the mode alone.
-        QTest::newRow("2 effect A-1") << 2 << int(Effect) << "A-1" << true << 1 << QString() << "";
-        QTest::newRow("2 effect 1 (off)") << 2 << int(Effect) << "1" << true << 1 << QString() << "";
-        QTest::newRow("2 effect 48 (state)") << 2 << int(Effect) << "48" << true << 3 << "9" << "";
-        QTest::newRow("1001 effect 7") << 1001 << int(Effect) << "7" << true << 1 << QString() << "";
-        QTest::newRow("1001 effect empty") << 1001 << int(Effect) << QString() << true << 1 << QString() << "";
+        row("2 effect A-1", 2, Effect, "A-1", true, true, 1, "", "", {});
+        row("2 effect 1 (off)", 2, Effect, "1", true, true, 1, "", "", {});
+        row("2 effect 48 (state)", 2, Effect, "48", true, true, 3, "9", "", {});
+        row("1001 effect 7", 1001, Effect, "7", true, true, 1, "", "", {});
+        row("1001 effect empty", 1001, Effect, "", true, true, 1, "", "", {});
         // An effect mode whose text cannot be sent again falls back to colour temperature.
-        QTest::newRow("1001 powerOn unnamed effect") << 1001 << int(PowerOn) << QString() << false << 2 << QString() << cct60;
-        QTest::newRow("1001 powerOff unnamed effect") << 1001 << int(PowerOff) << QString() << true << 2 << QString()
-                                                      << cctOff;
-        QTest::newRow("1001 brightness unknown effect") << 1001 << int(Brightness) << "75" << true << 2 << "@-0" << cct75;
+        row("1001 powerOn unnamed effect", 1001, PowerOn, "", true, false, 2, "", cct60, with(on60, {{"mode", 1}}));
+        row("1001 powerOff unnamed effect", 1001, PowerOff, "", true, true, 2, "", cctOff, with(off, {{"mode", 1}}));
+        row("1001 brightness unknown effect", 1001, Brightness, "75", true, true, 2, "@-0", cct75,
+            {{"brightness", 75}, {"mode", 1}});
         // Values outside the table, or a broken record, send nothing at all.
         for (int p : {-5, 0, 4, 8, 161, 164, 1000, 1002, 2001}) {
-            QTest::addRow("%d powerOn", p) << p << int(PowerOn) << QString() << false << 1 << QString() << "";
-            QTest::addRow("%d brightness", p) << p << int(Brightness) << "75" << true << 1 << QString() << "";
+            row(QString::number(p) + " powerOn", p, PowerOn, "", true, false, 1, "", "", {});
+            row(QString::number(p) + " brightness", p, Brightness, "75", true, true, 1, "", "", {{"brightness", 75}});
+        }
+        // Offline, or switched off: nothing is sent and nothing changes.
+        for (int p : {2, 1001}) {
+            const QString n = QString::number(p);
+            row(n + " powerOn offline", p, PowerOn, "", false, false, 1, "", "", {});
+            row(n + " powerOn already on", p, PowerOn, "", true, true, 1, "", "", {});
+            row(n + " powerOff already off", p, PowerOff, "", true, false, 1, "", "", {});
+            row(n + " temperature off", p, Temperature, "5000", true, false, 1, "", "", {});
+            row(n + " effect off", p, Effect, p == 2 ? "12" : "A-1", true, false, 1, "", "", {});
+            row(n + " colour off", p, Color, "#ff0000", true, false, 1, "", "", {});
+            row(n + " brightness off", p, Brightness, "5", true, false, 1, "", "", {});
         }
     }
 
-    void controlFrames()
+    void controls()
     {
         QFETCH(int, protocol);
         QFETCH(int, op);
         QFETCH(QString, arg);
-        QFETCH(int, curModel);
-        QFETCH(QString, effectBefore);
-        QFETCH(QString, frame);
-        QFETCH(bool, powerBefore);
-        DevData dev = light(protocol, true, powerBefore);
-        dev.devCurModel = curModel;
-        dev.lightEffect = effectBefore;
-        m_store->addDev(dev);
-        apply(op, arg);
-        QCOMPARE(m_plugin->framesTo(kAddr), frame.isEmpty() ? QStringList() : QStringList{frame});
-
-        const DevData after = stored();
-        if (curModel == 2 && frame.startsWith(QLatin1String("55 aa 03 01 00 05 01")))
-            QCOMPARE(after.devCurModel, 1); // the effect fell back to colour temperature
-        switch (Op(op)) {
-        case PowerOn:
-            QCOMPARE(after.switchState, !frame.isEmpty()); // a light sent nothing did not come on
-            if (protocol == 1001)
-                QCOMPARE(after.brightness, 60);
-            break;
-        case PowerOff:
-            QCOMPARE(after.switchState, false);
-            break;
-        case Brightness:
-            QCOMPARE(after.brightness, 75);
-            break;
-        case Temperature:
-            QCOMPARE(after.temperature, 3200);
-            QCOMPARE(after.devCurModel, 1);
-            break;
-        case Effect:
-            QCOMPARE(after.lightEffect, frame.isEmpty() ? effectBefore : arg);
-            QCOMPARE(after.devCurModel, frame.isEmpty() ? curModel : 2);
-            break;
-        case Color:
-            // A light without colour keeps its mode: nothing was sent for a colour one.
-            QCOMPARE(after.colorLight, frame.isEmpty() ? dev.colorLight : arg);
-            QCOMPARE(after.devCurModel, frame.isEmpty() ? curModel : 3);
-            break;
-        }
-    }
-
-    void controlPreconditions_data()
-    {
-        QTest::addColumn<int>("protocol");
-        QTest::addColumn<int>("op");
-        QTest::addColumn<bool>("online");
-        QTest::addColumn<bool>("power");
-        for (int p : {2, 1001}) {
-            QTest::addRow("%d powerOn offline", p) << p << int(PowerOn) << false << false;
-            QTest::addRow("%d powerOn already on", p) << p << int(PowerOn) << true << true;
-            QTest::addRow("%d powerOff already off", p) << p << int(PowerOff) << true << false;
-            QTest::addRow("%d temperature off", p) << p << int(Temperature) << true << false;
-            QTest::addRow("%d effect off", p) << p << int(Effect) << true << false;
-            QTest::addRow("%d colour off", p) << p << int(Color) << true << false;
-            QTest::addRow("%d brightness off", p) << p << int(Brightness) << true << false;
-        }
-    }
-
-    void controlPreconditions()
-    {
-        QFETCH(int, protocol);
-        QFETCH(int, op);
         QFETCH(bool, online);
         QFETCH(bool, power);
-        m_store->addDev(light(protocol, online, power));
+        QFETCH(int, mode);
+        QFETCH(QString, effect);
+        QFETCH(QString, frame);
+        QFETCH(QVariantMap, changes);
+        DevData dev = light(protocol, online, power);
+        dev.devCurModel = mode;
+        dev.lightEffect = effect;
+        m_store->addDev(dev);
         QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        const QStringList args{QString(), QString(), "5", "5000", "A-1", "#ff0000"};
-        apply(op, args.at(op));
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(updates.count(), 0);
-        const DevData after = stored();
-        QCOMPARE((QVariantList{after.switchState, after.brightness, after.temperature, after.lightEffect,
-                               after.colorLight, after.devCurModel}),
-                 (QVariantList{power, 40, 4000, QString(), QStringLiteral("#FFFFFF"), 1}));
-        // An unknown address is ignored by every operation.
+        apply(op, arg);
         for (int other = PowerOn; other <= Color; ++other)
-            apply(other, args.at(other), QStringLiteral("nobody"));
-        QVERIFY(m_plugin->writes.isEmpty());
+            apply(other, arg, QStringLiteral("nobody")); // an unknown address is ignored by every operation
+        QCOMPARE(m_plugin->frames, onlyTo(kAddr, frame));
+        QVariantMap expected = state(dev);
+        expected.insert(changes);
+        QCOMPARE(state(stored()), expected);
+        QCOMPARE(updates.count(), changes.isEmpty() ? 0 : 1);
     }
 
     // Switched on after being dark with no brightness to return to (0, or never known), a 55 AA
@@ -638,6 +554,13 @@ private:
     {
         const DevData *dev = m_store->findDev(addr);
         return dev ? *dev : DevData();
+    }
+
+    // The stored values a user sees or that are sent to the light again.
+    static QVariantMap state(const DevData &d)
+    {
+        return {{"power", d.switchState}, {"brightness", d.brightness}, {"old", d.oldBrightness}, {"temperature", d.temperature},
+                {"effect", d.lightEffect}, {"colour", d.colorLight}, {"mode", d.devCurModel}, {"link", int(d.linkState)}};
     }
 
     void message(const QByteArray &frame, const QString &addr = kAddr) { emit m_plugin->sigMessageReceived(addr, frame); }
