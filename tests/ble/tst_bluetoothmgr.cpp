@@ -1,6 +1,5 @@
-// The BLE light manager driven through an in-process plug-in: connections, scanning,
-// connection handling, every control operation with its preconditions, and the decoding of every
-// notification kind into the store.
+// The BLE light manager driven through an in-process plug-in: connections, scanning, lost links,
+// every control operation with its preconditions, and the decoding of every notification kind.
 #include "bluetoothmgr.h"
 #include "bluetoothprotocol2.h"
 #include "brivonqxbleinterface.h"
@@ -20,12 +19,17 @@ QByteArray hex(const char *text)
     return QByteArray::fromHex(QByteArray(text).replace(' ', ""));
 }
 
-QString hexText(const QByteArray &frame)
-{
-    return QString::fromLatin1(frame.toHex(' '));
-}
-
 const QString kAddr = QStringLiteral("C0:FF:EE:00:00:01");
+const QString kOther = QStringLiteral("C0:FF:EE:00:00:02");
+
+enum Op { PowerOn, PowerOff, Brightness, Temperature, Effect, Color };
+using Frames = QHash<QString, QStringList>;
+
+QVariantMap with(QVariantMap map, const QVariantMap &more)
+{
+    map.insert(more);
+    return map;
+}
 
 } // namespace
 
@@ -37,38 +41,17 @@ class FakeBlePlugin : public BrivonQXBleInterface
 public:
     void startScan() override { calls << QStringLiteral("startScan"); }
     void stopScan() override { calls << QStringLiteral("stopScan"); }
-    void writeData(const QString &devAddr, const QByteArray &data) override
-    {
-        writes << QStringLiteral("%1 %2").arg(devAddr, hexText(data));
-    }
-    void connectToDevice(const QString &devAddr) override { calls << QStringLiteral("connectToDevice ") + devAddr; }
-    bool reconnectDevice(const QString &devAddr) override
-    {
-        calls << QStringLiteral("reconnectDevice ") + devAddr;
-        return reconnectResult;
-    }
-    void removeDevice(const QString &devAddr) override { calls << QStringLiteral("removeDevice ") + devAddr; }
+    void writeData(const QString &addr, const QByteArray &data) override { frames[addr] << data.toHex(' '); }
+    void connectToDevice(const QString &addr) override { calls << QStringLiteral("connectToDevice ") + addr; }
+    bool reconnectDevice(const QString &addr) override { return (calls << "reconnectDevice " + addr, reconnectResult); }
+    void removeDevice(const QString &addr) override { calls << QStringLiteral("removeDevice ") + addr; }
 
-    // The frames written to addr, in order, as spaced hex.
-    QStringList framesTo(const QString &addr) const
-    {
-        QStringList frames;
-        for (const QString &w : writes) {
-            if (w.startsWith(addr + QLatin1Char(' ')))
-                frames << w.mid(addr.size() + 1);
-        }
-        return frames;
-    }
+    QStringList framesTo(const QString &addr) const { return frames.value(addr); }
 
     QStringList calls;
-    QStringList writes;
+    QHash<QString, QStringList> frames; // by address, in order, as spaced hex
     bool reconnectResult = true;
 };
-
-// ---- control operations
-namespace {
-enum Op { PowerOn, PowerOff, Brightness, Temperature, Effect, Color };
-} // namespace
 
 class TestBluetoothMgr : public QObject
 {
@@ -87,19 +70,11 @@ private slots:
         QVERIFY(m_mgr->isPluginLoaded());
     }
 
-    void cleanup()
-    {
-        m_mgr.reset();
-        m_plugin.reset();
-        m_store.reset();
-        m_home.reset();
-    }
+    void cleanup() { m_mgr.reset(), m_plugin.reset(), m_store.reset(), m_home.reset(); }
 
     void scanAndLinkOperationsReachPlugin()
     {
         QSignalSpy reconnects(m_mgr.get(), &BaseDevice::sigReconnectDevice);
-        m_mgr->startScan();
-        m_mgr->stopScan();
         m_mgr->refreshDevices();
         m_mgr->connectToDevice(kAddr);
         QCOMPARE(m_mgr->reconnectDevice(kAddr), true);
@@ -107,131 +82,67 @@ private slots:
         QCOMPARE(m_mgr->reconnectDevice(kAddr), false);
         m_mgr->removeDevice(kAddr);
         m_mgr->delDev(QStringLiteral("{some-group}"), QStringLiteral("AA:BB"));
-        QCOMPARE(m_plugin->calls, (QStringList{
-            QStringLiteral("startScan"), QStringLiteral("stopScan"), QStringLiteral("startScan"),
-            QStringLiteral("connectToDevice ") + kAddr, QStringLiteral("reconnectDevice ") + kAddr,
-            QStringLiteral("reconnectDevice ") + kAddr, QStringLiteral("removeDevice ") + kAddr,
-            QStringLiteral("removeDevice AA:BB")}));
+        QCOMPARE(m_plugin->calls, (QStringList{"startScan", "connectToDevice " + kAddr,
+                                               "reconnectDevice " + kAddr, "reconnectDevice " + kAddr,
+                                               "removeDevice " + kAddr, "removeDevice AA:BB"}));
         QCOMPARE(reconnects.count(), 2);
         QCOMPARE(reconnects.at(0).at(0).toString(), kAddr);
     }
 
-    // ---- discovery
-    void discoveryBuildsRecord_data()
+    // ---- discovery and connection
+    void discoveryAndConnection_data()
     {
         QTest::addColumn<int>("protocol");
         QTest::addColumn<bool>("colorEnable");
         QTest::addColumn<bool>("effectEnable");
         QTest::addColumn<int>("temperatureMin");
-
-        for (int p : {1, 3, 5, 6, 162, 163})
-            QTest::addRow("protocol %d", p) << p << false << true << 2700;
-        for (int p : {2, 7})
-            QTest::addRow("protocol %d", p) << p << true << true << 2700;
-        QTest::newRow("protocol 1001") << 1001 << false << false << 2900;
-        QTest::newRow("protocol 4 keeps defaults") << 4 << false << true << 2700;
+        QTest::addColumn<QString>("request"); // sent on connecting
+        QTest::addColumn<int>("linkState");   // after connecting
+        for (int p : {1, 2, 3, 5, 6, 7, 162, 163})
+            QTest::addRow("protocol %d", p) << p << (p == 2 || p == 7) << true << 2700 << "ff a1 01 30 30 aa" << 1;
+        QTest::newRow("protocol 1001") << 1001 << false << false << 2900 << "55 aa 03 06 00 01 01 a0 d8" << 0;
+        QTest::newRow("protocol 4 keeps defaults") << 4 << false << true << 2700 << "" << 1;
     }
 
-    void discoveryBuildsRecord()
+    void discoveryAndConnection()
     {
         QFETCH(int, protocol);
+        QFETCH(QString, request);
         QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
         emit m_plugin->sigDeviceDiscovered(protocol, kAddr, QStringLiteral("Panel"));
         QCOMPARE(discovered.count(), 1);
         const DevData dev = discovered.at(0).at(0).value<DevData>();
-        QCOMPARE(dev.addr, kAddr);
-        QCOMPARE(dev.name, QStringLiteral("Panel"));
-        QCOMPARE(dev.protocol, protocol);
-        QCOMPARE(dev.switchState, false);
-        QCOMPARE(dev.devCurModel, -1);
+        QCOMPARE((QVariantList{dev.addr, dev.name, dev.protocol, dev.switchState, dev.devCurModel}),
+                 (QVariantList{kAddr, QStringLiteral("Panel"), protocol, false, -1}));
         QTEST(dev.colorLightEnable, "colorEnable");
         QTEST(dev.lightEffectEnable, "effectEnable");
         QTEST(dev.temperatureMin, "temperatureMin");
-        QCOMPARE(dev.temperatureMax, 6500);
-        QCOMPARE(dev.brightnessMin, 0);
-        QCOMPARE(dev.brightnessMax, 100);
+        QCOMPARE((QList<int>{dev.temperatureMax, dev.brightnessMin, dev.brightnessMax}), (QList<int>{6500, 0, 100}));
         // Not stored: the device manager collects it for the scan list.
         QVERIFY(!m_store->findDev(kAddr));
-        QVERIFY(m_plugin->calls.isEmpty());
-    }
 
-    void discoveryReconnectsStoredOfflineLights()
-    {
-        LogCapture log;
-        DevData offline = light(2, false);
+        // Stored lights that are offline are connected as soon as they are seen; online ones are left alone.
+        DevData offline = light(protocol, false, false);
+        offline.brightnessMax = 255;
+        offline.temperatureMin = 2000;
+        offline.temperatureMax = 10000;
         m_store->addDev(offline);
-        const DevData online = light(1, true, true, QStringLiteral("C0:FF:EE:00:00:02"));
-        m_store->addDev(online);
+        m_store->addDev(light(protocol, true, true, kOther));
+        emit m_plugin->sigDeviceDiscovered(protocol, kOther, QStringLiteral("b"));
+        emit m_plugin->sigDeviceDiscovered(protocol, kAddr, QStringLiteral("a"));
+        QCOMPARE(m_plugin->calls, QStringList{"connectToDevice " + kAddr});
 
-        emit m_plugin->sigDeviceDiscovered(2, offline.addr, QStringLiteral("a"));
-        emit m_plugin->sigDeviceDiscovered(1, online.addr, QStringLiteral("b"));
-        emit m_plugin->sigDeviceDiscovered(7, QStringLiteral("C0:FF:EE:00:00:03"), QStringLiteral("new"));
-        QCOMPARE(m_plugin->calls, QStringList{QStringLiteral("connectToDevice ") + offline.addr});
-        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceDiscovered]:  addr: ") + online.addr));
-        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::connectToDevice]: addr: ") + offline.addr));
-    }
-
-    // ---- connection
-    void connectRequestsState_data()
-    {
-        QTest::addColumn<int>("protocol");
-        QTest::addColumn<QString>("request");
-        QTest::addColumn<int>("linkState");
-
-        const QString ffRequest = QStringLiteral("ff a1 01 30 30 aa");
-        for (int p : {1, 2, 3, 5, 6, 7, 162, 163})
-            QTest::addRow("protocol %d", p) << p << ffRequest << 1;
-        QTest::newRow("protocol 1001") << 1001 << QStringLiteral("55 aa 03 06 00 01 01 a0 d8") << 0;
-        QTest::newRow("protocol 4: online, no request") << 4 << QString() << 1;
-    }
-
-    void connectRequestsState()
-    {
-        QFETCH(int, protocol);
-        QFETCH(QString, request);
-        m_store->addDev(light(protocol, false, false));
-        LogCapture log;
-        emit m_plugin->sigDeviceConnected(kAddr);
-        QTEST(int(stored().linkState), "linkState");
-        QCOMPARE(m_plugin->framesTo(kAddr), request.isEmpty() ? QStringList() : QStringList{request});
-        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceConnected]:  addr: ") + kAddr));
-
-        // An address that is not stored gets nothing.
-        emit m_plugin->sigDeviceConnected(QStringLiteral("00:00:00:00:00:00"));
-        QCOMPARE(m_plugin->writes.size(), request.isEmpty() ? 0 : 1);
-    }
-
-    void connect55AASetsRangesAndStaysOffline()
-    {
-        DevData dev = light(1001, false, false);
-        dev.brightnessMax = 255;
-        dev.temperatureMin = 2000;
-        dev.temperatureMax = 10000;
-        m_store->addDev(dev);
+        // Connected, it is asked for its state (a 55 AA light is online only once it reports its mode,
+        // and gets its fixed ranges); an address that is not stored gets nothing.
         QSignalSpy ranges(m_store.get(), &DevDataMgr::onUpdateDevParamRange);
-        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
         emit m_plugin->sigDeviceConnected(kAddr);
-        QCOMPARE(ranges.count(), 1);
-        const DevData announced = ranges.at(0).at(0).value<DevData>();
-        QCOMPARE(announced.brightnessMin, 0);
-        QCOMPARE(announced.brightnessMax, 100);
-        QCOMPARE(announced.temperatureMin, 2900);
-        QCOMPARE(announced.temperatureMax, 6500);
-        QCOMPARE(int(announced.linkState), 0);
-        QCOMPARE(updates.count(), 1);
-        QCOMPARE(int(stored().linkState), 0);
-        QCOMPARE(stored().temperatureMin, 2900);
-    }
-
-    void disconnectMarksOffline()
-    {
-        m_store->addDev(light(2, true, true));
-        LogCapture log;
-        emit m_plugin->sigDeviceDisconnected(kAddr);
-        QCOMPARE(int(stored().linkState), 0);
-        QCOMPARE(stored().switchState, true);
-        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleDeviceDisconnected]:  addr: ") + kAddr));
-        emit m_plugin->sigDeviceDisconnected(QStringLiteral("unknown")); // ignored without a trace
+        emit m_plugin->sigDeviceConnected(QStringLiteral("00:00:00:00:00:00"));
+        QTEST(int(stored().linkState), "linkState");
+        QCOMPARE(m_plugin->frames, (request.isEmpty() ? Frames() : Frames{{kAddr, {request}}}));
+        const DevData after = stored();
+        QCOMPARE((QList<int>{after.brightnessMax, after.temperatureMin, after.temperatureMax}),
+                 (protocol == 1001 ? QList<int>{100, 2900, 6500} : QList<int>{255, 2000, 10000}));
+        QCOMPARE(ranges.count(), protocol == 1001 ? 1 : 0);
     }
 
     void lostLinkIsTriedAgainWithGrowingPauses()
@@ -240,24 +151,18 @@ private slots:
         QSignalSpy reconnecting(m_mgr.get(), &BaseDevice::sigReconnecting);
         LogCapture log;
         emit m_plugin->sigDeviceDisconnected(kAddr);
+        QCOMPARE(int(stored().linkState), 0);
+        QCOMPARE(stored().switchState, true);
         QVERIFY(m_mgr->isReconnecting(kAddr));
-        // Nobody answers: each attempt fails after 300 ms, and only then is the next one scheduled.
+        // Nobody answers: each attempt fails after 300 ms; the pauses double up to 160 ms, less some jitter.
         const QString attempt = QStringLiteral("reconnectDevice ") + kAddr;
         QVERIFY(QTest::qWaitFor([&] { return m_plugin->calls.count(attempt) >= 4; }, 10000));
-        QStringList steps;
-        QList<int> pauses;
-        for (const QString &line : log.lines()) {
-            if (line.startsWith(QLatin1String("[BluetoothMgr::scheduleReconnect]")))
-                pauses << line.section(QStringLiteral("inMs: "), 1).toInt();
-            else if (line.startsWith(QLatin1String("[BluetoothMgr::reconnect]")))
-                steps << QStringLiteral("try");
-            else if (line.contains(QLatin1String("no answer")))
-                steps << QStringLiteral("fail");
-        }
-        QCOMPARE(steps.mid(0, 6), (QStringList{"try", "fail", "try", "fail", "try", "fail"}));
+        const QStringList scheduled = log.matching(QStringLiteral("[BluetoothMgr::scheduleReconnect]"));
         const int nominal[] = {40, 80, 160, 160};
-        for (int i = 0; i < 4; ++i)
-            QVERIFY2(pauses.value(i) <= nominal[i] && pauses.value(i) >= nominal[i] * 85 / 100, qPrintable(QString::number(pauses.value(i))));
+        for (int i = 0; i < 4; ++i) {
+            const int pause = scheduled.value(i).section(QStringLiteral("inMs: "), 1).toInt();
+            QVERIFY2(pause <= nominal[i] && pause >= nominal[i] * 85 / 100, qPrintable(scheduled.value(i)));
+        }
         emit m_plugin->sigDeviceConnected(kAddr);
         QVERIFY(!m_mgr->isReconnecting(kAddr));
         QCOMPARE(reconnecting.count(), 2);
@@ -280,74 +185,11 @@ private slots:
         QTest::qWait(400);
         QCOMPARE(m_plugin->calls.count(attempt), attempts);
         QVERIFY(!m_mgr->isReconnecting(kAddr));
-    }
 
-    // ---- V-type reports
-    void vTypeReportDecodedIntoStore_data()
-    {
-        QTest::addColumn<int>("protocol");
-        QTest::addColumn<QByteArray>("frame");
-        QTest::addColumn<int>("brightness");
-        QTest::addColumn<int>("temperature");
-        QTest::addColumn<int>("hue");
-        QTest::addColumn<int>("saturation");
-        QTest::addColumn<QString>("effect");
-        QTest::addColumn<QString>("color");
-        QTest::addColumn<int>("devCurModel");
-        QTest::addColumn<bool>("power");
-
-        QTest::newRow("CCT on, colour kept") << 1 << hex("FF 10 09 32 15 E0 00 00 00 00 02 01 00 AA") << 50 << 5600 << 0
-                                             << 0 << QStringLiteral("2") << QStringLiteral("#123456") << 1 << true;
-        QTest::newRow("colour mode sets colour") << 2 << hex("FF A4 09 64 0A 8C 00 F0 64 00 03 01 00 AA") << 100 << 2700
-                                                 << 240 << 100 << QStringLiteral("3") << QStringLiteral("#0000ff") << 3
-                                                 << true;
-        QTest::newRow("effect 9 off") << 7 << hex("FF A1 09 0A 19 64 00 00 00 00 09 00 00 AA") << 10 << 6500 << 0 << 0
-                                      << QStringLiteral("9") << QStringLiteral("#123456") << 2 << false;
-        QTest::newRow("unknown mode, 162") << 162 << hex("FF 01 09 0A 19 64 00 00 00 00 01 01 00 AA") << 10 << 6500 << 0
-                                           << 0 << QStringLiteral("1") << QStringLiteral("#123456") << -1 << true;
-        QTest::newRow("163, bad checksum no trailer") << 163 << hex("FF 01 09 0B 19 64 00 00 00 00 02 01") << 11 << 6500
-                                                      << 0 << 0 << QStringLiteral("2") << QStringLiteral("#123456") << 1
-                                                      << true;
-    }
-
-    void vTypeReportDecodedIntoStore()
-    {
-        QFETCH(int, protocol);
-        QFETCH(QByteArray, frame);
-        DevData dev = light(protocol, false, false);
-        dev.colorLight = QStringLiteral("#123456");
-        m_store->addDev(dev);
-        LogCapture log;
-        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        message(frame);
-        QCOMPARE(updates.count(), 1);
-        const DevData after = stored();
-        QTEST(after.brightness, "brightness");
-        QTEST(after.temperature, "temperature");
-        QTEST(after.auxValue1, "hue");
-        QTEST(after.auxValue2, "saturation");
-        QTEST(after.lightEffect, "effect");
-        QTEST(after.colorLight, "color");
-        QTEST(after.devCurModel, "devCurModel");
-        QTEST(after.switchState, "power");
-        QCOMPARE(int(after.linkState), 1);
-        QCOMPARE(after.oldBrightness, 60);
-        QCOMPARE(log.matching(QStringLiteral("[BluetoothMgr::doVTypeDevRecvData]:  addr: ") + kAddr).size(), 1);
-        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::handleMessageReceived]:  addr: ") + kAddr + QLatin1Char(' ')
-                             + QString::fromLatin1(frame.toHex())));
-    }
-
-    void vTypeReportStoresOnlyChanges()
-    {
-        m_store->addDev(light(2, false, false));
-        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        const QByteArray report = hex("FF 10 09 32 15 E0 00 00 00 00 02 01 00 AA");
-        message(report);
-        message(report);
-        QCOMPARE(updates.count(), 1);
-        message(hex("FF 10 09 33 15 E0 00 00 00 00 02 01 00 AA"));
-        QCOMPARE(updates.count(), 2);
-        QCOMPARE(stored().brightness, 0x33);
+        // Settings beyond an hour are not taken.
+        qputenv(BluetoothMgr::kReconnectEnvVar, "3600000,3600001");
+        const ReconnectSchedule schedule = ReconnectSchedule::fromEnvironment();
+        QCOMPARE((QList<int>{schedule.baseMs, schedule.limitMs}), (QList<int>{3600000, 3600000}));
     }
 
     void adjustingFlagHoldsSomeProtocols_data()
@@ -365,472 +207,241 @@ private slots:
         QFETCH(int, protocol);
         QFETCH(bool, appliedWhileAdjusting);
         m_store->addDev(light(protocol, true, true));
-        const QString other = QStringLiteral("C0:FF:EE:00:00:02");
-        m_store->addDev(light(protocol, true, true, other));
+        m_store->addDev(light(protocol, true, true, kOther));
         const QByteArray report = protocol == 1001 ? hex("55 AA 03 30 00 04 01 4D 13 88 00 00")
                                                    : hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA");
         // Only the light being dragged holds its reports back; another light's end of drag does
         // not release it.
         m_mgr->setAdjusting(kAddr, true);
-        m_mgr->setAdjusting(other, true);
-        m_mgr->setAdjusting(other, false);
+        m_mgr->setAdjusting(kOther, true);
+        m_mgr->setAdjusting(kOther, false);
         message(report);
-        message(report, other);
+        message(report, kOther);
         QCOMPARE(stored().brightness == 0x4D, appliedWhileAdjusting);
-        QCOMPARE(stored(other).brightness, 0x4D);
+        QCOMPARE(stored(kOther).brightness, 0x4D);
         m_mgr->setAdjusting(kAddr, false);
         message(report);
         QCOMPARE(stored().brightness, 0x4D);
         QCOMPARE(stored().temperature, 5000);
     }
 
-    // ---- 55 AA reports
-    void aaModeReports_data()
-    {
-        QTest::addColumn<QByteArray>("frame");
-        QTest::addColumn<int>("brightness");
-        QTest::addColumn<int>("temperature");
-        QTest::addColumn<int>("updates");
-
-        QTest::newRow("01 CCT report") << hex("55 AA 03 01 00 05 01 46 15 E0 00 00 00") << 70 << 5600 << 1;
-        QTest::newRow("30 CCT report, bad CRC") << hex("55 AA 03 30 00 04 01 46 15 E0 12 34") << 70 << 5600 << 1;
-        QTest::newRow("01 unchanged values") << hex("55 AA 03 01 00 04 01 28 0F A0 00 00") << 40 << 4000 << 0;
-        QTest::newRow("01 mode byte 3 ignored") << hex("55 AA 03 01 00 05 03 46 01 02 00 00 00") << 40 << 4000 << 0;
-        QTest::newRow("30 too short") << hex("55 AA 03 30 00 03 01 46 15 00 00") << 40 << 4000 << 0;
-    }
-
-    void aaModeReports()
-    {
-        QFETCH(QByteArray, frame);
-        m_store->addDev(light(1001, true, true));
-        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        message(frame);
-        QTEST(stored().brightness, "brightness");
-        QTEST(stored().temperature, "temperature");
-        QTEST(int(updates.count()), "updates");
-        QVERIFY(m_plugin->writes.isEmpty());
-    }
-
-    void aaCurrentModeMakesOnlineAndAsksProductInfo()
-    {
-        m_store->addDev(light(1001, false, true));
-        message(hex("55 AA 03 06 00 04 01 3C 13 88 5B 78"));
-        QCOMPARE(int(stored().linkState), 1);
-        QCOMPARE(m_plugin->framesTo(kAddr), QStringList{QStringLiteral("55 aa 03 21 00 01 01 aa 6c")});
-
-        // A mode the manager does not know still counts as the answer.
-        m_store->addDev(light(1001, false, true, QStringLiteral("X")));
-        message(hex("55 AA 03 06 00 04 02 3C 13 88 00 00"), QStringLiteral("X"));
-        QCOMPARE(int(stored(QStringLiteral("X")).linkState), 1);
-        QCOMPARE(stored(QStringLiteral("X")).brightness, 40);
-    }
-
-    void aaCurrentModeCct_data()
-    {
-        QTest::addColumn<bool>("powerBefore");
-        QTest::addColumn<int>("oldBrightness");
-        QTest::addColumn<int>("reported");
-        QTest::addColumn<bool>("powerAfter");
-        QTest::addColumn<int>("brightnessAfter");
-        QTest::addColumn<int>("oldAfter");
-
-        QTest::newRow("on: takes brightness") << true << 60 << 70 << true << 70 << 60;
-        // Dark at the light: the brightness it had is what switching on brings back.
-        QTest::newRow("on: zero brightness stays on") << true << 60 << 0 << true << 0 << 40;
-        QTest::newRow("off: non-zero turns on") << false << 60 << 70 << true << 70 << 60;
-        QTest::newRow("off: zero shows old brightness") << false << 60 << 0 << false << 60 << 60;
-        QTest::newRow("off: zero, no old brightness") << false << -1 << 0 << false << 0 << -1;
-    }
-
-    void aaCurrentModeCct()
-    {
-        QFETCH(bool, powerBefore);
-        QFETCH(int, oldBrightness);
-        QFETCH(int, reported);
-        DevData dev = light(1001, false, powerBefore);
-        dev.oldBrightness = oldBrightness;
-        dev.devCurModel = 2;
-        m_store->addDev(dev);
-        LogCapture log;
-        QByteArray frame = hex("55 AA 03 06 00 04 01 00 13 88 00 00");
-        frame[7] = char(reported);
-        message(frame);
-        QTEST(stored().switchState, "powerAfter");
-        QTEST(stored().brightness, "brightnessAfter");
-        QCOMPARE(stored().temperature, 5000);
-        QCOMPARE(stored().devCurModel, 1);
-        QTEST(stored().oldBrightness, "oldAfter");
-        const QStringList lines = log.matching(QStringLiteral("[BluetoothMgr::doDevCurModelData], addr: ") + kAddr);
-        QCOMPARE(lines.size(), 1);
-        QVERIFY(lines.first().contains(QLatin1String(", temperature: 5000")));
-        QVERIFY(lines.first().contains(QLatin1String(", toUpdate: true")));
-    }
-
-    void aaCurrentModeEffectAsksCctData()
-    {
-        m_store->addDev(light(1001, false, true));
-        LogCapture log;
-        message(hex("55 AA 03 06 00 04 03 28 02 05 D6 F1"));
-        QCOMPARE(stored().lightEffect, QStringLiteral("B-5"));
-        QCOMPARE(stored().brightness, 40);
-        QCOMPARE(stored().devCurModel, 2);
-        QCOMPARE(stored().temperature, 4000);
-        QCOMPARE(m_plugin->framesTo(kAddr), (QStringList{QStringLiteral("55 aa 03 07 00 01 01 a1 24"),
-                                                         QStringLiteral("55 aa 03 21 00 01 01 aa 6c")}));
-        QVERIFY(log.contains(QStringLiteral(", effectCmd: B-5")));
-
-        // The CCT data answer then brings the temperature.
-        message(hex("55 AA 03 07 00 03 28 19 64 00 00"));
-        QCOMPARE(stored().temperature, 6500);
-        QCOMPARE(stored().lightEffect, QStringLiteral("B-5"));
-    }
-
-    void aaCctData()
-    {
-        m_store->addDev(light(1001, true, true));
-        LogCapture log;
-        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        message(hex("55 AA 03 07 00 03 46 19 64 C2 5D"));
-        QCOMPARE(stored().brightness, 70);
-        QCOMPARE(stored().temperature, 6500);
-        message(hex("55 AA 03 07 00 03 46 19 64 C2 5D"));
-        QCOMPARE(updates.count(), 1);
-        const QStringList lines = log.matching(QStringLiteral("[BluetoothMgr::doDevCCTModelData], brightness: 70"));
-        QCOMPARE(lines.size(), 2);
-        QVERIFY(lines.at(0).contains(QLatin1String(", temperature: 6500 , toUpdate: true")));
-        QVERIFY(lines.at(1).contains(QLatin1String(", toUpdate: false")));
-    }
-
-    void aaProductInfoIsLogged()
-    {
-        m_store->addDev(light(1001, true, true));
-        LogCapture log;
-        QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        QByteArray payload;
-        for (int i = 0; i < 24; ++i)
-            payload.append(char(i));
-        bluetoothProtocol2 codec;
-        message(codec.pack(0x21, 24, std::vector<quint8>(payload.begin(), payload.end())));
-        // The raw frame's hex dump holds these digits too: only the decoder's own line counts.
-        const QStringList lines = log.matching(QStringLiteral("[BluetoothMgr::doDevProductBaseInfo], addr: ") + kAddr);
-        QCOMPARE(lines.size(), 1);
-        QVERIFY2(lines.first().endsWith(QLatin1String(", productId: 010203040506 , softwareVersion: 1415"
-                                                      " , hardwareVersion: 1617")), qPrintable(lines.first()));
-        QCOMPARE(updates.count(), 0);
-    }
-
-    void aaModifyUpload_data()
-    {
-        QTest::addColumn<bool>("powerBefore");
-        QTest::addColumn<int>("oldBefore");
-        QTest::addColumn<QString>("effectBefore");
-        QTest::addColumn<int>("reported");
-        QTest::addColumn<int>("brightnessAfter");
-        QTest::addColumn<int>("oldAfter");
-        QTest::addColumn<QString>("effectAfter");
-        QTest::addColumn<QString>("resent");
-
-        QTest::newRow("on: knob turned") << true << 60 << QString() << 70 << 70 << 60 << QString() << QString();
-        QTest::newRow("on: effect replaced by marker") << true << 60 << QStringLiteral("A-3") << 70 << 70 << 60
-                                                       << QStringLiteral("#-100") << QString();
-        // Switched on at the light: the manager re-sends the remembered brightness.
-        QTest::newRow("off: on at light, old kept") << false << 60 << QString() << 70 << 60 << 60 << QString()
-                                                    << QStringLiteral("55 aa 03 01 00 05 01 3c 10 68 00 c0 0c");
-        QTest::newRow("off: on at light, old taken") << false << 0 << QString() << 70 << 70 << 70 << QString()
-                                                     << QStringLiteral("55 aa 03 01 00 05 01 46 10 68 00 d9 14");
-        QTest::newRow("off: zero, old re-sent") << false << 60 << QString() << 0 << 60 << 60 << QString()
-                                                << QStringLiteral("55 aa 03 01 00 05 01 3c 10 68 00 c0 0c");
-        QTest::newRow("off: zero, nothing to re-send") << false << 0 << QString() << 0 << 40 << 0 << QString() << QString();
-    }
-
-    void aaModifyUpload()
-    {
-        QFETCH(bool, powerBefore);
-        QFETCH(int, oldBefore);
-        QFETCH(QString, effectBefore);
-        QFETCH(int, reported);
-        QFETCH(QString, resent);
-        DevData dev = light(1001, true, powerBefore);
-        dev.oldBrightness = oldBefore;
-        dev.lightEffect = effectBefore;
-        m_store->addDev(dev);
-        LogCapture log;
-        QByteArray frame = hex("55 AA 03 32 00 04 01 00 10 68 00 00");
-        frame[7] = char(reported);
-        message(frame);
-        QCOMPARE(stored().switchState, true);
-        QCOMPARE(stored().temperature, 0x1068);
-        QCOMPARE(stored().devCurModel, 1);
-        QTEST(stored().brightness, "brightnessAfter");
-        QTEST(stored().oldBrightness, "oldAfter");
-        QTEST(stored().lightEffect, "effectAfter");
-        QCOMPARE(m_plugin->framesTo(kAddr), resent.isEmpty() ? QStringList() : QStringList{resent});
-        QVERIFY(log.contains(QStringLiteral("[BluetoothMgr::doDevModifyDataUpload], addr: ") + kAddr));
-    }
-
-    void ignoredFrames_data()
+    // 55 AA reports: of the light's mode (06, the answer that brings it online, whichever mode it is),
+    // of a change made at the light (32), of its values (01, 30, 07); frames of either family that
+    // change nothing. What is stored and what is sent back.
+    void reports_data()
     {
         QTest::addColumn<int>("protocol");
         QTest::addColumn<QByteArray>("frame");
-        QTest::newRow("id 33") << 1001 << hex("55 AA 03 33 00 04 01 46 15 E0 00 00");
-        QTest::newRow("id 02") << 1001 << hex("55 AA 03 02 00 04 01 46 15 E0 00 00");
-        QTest::newRow("06 three bytes") << 1001 << hex("55 AA 03 06 00 03 01 46 15 00 00");
-        QTest::newRow("32 three bytes") << 1001 << hex("55 AA 03 32 00 03 01 46 15 00 00");
-        QTest::newRow("07 two bytes") << 1001 << hex("55 AA 03 07 00 02 46 15 00 00");
-        QTest::newRow("06 length beyond bytes") << 1001 << hex("55 AA 03 06 00 09 01 46 15 E0 00 00");
-        QTest::newRow("06 length 256") << 1001 << (hex("55 AA 03 06 01 00 01 46 15 E0") + QByteArray(260, '\0'));
-        QTest::newRow("21 short") << 1001 << hex("55 AA 03 21 00 04 01 46 15 E0 00 00");
-        QTest::newRow("FF framing") << 1001 << hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA");
-        QTest::newRow("V: wrong start byte") << 2 << hex("FE 10 09 32 15 E0 00 00 00 00 02 01 00 AA");
-        QTest::newRow("V: payload shorter than a report") << 2 << hex("FF 10 08 32 15 E0 00 00 00 00 02 00 AA");
-        QTest::newRow("V: declared longer than present") << 2 << hex("FF 10 09 32 15 E0 00");
-        QTest::newRow("V: 55 AA framing") << 2 << hex("55 AA 03 06 00 04 01 3C 13 88 5B 78");
-        QTest::newRow("V: empty") << 2 << QByteArray();
+        QTest::addColumn<bool>("online");
+        QTest::addColumn<bool>("power");
+        QTest::addColumn<int>("old");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QString>("effect");
+        QTest::addColumn<QVariantMap>("changes");
+        QTest::addColumn<QStringList>("sent");
+        const auto row = [](const char *name, const char *frame, bool online, bool power, int old, int mode,
+                            const char *effect, const QVariantMap &changes, const QStringList &sent, int protocol = 1001) {
+            QTest::newRow(name) << protocol << hex(frame) << online << power << old << mode << QString(effect) << changes
+                                << sent;
+        };
+        const auto quiet = [&row](const char *name, const char *frame, const QVariantMap &changes = {}, int protocol = 1001) {
+            row(name, frame, false, true, 60, 1, "", changes, {}, protocol);
+        };
+        // V-type state reports, to a light that is offline and off: the same report again changes nothing.
+        const auto vrow = [&row](const char *name, int protocol, const char *frame, const QVariantMap &changes) {
+            row(name, frame, false, false, 60, 1, "", with({{"link", 1}, {"saturation", 0}}, changes), {}, protocol);
+        };
+        vrow("V CCT on, colour kept", 1, "FF 10 09 32 15 E0 00 00 00 00 02 01 00 AA",
+             {{"power", true}, {"brightness", 50}, {"temperature", 5600}, {"hue", 0}, {"effect", "2"}, {"mode", 1}});
+        vrow("V colour mode sets colour", 2, "FF A4 09 64 0A 8C 00 F0 64 00 03 01 00 AA",
+             {{"power", true}, {"brightness", 100}, {"temperature", 2700}, {"hue", 240}, {"saturation", 100}, {"effect", "3"},
+              {"colour", "#0000ff"}, {"mode", 3}});
+        vrow("V effect 9 off", 7, "FF A1 09 0A 19 64 00 00 00 00 09 00 00 AA",
+             {{"brightness", 10}, {"temperature", 6500}, {"hue", 0}, {"effect", "9"}, {"mode", 2}});
+        vrow("V unknown mode, 162", 162, "FF 01 09 0A 19 64 00 00 00 00 01 01 00 AA",
+             {{"power", true}, {"brightness", 10}, {"temperature", 6500}, {"hue", 0}, {"effect", "1"}, {"mode", -1}});
+        vrow("V 163, bad checksum no trailer", 163, "FF 01 09 0B 19 64 00 00 00 00 02 01",
+             {{"power", true}, {"brightness", 11}, {"temperature", 6500}, {"hue", 0}, {"effect", "2"}, {"mode", 1}});
+        const QVariantMap cct70{{"brightness", 70}, {"temperature", 5600}};
+        quiet("01 CCT report", "55 AA 03 01 00 05 01 46 15 E0 00 00 00", cct70);
+        quiet("30 CCT report, bad CRC", "55 AA 03 30 00 04 01 46 15 E0 12 34", cct70);
+        quiet("07 CCT data", "55 AA 03 07 00 03 46 19 64 C2 5D", {{"brightness", 70}, {"temperature", 6500}});
+        quiet("01 unchanged values", "55 AA 03 01 00 04 01 28 0F A0 00 00");
+        quiet("07 unchanged values", "55 AA 03 07 00 03 28 0F A0 00 00");
+        quiet("01 mode byte 3 ignored", "55 AA 03 01 00 05 03 46 01 02 00 00 00");
+        quiet("30 too short", "55 AA 03 30 00 03 01 46 15 00 00");
+        quiet("id 33", "55 AA 03 33 00 04 01 46 15 E0 00 00");
+        quiet("id 02", "55 AA 03 02 00 04 01 46 15 E0 00 00");
+        quiet("06 three bytes", "55 AA 03 06 00 03 01 46 15 00 00");
+        quiet("32 three bytes", "55 AA 03 32 00 03 01 46 15 00 00");
+        quiet("07 two bytes", "55 AA 03 07 00 02 46 15 00 00");
+        quiet("21 product info", "55 AA 03 21 00 18 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14 15 16 17 00 00");
+        quiet("FF framing", "FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA");
+        quiet("V: payload shorter than a report", "FF 10 08 32 15 E0 00 00 00 00 02 00 AA", {}, 2);
+        quiet("V: 55 AA framing", "55 AA 03 06 00 04 01 3C 13 88 5B 78", {}, 2);
+        const char *cct06 = "55 AA 03 06 00 04 01 46 13 88 00 00", *dark06 = "55 AA 03 06 00 04 01 00 13 88 00 00";
+        const QString info = QStringLiteral("55 aa 03 21 00 01 01 aa 6c");
+        const QVariantMap online5000{{"link", 1}, {"temperature", 5000}, {"mode", 1}};
+        row("06 on: takes brightness", cct06, false, true, 60, 2, "", with(online5000, {{"brightness", 70}}), {info});
+        // Dark at the light: the brightness it had is what switching on brings back.
+        row("06 on: zero brightness stays on", dark06, false, true, 60, 2, "",
+            with(online5000, {{"brightness", 0}, {"old", 40}}), {info});
+        row("06 off: non-zero turns on", cct06, false, false, 60, 2, "",
+            with(online5000, {{"power", true}, {"brightness", 70}}), {info});
+        row("06 off: zero shows old brightness", dark06, false, false, 60, 2, "", with(online5000, {{"brightness", 60}}), {info});
+        row("06 off: zero shows old brightness 1", dark06, false, false, 1, 2, "", with(online5000, {{"brightness", 1}}), {info});
+        row("06 off: zero, no old brightness", dark06, false, false, -1, 2, "", with(online5000, {{"brightness", 0}}), {info});
+        // An effect: the temperature is asked for, as the CCT data answer brings it.
+        row("06 unknown mode", "55 AA 03 06 00 04 02 3C 13 88 00 00", false, true, 60, 1, "", {{"link", 1}}, {info});
+        row("06 effect", "55 AA 03 06 00 04 03 28 02 05 D6 F1", false, true, 60, 1, "",
+            {{"link", 1}, {"effect", "B-5"}, {"mode", 2}}, {"55 aa 03 07 00 01 01 a1 24", info});
+        const char *knob32 = "55 AA 03 32 00 04 01 46 10 68 00 00", *dark32 = "55 AA 03 32 00 04 01 00 10 68 00 00";
+        const QString cct60 = QStringLiteral("55 aa 03 01 00 05 01 3c 10 68 00 c0 0c");
+        row("32 on: knob turned", knob32, true, true, 60, 1, "", {{"brightness", 70}, {"temperature", 0x1068}}, {});
+        row("32 on: effect replaced by marker", knob32, true, true, 60, 2, "A-3",
+            {{"brightness", 70}, {"temperature", 0x1068}, {"effect", "#-100"}, {"mode", 1}}, {});
+        // Switched on at the light: the manager re-sends the remembered brightness.
+        row("32 off: on at light, old kept", knob32, true, false, 60, 1, "",
+            {{"power", true}, {"brightness", 60}, {"temperature", 0x1068}}, {cct60});
+        row("32 off: on at light, old taken", knob32, true, false, 0, 1, "",
+            {{"power", true}, {"brightness", 70}, {"old", 70}, {"temperature", 0x1068}},
+            {"55 aa 03 01 00 05 01 46 10 68 00 d9 14"});
+        row("32 off: zero, old re-sent", dark32, true, false, 60, 1, "",
+            {{"power", true}, {"brightness", 60}, {"temperature", 0x1068}}, {cct60});
+        row("32 off: zero, nothing to re-send", dark32, true, false, 0, 1, "", {{"power", true}, {"temperature", 0x1068}}, {});
     }
 
-    void ignoredFrames()
+    void reports()
     {
         QFETCH(int, protocol);
         QFETCH(QByteArray, frame);
-        m_store->addDev(light(protocol, false, false));
+        QFETCH(bool, online);
+        QFETCH(bool, power);
+        QFETCH(int, old);
+        QFETCH(int, mode);
+        QFETCH(QString, effect);
+        QFETCH(QVariantMap, changes);
+        DevData dev = light(protocol, online, power);
+        dev.oldBrightness = old;
+        dev.devCurModel = mode;
+        dev.lightEffect = effect;
+        m_store->addDev(dev);
         QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
         message(frame);
-        QCOMPARE(updates.count(), 0);
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(int(stored().linkState), 0);
+        QCOMPARE(state(stored()), with(state(dev), changes));
+        QTEST(m_plugin->framesTo(kAddr), "sent");
+        if (protocol != 1001)
+            message(frame); // a V-type report again changes nothing
+        if (changes.isEmpty() || protocol != 1001)
+            QCOMPARE(updates.count(), changes.isEmpty() ? 0 : 1);
     }
 
-    void unknownAddressAndBadProtocolLogged()
-    {
-        LogCapture log;
-        message(hex("FF 10 09 4D 13 88 00 00 00 00 02 01 00 AA"), QStringLiteral("AA:AA"));
-        QStringList lines = log.lines();
-        int notFound = -1;
-        for (int i = 0; i < lines.size(); ++i) {
-            if (lines.at(i) == QLatin1String("[BluetoothMgr::getProtocolType] not found mac addr: AA:AA"))
-                notFound = i;
-        }
-        QVERIFY(notFound >= 0);
-        QVERIFY(notFound + 1 < lines.size());
-        QCOMPARE(lines.at(notFound + 1), QStringLiteral("protocol type error: -1"));
-
-        DevData broken = light(-5);
-        m_store->addDev(broken);
-        log.clear();
-        m_mgr->setBrightness(kAddr, 10);
-        QVERIFY(log.contains(QStringLiteral("protocol type error: -5")));
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(m_mgr->getProtocolType(kAddr), -5);
-    }
-
-    void controlFrames_data()
+    // ---- control operations: the frame sent, and the stored state after it
+    void controls_data()
     {
         QTest::addColumn<int>("protocol");
         QTest::addColumn<int>("op");
         QTest::addColumn<QString>("arg");
-        QTest::addColumn<bool>("powerBefore");
-        QTest::addColumn<int>("curModel");
-        QTest::addColumn<QString>("effectBefore");
+        QTest::addColumn<bool>("online");
+        QTest::addColumn<bool>("power");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QString>("effect");
         QTest::addColumn<QString>("frame");
-
+        QTest::addColumn<QVariantMap>("changes");
+        const auto row = [](const QString &name, int p, Op op, const char *arg, bool online, bool power, int mode,
+                            const char *effect, const QString &frame, const QVariantMap &changes) {
+            QTest::newRow(qPrintable(name)) << p << int(op) << QString(arg) << online << power << mode << QString(effect)
+                                            << frame << changes;
+        };
         for (int p : {1, 2, 3, 5, 6, 7, 162, 163}) {
-            QTest::addRow("%d powerOn", p) << p << int(PowerOn) << QString() << false << 1 << QString()
-                                           << QStringLiteral("ff a1 01 00 00 aa");
-            QTest::addRow("%d powerOff", p) << p << int(PowerOff) << QString() << true << 1 << QString()
-                                            << QStringLiteral("ff a1 01 01 01 aa");
-            QTest::addRow("%d brightness 75", p) << p << int(Brightness) << QStringLiteral("75") << true << 1 << QString()
-                                                 << QStringLiteral("ff a2 01 4b 4b aa");
-            QTest::addRow("%d temperature 3200", p) << p << int(Temperature) << QStringLiteral("3200") << true << 1
-                                                    << QString() << QStringLiteral("ff a3 02 0c 80 8c aa");
-            QTest::addRow("%d effect 12", p) << p << int(Effect) << QStringLiteral("12") << true << 1 << QString()
-                                             << QStringLiteral("ff a1 01 0c 0c aa");
-            QTest::addRow("%d colour", p) << p << int(Color) << QStringLiteral("#ff00ff") << true << 1 << QString()
-                                          << ((p == 2 || p == 7) ? QStringLiteral("ff a4 03 01 2c 64 91 aa") : QString());
+            const QString n = QString::number(p);
+            row(n + " powerOn", p, PowerOn, "", true, false, 1, "", "ff a1 01 00 00 aa", {{"power", true}});
+            row(n + " powerOff", p, PowerOff, "", true, true, 1, "", "ff a1 01 01 01 aa", {{"power", false}});
+            row(n + " brightness 75", p, Brightness, "75", true, true, 1, "", "ff a2 01 4b 4b aa", {{"brightness", 75}});
+            row(n + " temperature 3200", p, Temperature, "3200", true, true, 3, "", "ff a3 02 0c 80 8c aa",
+                {{"temperature", 3200}, {"mode", 1}});
+            row(n + " effect 12", p, Effect, "12", true, true, 1, "", "ff a1 01 0c 0c aa", {{"effect", "12"}, {"mode", 2}});
+            const bool colour = p == 2 || p == 7; // a light without colour keeps its mode
+            row(n + " colour", p, Color, "#ff00ff", true, true, 1, "", colour ? "ff a4 03 01 2c 64 91 aa" : "",
+                colour ? QVariantMap{{"colour", "#ff00ff"}, {"mode", 3}} : QVariantMap());
         }
         // 55 AA: every brightness-carrying operation sends the frame of the current mode.
-        QTest::newRow("1001 powerOn CCT") << 1001 << int(PowerOn) << QString() << false << 1 << QString()
-                                          << QStringLiteral("55 aa 03 01 00 05 01 3c 0f a0 00 a6 0a");
-        QTest::newRow("1001 powerOn effect") << 1001 << int(PowerOn) << QString() << false << 2 << QStringLiteral("C-3")
-                                             << QStringLiteral("55 aa 03 01 00 05 03 3c 03 03 00 67 39");
-        QTest::newRow("1001 powerOff CCT") << 1001 << int(PowerOff) << QString() << true << 1 << QString()
-                                           << QStringLiteral("55 aa 03 01 00 05 01 00 0f a0 00 aa 5a");
-        QTest::newRow("1001 powerOff unknown mode is CCT") << 1001 << int(PowerOff) << QString() << true << -1 << QString()
-                                                           << QStringLiteral("55 aa 03 01 00 05 01 00 0f a0 00 aa 5a");
-        QTest::newRow("1001 powerOff effect") << 1001 << int(PowerOff) << QString() << true << 2 << QStringLiteral("A-1")
-                                              << QStringLiteral("55 aa 03 01 00 05 03 00 01 01 00 cb c9");
-        QTest::newRow("1001 brightness CCT") << 1001 << int(Brightness) << QStringLiteral("75") << true << 1 << QString()
-                                             << QStringLiteral("55 aa 03 01 00 05 01 4b 0f a0 00 bd be");
-        QTest::newRow("1001 brightness effect") << 1001 << int(Brightness) << QStringLiteral("75") << true << 2
-                                                << QStringLiteral("B-8")
-                                                << QStringLiteral("55 aa 03 01 00 05 03 4b 02 08 00 2a 7d");
-        QTest::newRow("1001 temperature from effect") << 1001 << int(Temperature) << QStringLiteral("3200") << true << 2
-                                                      << QStringLiteral("B-8")
-                                                      << QStringLiteral("55 aa 03 01 00 05 01 28 0c 80 00 4a 3a");
-        QTest::newRow("1001 effect C-3") << 1001 << int(Effect) << QStringLiteral("C-3") << true << 1 << QString()
-                                         << QStringLiteral("55 aa 03 01 00 05 03 28 03 03 00 62 c9");
-        QTest::newRow("1001 colour sends nothing") << 1001 << int(Color) << QStringLiteral("#ff00ff") << true << 1
-                                                   << QString() << QString();
+        const QString cct60 = QStringLiteral("55 aa 03 01 00 05 01 3c 0f a0 00 a6 0a");
+        const QString cctOff = QStringLiteral("55 aa 03 01 00 05 01 00 0f a0 00 aa 5a");
+        const QString cct75 = QStringLiteral("55 aa 03 01 00 05 01 4b 0f a0 00 bd be");
+        const QVariantMap on60{{"power", true}, {"brightness", 60}}, off{{"power", false}, {"old", 40}};
+        row("1001 powerOn CCT", 1001, PowerOn, "", true, false, 1, "", cct60, on60);
+        // Switched on with no brightness to return to (dark, or never known), it comes back at 1; for
+        // switching on, the argument is the brightness remembered before.
+        const QString cct1 = QString::fromLatin1(bluetoothProtocol2().cctModeFrame(1, 4000).toHex(' '));
+        row("1001 powerOn after dark", 1001, PowerOn, "0", true, false, 1, "", cct1, {{"power", true}, {"brightness", 1}});
+        row("1001 powerOn never known", 1001, PowerOn, "-1", true, false, 1, "", cct1, {{"power", true}, {"brightness", 1}});
+        row("1001 powerOn effect", 1001, PowerOn, "", true, false, 2, "C-3", "55 aa 03 01 00 05 03 3c 03 03 00 67 39", on60);
+        row("1001 powerOff CCT", 1001, PowerOff, "", true, true, 1, "", cctOff, off);
+        row("1001 powerOff unknown mode is CCT", 1001, PowerOff, "", true, true, -1, "", cctOff, off);
+        row("1001 powerOff effect", 1001, PowerOff, "", true, true, 2, "A-1", "55 aa 03 01 00 05 03 00 01 01 00 cb c9", off);
+        row("1001 brightness CCT", 1001, Brightness, "75", true, true, 1, "", cct75, {{"brightness", 75}});
+        row("1001 brightness effect", 1001, Brightness, "75", true, true, 2, "B-8", "55 aa 03 01 00 05 03 4b 02 08 00 2a 7d",
+            {{"brightness", 75}});
+        row("1001 temperature from effect", 1001, Temperature, "3200", true, true, 2, "B-8",
+            "55 aa 03 01 00 05 01 28 0c 80 00 4a 3a", {{"temperature", 3200}, {"mode", 1}});
+        row("1001 effect C-3", 1001, Effect, "C-3", true, true, 1, "", "55 aa 03 01 00 05 03 28 03 03 00 62 c9",
+            {{"effect", "C-3"}, {"mode", 2}});
+        row("1001 colour sends nothing", 1001, Color, "#ff00ff", true, true, 1, "", "", {});
         // Effect texts of the other family, or the codes of on, off and the state request, build
         // no frame and leave the mode alone.
-        QTest::newRow("2 effect A-1") << 2 << int(Effect) << QStringLiteral("A-1") << true << 1 << QString() << QString();
-        QTest::newRow("2 effect 1 (off)") << 2 << int(Effect) << QStringLiteral("1") << true << 1 << QString() << QString();
-        QTest::newRow("2 effect 48 (state)") << 2 << int(Effect) << QStringLiteral("48") << true << 3 << QStringLiteral("9")
-                                             << QString();
-        QTest::newRow("1001 effect 7") << 1001 << int(Effect) << QStringLiteral("7") << true << 1 << QString() << QString();
-        QTest::newRow("1001 effect empty") << 1001 << int(Effect) << QString() << true << 1 << QString() << QString();
+        row("2 effect A-1", 2, Effect, "A-1", true, true, 1, "", "", {});
+        row("2 effect 1 (off)", 2, Effect, "1", true, true, 1, "", "", {});
+        row("2 effect 48 (state)", 2, Effect, "48", true, true, 3, "9", "", {});
+        row("1001 effect 7", 1001, Effect, "7", true, true, 1, "", "", {});
+        row("1001 effect empty", 1001, Effect, "", true, true, 1, "", "", {});
         // An effect mode whose text cannot be sent again falls back to colour temperature.
-        QTest::newRow("1001 powerOn unnamed effect") << 1001 << int(PowerOn) << QString() << false << 2 << QString()
-                                                     << QStringLiteral("55 aa 03 01 00 05 01 3c 0f a0 00 a6 0a");
-        QTest::newRow("1001 brightness unknown effect") << 1001 << int(Brightness) << QStringLiteral("75") << true << 2
-                                                        << QStringLiteral("@-0")
-                                                        << QStringLiteral("55 aa 03 01 00 05 01 4b 0f a0 00 bd be");
-        // Values outside the table send nothing at all.
-        for (int p : {0, 4, 8, 161, 164, 1000, 1002, 2001}) {
-            QTest::addRow("%d powerOn", p) << p << int(PowerOn) << QString() << false << 1 << QString() << QString();
-            QTest::addRow("%d brightness", p) << p << int(Brightness) << QStringLiteral("75") << true << 1 << QString()
-                                              << QString();
+        row("1001 powerOn unnamed effect", 1001, PowerOn, "", true, false, 2, "", cct60, with(on60, {{"mode", 1}}));
+        row("1001 powerOff unnamed effect", 1001, PowerOff, "", true, true, 2, "", cctOff, with(off, {{"mode", 1}}));
+        row("1001 brightness unknown effect", 1001, Brightness, "75", true, true, 2, "@-0", cct75,
+            {{"brightness", 75}, {"mode", 1}});
+        // Values outside the table, or a broken record, send nothing at all.
+        for (int p : {-5, 0, 4, 8, 161, 164, 1000, 1002, 2001}) {
+            row(QString::number(p) + " powerOn", p, PowerOn, "", true, false, 1, "", "", {});
+            row(QString::number(p) + " brightness", p, Brightness, "75", true, true, 1, "", "", {{"brightness", 75}});
+        }
+        // Offline, or switched off: nothing is sent and nothing changes.
+        for (int p : {2, 1001}) {
+            const QString n = QString::number(p);
+            row(n + " powerOn offline", p, PowerOn, "", false, false, 1, "", "", {});
+            row(n + " powerOn already on", p, PowerOn, "", true, true, 1, "", "", {});
+            row(n + " powerOff already off", p, PowerOff, "", true, false, 1, "", "", {});
+            row(n + " temperature off", p, Temperature, "5000", true, false, 1, "", "", {});
+            row(n + " effect off", p, Effect, p == 2 ? "12" : "A-1", true, false, 1, "", "", {});
+            row(n + " colour off", p, Color, "#ff0000", true, false, 1, "", "", {});
+            row(n + " brightness off", p, Brightness, "5", true, false, 1, "", "", {});
         }
     }
 
-    void controlFrames()
+    void controls()
     {
         QFETCH(int, protocol);
         QFETCH(int, op);
         QFETCH(QString, arg);
-        QFETCH(bool, powerBefore);
-        QFETCH(int, curModel);
-        QFETCH(QString, effectBefore);
-        QFETCH(QString, frame);
-
-        DevData dev = light(protocol, true, powerBefore);
-        dev.devCurModel = curModel;
-        dev.lightEffect = effectBefore;
-        m_store->addDev(dev);
-        apply(op, arg);
-        QCOMPARE(m_plugin->framesTo(kAddr), frame.isEmpty() ? QStringList() : QStringList{frame});
-
-        const DevData after = stored();
-        switch (Op(op)) {
-        case PowerOn:
-            QCOMPARE(after.switchState, !frame.isEmpty()); // a light sent nothing did not come on
-            if (protocol == 1001)
-                QCOMPARE(after.brightness, 60);
-            break;
-        case PowerOff:
-            QCOMPARE(after.switchState, false);
-            break;
-        case Brightness:
-            QCOMPARE(after.brightness, 75);
-            break;
-        case Temperature:
-            QCOMPARE(after.temperature, 3200);
-            QCOMPARE(after.devCurModel, 1);
-            break;
-        case Effect:
-            QCOMPARE(after.lightEffect, frame.isEmpty() ? effectBefore : arg);
-            QCOMPARE(after.devCurModel, frame.isEmpty() ? curModel : 2);
-            break;
-        case Color:
-            // A light without colour keeps its mode: nothing was sent for a colour one.
-            QCOMPARE(after.colorLight, frame.isEmpty() ? dev.colorLight : arg);
-            QCOMPARE(after.devCurModel, frame.isEmpty() ? curModel : 3);
-            break;
-        }
-    }
-
-    void controlPreconditions_data()
-    {
-        QTest::addColumn<int>("protocol");
-        QTest::addColumn<int>("op");
-        QTest::addColumn<bool>("online");
-        QTest::addColumn<bool>("power");
-
-        for (int p : {2, 1001}) {
-            QTest::addRow("%d powerOn offline", p) << p << int(PowerOn) << false << false;
-            QTest::addRow("%d powerOn already on", p) << p << int(PowerOn) << true << true;
-            QTest::addRow("%d powerOff already off", p) << p << int(PowerOff) << true << false;
-            QTest::addRow("%d temperature off", p) << p << int(Temperature) << true << false;
-            QTest::addRow("%d effect off", p) << p << int(Effect) << true << false;
-            QTest::addRow("%d colour off", p) << p << int(Color) << true << false;
-            QTest::addRow("%d brightness off", p) << p << int(Brightness) << true << false;
-        }
-    }
-
-    void controlPreconditions()
-    {
-        QFETCH(int, protocol);
-        QFETCH(int, op);
         QFETCH(bool, online);
         QFETCH(bool, power);
-        m_store->addDev(light(protocol, online, power));
+        QFETCH(int, mode);
+        QFETCH(QString, effect);
+        QFETCH(QString, frame);
+        QFETCH(QVariantMap, changes);
+        DevData dev = light(protocol, online, power);
+        dev.devCurModel = mode;
+        dev.lightEffect = effect;
+        if (op == PowerOn && !arg.isEmpty())
+            dev.oldBrightness = arg.toInt();
+        m_store->addDev(dev);
         QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
-        const QStringList args{QString(), QString(), QStringLiteral("5"), QStringLiteral("5000"), QStringLiteral("A-1"),
-                               QStringLiteral("#ff0000")};
-        apply(op, args.at(op));
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(updates.count(), 0);
-        const DevData after = stored();
-        QCOMPARE((QVariantList{after.switchState, after.brightness, after.temperature, after.lightEffect,
-                               after.colorLight, after.devCurModel}),
-                 (QVariantList{power, 40, 4000, QString(), QStringLiteral("#FFFFFF"), 1}));
-
-        // An unknown address is ignored by every operation.
+        apply(op, arg);
         for (int other = PowerOn; other <= Color; ++other)
-            apply(other, args.at(other), QStringLiteral("nobody"));
-        QVERIFY(m_plugin->writes.isEmpty());
-    }
-
-    void powerOn55AAUsesOldBrightness_data()
-    {
-        QTest::addColumn<int>("oldBrightness");
-        QTest::addColumn<int>("sent");
-        QTest::newRow("old 0 raised to 1") << 0 << 1;
-        QTest::newRow("never known raised to 1") << -1 << 1;
-    }
-
-    void powerOn55AAUsesOldBrightness()
-    {
-        QFETCH(int, oldBrightness);
-        QFETCH(int, sent);
-        DevData dev = light(1001, true, false);
-        dev.oldBrightness = oldBrightness;
-        m_store->addDev(dev);
-        m_mgr->powerOn(kAddr);
-        bluetoothProtocol2 codec;
-        QCOMPARE(m_plugin->framesTo(kAddr), QStringList{hexText(codec.cctModeFrame(sent, 4000))});
-        QCOMPARE(stored().brightness, sent);
-        QCOMPARE(stored().switchState, true);
-    }
-
-    void aaEffectModeWithoutEffectFallsBackToColourTemperature()
-    {
-        DevData dev = light(1001, true, true);
-        dev.devCurModel = 2;
-        m_store->addDev(dev);
-        m_mgr->setBrightness(kAddr, 30);
-        m_mgr->powerOff(kAddr);
-        bluetoothProtocol2 codec;
-        QCOMPARE(m_plugin->framesTo(kAddr),
-                 (QStringList{hexText(codec.cctModeFrame(30, 4000)), hexText(codec.cctModeFrame(0, 4000))}));
-        QCOMPARE(stored().devCurModel, 1);
-        QCOMPARE(stored().switchState, false);
-    }
-
-    void aaLightNeverAnsweringStaysOffline()
-    {
-        m_store->addDev(light(1001, false, false));
-        emit m_plugin->sigDeviceConnected(kAddr);
-        m_plugin->writes.clear();
-        m_mgr->powerOn(kAddr);
-        QVERIFY(m_plugin->writes.isEmpty());
-        QCOMPARE(stored().switchState, false);
-
-        // Once it reports its mode it is online and can be switched.
-        message(hex("55 AA 03 06 00 04 01 00 13 88 00 00"));
-        QCOMPARE(int(stored().linkState), 1);
-        m_plugin->writes.clear();
-        m_mgr->powerOn(kAddr);
-        QCOMPARE(m_plugin->writes.size(), 1);
+            apply(other, arg, QStringLiteral("nobody")); // an unknown address is ignored by every operation
+        QCOMPARE(m_plugin->frames, (frame.isEmpty() ? Frames() : Frames{{kAddr, {frame}}}));
+        QCOMPARE(state(stored()), with(state(dev), changes));
+        QCOMPARE(updates.count(), changes.isEmpty() ? 0 : 1);
     }
 
 private:
@@ -867,10 +478,15 @@ private:
         return dev ? *dev : DevData();
     }
 
-    void message(const QByteArray &frame, const QString &addr = kAddr)
+    // The stored values a user sees or that are sent to the light again.
+    static QVariantMap state(const DevData &d)
     {
-        emit m_plugin->sigMessageReceived(addr, frame);
+        return {{"power", d.switchState}, {"brightness", d.brightness}, {"old", d.oldBrightness}, {"temperature", d.temperature},
+                {"effect", d.lightEffect}, {"colour", d.colorLight}, {"mode", d.devCurModel}, {"link", int(d.linkState)},
+                {"hue", d.auxValue1}, {"saturation", d.auxValue2}};
     }
+
+    void message(const QByteArray &frame, const QString &addr = kAddr) { emit m_plugin->sigMessageReceived(addr, frame); }
 
     std::unique_ptr<TestHome> m_home;
     std::shared_ptr<DevDataMgr> m_store;

@@ -12,17 +12,11 @@ namespace {
 class RecordingTransport : public BaseDevice
 {
 public:
-    explicit RecordingTransport(QString name) : m_name(std::move(name)) {}
-
     void refreshDevices() override { calls << QStringLiteral("refresh"); }
     void startScan() override { calls << QStringLiteral("startScan"); }
     void stopScan() override { calls << QStringLiteral("stopScan"); }
     void connectToDevice(const QString &addr) override { calls << QStringLiteral("connect ") + addr; }
-    bool reconnectDevice(const QString &addr) override
-    {
-        calls << QStringLiteral("reconnect ") + addr;
-        return true;
-    }
+    bool reconnectDevice(const QString &addr) override { return (calls << QStringLiteral("reconnect ") + addr, true); }
     void removeDevice(const QString &addr) override { calls << QStringLiteral("remove ") + addr; }
     void setAdjusting(const QString &addr, bool on) override { calls << QStringLiteral("adjusting %1 %2").arg(addr).arg(on); }
     void powerOn(const QString &addr) override { calls << QStringLiteral("on ") + addr; }
@@ -36,14 +30,10 @@ public:
     {
         DevData dev;
         dev.addr = addr;
-        dev.name = m_name + QStringLiteral(" light");
         emit sigDeviceDiscovered(dev);
     }
 
     QStringList calls;
-
-private:
-    QString m_name;
 };
 
 DevData stored(const QString &addr, int protocol, int min = 0, int max = 100)
@@ -63,15 +53,121 @@ class TestDeviceMgr : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-    void routesByStoredProtocol_data();
-    void routesByStoredProtocol();
-    void brightnessByRatioRounds_data();
-    void brightnessByRatioRounds();
-    void effectsOnlyFromTheLightsOwnList();
-    void discoveryIsReportedOncePerScan();
-    void relaysTransportSignals();
+    void init()
+    {
+        m_home = std::make_unique<TestHome>();
+        m_ble = std::make_shared<RecordingTransport>();
+        m_hue = std::make_shared<RecordingTransport>();
+        m_mgr = std::make_unique<DeviceMgr>([this](std::shared_ptr<DevDataMgr>) { return m_ble; },
+                                            [this](std::shared_ptr<DevDataMgr>) { return m_hue; });
+    }
+
+    void cleanup() { m_mgr.reset(), m_ble.reset(), m_hue.reset(), m_home.reset(); }
+
+    void routesByStoredProtocol_data()
+    {
+        QTest::addColumn<int>("protocol");
+        QTest::addColumn<QString>("transport");
+        QTest::newRow("zero") << 0 << "";
+        QTest::newRow("first BLE") << 1 << "ble";
+        QTest::newRow("55 AA light") << 1001 << "ble";
+        QTest::newRow("just above BLE") << 1002 << "";
+        QTest::newRow("between") << 2000 << "";
+        QTest::newRow("Hue") << 2001 << "hue";
+        QTest::newRow("above Hue") << 2002 << "";
+    }
+
+    void routesByStoredProtocol()
+    {
+        QFETCH(int, protocol);
+        QFETCH(QString, transport);
+        m_mgr->addDev(stored(QStringLiteral("L"), protocol));
+        const bool reconnected = m_mgr->reconnectDevice(QStringLiteral("L"));
+        m_mgr->powerOn(QStringLiteral("L"));
+        m_mgr->setColor(QStringLiteral("L"), QColor(Qt::red));
+        m_mgr->setAdjusting(QStringLiteral("L"), true);
+        // Unknown addresses never reach a transport.
+        m_mgr->powerOn(QStringLiteral("not stored"));
+        QVERIFY(!m_mgr->reconnectDevice(QStringLiteral("not stored")));
+
+        const QStringList expected{"reconnect L", "on L", "color L #ff0000", "adjusting L 1"};
+        QCOMPARE(m_ble->calls, transport == QLatin1String("ble") ? expected : QStringList());
+        QCOMPARE(m_hue->calls, transport == QLatin1String("hue") ? expected : QStringList());
+        QCOMPARE(reconnected, !transport.isEmpty());
+        QCOMPARE(m_mgr->getDeviceMgrByProtocol(protocol).get(),
+                 transport == QLatin1String("ble") ? m_ble.get() : transport == QLatin1String("hue") ? m_hue.get() : nullptr);
+    }
+
+    void brightnessByRatioRounds_data()
+    {
+        QTest::addColumn<int>("min");
+        QTest::addColumn<int>("max");
+        QTest::addColumn<double>("ratio");
+        QTest::addColumn<int>("sent");
+        QTest::newRow("half of 10..100") << 10 << 100 << 0.5 << 55;
+        QTest::newRow("rounded down") << 0 << 100 << 0.294 << 29;
+        QTest::newRow("29 % is 29, not 28") << 0 << 100 << 0.29 << 29;
+        QTest::newRow("rounded up") << 0 << 255 << 0.5 << 128;
+        QTest::newRow("full") << 0 << 254 << 1.0 << 254;
+    }
+
+    void brightnessByRatioRounds()
+    {
+        QFETCH(int, min);
+        QFETCH(int, max);
+        QFETCH(double, ratio);
+        QFETCH(int, sent);
+        m_mgr->addDev(stored(QStringLiteral("L"), 2, min, max));
+        m_mgr->setBrightnessByRatio(QStringLiteral("L"), ratio);
+        QCOMPARE(m_ble->calls, QStringList{QStringLiteral("brightness L %1").arg(sent)});
+    }
+
+    void effectsOnlyFromTheLightsOwnList()
+    {
+        m_mgr->effectData().load(R"({"2": [{"cmd": "4", "name": {"en_US": "Police Car"}}],
+                                     "1001": [{"cmd": "A-1", "name": {"en_US": "Police Car"}}]})", QStringLiteral("en_US"));
+        m_mgr->addDev(stored(QStringLiteral("V"), 2));
+        m_mgr->addDev(stored(QStringLiteral("Q"), 1001));
+        for (const QString &addr : {QStringLiteral("V"), QStringLiteral("Q")}) {
+            for (const QString &effect : {QStringLiteral("4"), QStringLiteral("A-1"), QStringLiteral("1"), QString()})
+                m_mgr->setLightEffect(addr, effect);
+        }
+        QCOMPARE(m_ble->calls, (QStringList{QStringLiteral("effect V 4"), QStringLiteral("effect Q A-1")}));
+    }
+
+    // Each light is reported once per scan, whichever transport hears it; the transports' scan
+    // signals are relayed, a removal from a group deliberately not.
+    void discoveryIsReportedOncePerScan()
+    {
+        QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
+        QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
+        QSignalSpy error(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredErrorOccurred);
+        QSignalSpy reconnect(m_mgr.get(), &BaseDevice::sigReconnectDevice);
+        QSignalSpy removeFromGroup(m_mgr.get(), &BaseDevice::sigRemoveDeviceFromGroup);
+        m_mgr->addDev(stored(QStringLiteral("known"), 2));
+        m_mgr->startScan();
+        QCOMPARE(m_ble->calls, QStringList{QStringLiteral("startScan")});
+        QCOMPARE(m_hue->calls, QStringList{QStringLiteral("startScan")});
+        const std::pair<RecordingTransport *, const char *> sightings[] = {
+            {m_ble.get(), "A"}, {m_ble.get(), "A"}, {m_hue.get(), "A"}, {m_hue.get(), "B"}, {m_ble.get(), "known"}};
+        for (const auto &[transport, addr] : sightings)
+            transport->discover(QLatin1String(addr));
+        QCOMPARE(discovered.size(), 2);
+        QCOMPARE(discovered.at(0).at(0).value<DevData>().addr, QStringLiteral("A"));
+        QCOMPARE(discovered.at(1).at(0).value<DevData>().addr, QStringLiteral("B"));
+        m_mgr->startScan();
+        m_ble->discover(QStringLiteral("A"));
+        QCOMPARE(discovered.size(), 3);
+
+        emit m_ble->sigDeviceDiscoveredFinished();
+        emit m_hue->sigDeviceDiscoveredErrorOccurred(QBluetoothDeviceDiscoveryAgent::PoweredOffError);
+        emit m_hue->sigReconnectDevice(QStringLiteral("X"));
+        emit m_ble->sigRemoveDeviceFromGroup(QStringLiteral("G"), QStringLiteral("X"));
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(error.size(), 1);
+        QCOMPARE(reconnect.at(0).at(0).toString(), QStringLiteral("X"));
+        QCOMPARE(removeFromGroup.size(), 0);
+    }
 
 private:
     std::unique_ptr<TestHome> m_home;
@@ -79,137 +175,6 @@ private:
     std::shared_ptr<RecordingTransport> m_hue;
     std::unique_ptr<DeviceMgr> m_mgr;
 };
-
-void TestDeviceMgr::init()
-{
-    m_home = std::make_unique<TestHome>();
-    m_ble = std::make_shared<RecordingTransport>(QStringLiteral("ble"));
-    m_hue = std::make_shared<RecordingTransport>(QStringLiteral("hue"));
-    m_mgr = std::make_unique<DeviceMgr>([this](std::shared_ptr<DevDataMgr>) { return m_ble; },
-                                        [this](std::shared_ptr<DevDataMgr>) { return m_hue; });
-}
-
-void TestDeviceMgr::cleanup()
-{
-    m_mgr.reset();
-    m_ble.reset();
-    m_hue.reset();
-    m_home.reset();
-}
-
-void TestDeviceMgr::routesByStoredProtocol_data()
-{
-    QTest::addColumn<int>("protocol");
-    QTest::addColumn<QString>("transport");
-    QTest::newRow("zero") << 0 << "";
-    QTest::newRow("first BLE") << 1 << "ble";
-    QTest::newRow("55 AA light") << 1001 << "ble";
-    QTest::newRow("just above BLE") << 1002 << "";
-    QTest::newRow("between") << 2000 << "";
-    QTest::newRow("Hue") << 2001 << "hue";
-    QTest::newRow("above Hue") << 2002 << "";
-}
-
-void TestDeviceMgr::routesByStoredProtocol()
-{
-    QFETCH(int, protocol);
-    QFETCH(QString, transport);
-    m_mgr->addDev(stored(QStringLiteral("L"), protocol));
-
-    const bool reconnected = m_mgr->reconnectDevice(QStringLiteral("L"));
-    m_mgr->powerOn(QStringLiteral("L"));
-    m_mgr->setColor(QStringLiteral("L"), QColor(Qt::red));
-    m_mgr->setAdjusting(QStringLiteral("L"), true);
-    // Unknown addresses never reach a transport.
-    m_mgr->powerOn(QStringLiteral("not stored"));
-    QVERIFY(!m_mgr->reconnectDevice(QStringLiteral("not stored")));
-
-    const QStringList expected{"reconnect L", "on L", "color L #ff0000", "adjusting L 1"};
-    QCOMPARE(m_ble->calls, transport == QLatin1String("ble") ? expected : QStringList());
-    QCOMPARE(m_hue->calls, transport == QLatin1String("hue") ? expected : QStringList());
-    QCOMPARE(reconnected, !transport.isEmpty());
-    QCOMPARE(m_mgr->getDeviceMgrByProtocol(protocol).get(),
-             transport == QLatin1String("ble") ? m_ble.get() : transport == QLatin1String("hue") ? m_hue.get() : nullptr);
-}
-
-void TestDeviceMgr::brightnessByRatioRounds_data()
-{
-    QTest::addColumn<int>("min");
-    QTest::addColumn<int>("max");
-    QTest::addColumn<double>("ratio");
-    QTest::addColumn<int>("sent");
-    QTest::newRow("half of 10..100") << 10 << 100 << 0.5 << 55;
-    QTest::newRow("rounded down") << 0 << 100 << 0.294 << 29;
-    QTest::newRow("29 % is 29, not 28") << 0 << 100 << 0.29 << 29;
-    QTest::newRow("rounded up") << 0 << 255 << 0.5 << 128;
-    QTest::newRow("full") << 0 << 254 << 1.0 << 254;
-}
-
-void TestDeviceMgr::brightnessByRatioRounds()
-{
-    QFETCH(int, min);
-    QFETCH(int, max);
-    QFETCH(double, ratio);
-    QFETCH(int, sent);
-    m_mgr->addDev(stored(QStringLiteral("L"), 2, min, max));
-    m_mgr->setBrightnessByRatio(QStringLiteral("L"), ratio);
-    QCOMPARE(m_ble->calls, QStringList{QStringLiteral("brightness L %1").arg(sent)});
-}
-
-void TestDeviceMgr::effectsOnlyFromTheLightsOwnList()
-{
-    m_mgr->effectData().load(R"({"2": [{"cmd": "4", "name": {"en_US": "Police Car"}}],
-                                 "1001": [{"cmd": "A-1", "name": {"en_US": "Police Car"}}]})",
-                             QStringLiteral("en_US"));
-    m_mgr->addDev(stored(QStringLiteral("V"), 2));
-    m_mgr->addDev(stored(QStringLiteral("Q"), 1001));
-    for (const QString &addr : {QStringLiteral("V"), QStringLiteral("Q")}) {
-        for (const QString &effect : {QStringLiteral("4"), QStringLiteral("A-1"), QStringLiteral("1"), QString()})
-            m_mgr->setLightEffect(addr, effect);
-    }
-    QCOMPARE(m_ble->calls, (QStringList{QStringLiteral("effect V 4"), QStringLiteral("effect Q A-1")}));
-}
-
-void TestDeviceMgr::discoveryIsReportedOncePerScan()
-{
-    QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
-    m_mgr->addDev(stored(QStringLiteral("known"), 2));
-
-    m_mgr->startScan();
-    QCOMPARE(m_ble->calls, QStringList{QStringLiteral("startScan")});
-    QCOMPARE(m_hue->calls, QStringList{QStringLiteral("startScan")});
-    m_ble->discover(QStringLiteral("A"));
-    m_ble->discover(QStringLiteral("A"));
-    m_hue->discover(QStringLiteral("A"));
-    m_hue->discover(QStringLiteral("B"));
-    m_ble->discover(QStringLiteral("known"));
-    QCOMPARE(discovered.size(), 2);
-    QCOMPARE(discovered.at(0).at(0).value<DevData>().addr, QStringLiteral("A"));
-    QCOMPARE(discovered.at(1).at(0).value<DevData>().addr, QStringLiteral("B"));
-
-    // A new scan reports them again.
-    m_mgr->startScan();
-    m_ble->discover(QStringLiteral("A"));
-    QCOMPARE(discovered.size(), 3);
-}
-
-void TestDeviceMgr::relaysTransportSignals()
-{
-    QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
-    QSignalSpy error(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredErrorOccurred);
-    QSignalSpy reconnect(m_mgr.get(), &BaseDevice::sigReconnectDevice);
-    QSignalSpy removeFromGroup(m_mgr.get(), &BaseDevice::sigRemoveDeviceFromGroup);
-
-    emit m_ble->sigDeviceDiscoveredFinished();
-    emit m_hue->sigDeviceDiscoveredErrorOccurred(QBluetoothDeviceDiscoveryAgent::PoweredOffError);
-    emit m_hue->sigReconnectDevice(QStringLiteral("X"));
-    emit m_ble->sigRemoveDeviceFromGroup(QStringLiteral("G"), QStringLiteral("X"));
-
-    QCOMPARE(finished.size(), 1);
-    QCOMPARE(error.size(), 1);
-    QCOMPARE(reconnect.at(0).at(0).toString(), QStringLiteral("X"));
-    QCOMPARE(removeFromGroup.size(), 0); // deliberately not relayed
-}
 
 QTEST_GUILESS_MAIN(TestDeviceMgr)
 #include "tst_devicemgr.moc"

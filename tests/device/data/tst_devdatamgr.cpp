@@ -41,416 +41,352 @@ class TestDevDataMgr : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        m_home = std::make_unique<TestHome>();
+        QVERIFY(m_home->isValid());
+    }
 
-    void loadRules_data();
-    void loadRules();
-    void roundTripKeepsStoredFieldsOnly();
-    void groupsLoadWithStringMembersOnly();
+    void cleanup() { m_home.reset(); }
 
-    void addAndDeleteSignals();
-    void deleteFromAllRemovesFromEveryGroupFirst();
-    void updateKeepsNameAndSwitches();
-    void groupOperations();
-    void orderSurvivesRestartAndWrites();
+    // What a file gives, light "A" read field by field (power switch, brightness value, min, max,
+    // ratio, then the same for temperature); loading alone never rewrites the file, and an
+    // unreadable one is kept beside the new one on the first change.
+    void loading_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<int>("devices");
+        QTest::addColumn<int>("groups");
+        QTest::addColumn<QVariantList>("lightA");
+        QTest::addColumn<bool>("kept");
+        const auto devs = [](const char *device) { return "{\"devs\":[" + QByteArray(device) + "],\"groups\":[]}"; };
+        const QVariantList defaults{true, -1, 0, 100, 1, -1, 2700, 6500, 100};
+        QTest::newRow("no addr") << devs(R"({"name":"x"})") << 0 << 0 << QVariantList() << false;
+        QTest::newRow("numeric addr") << devs(R"({"addr":12})") << 0 << 0 << QVariantList() << false;
+        QTest::newRow("bare addr takes defaults") << devs(R"({"addr":"A"})") << 1 << 0 << defaults << false;
+        QTest::newRow("enablePower not a bool") << devs(R"({"addr":"A","enablePower":"yes"})") << 1 << 0
+                                                << QVariantList{false, -1, 0, 100, 1, -1, 2700, 6500, 100} << false;
+        QTest::newRow("partial brightness keeps other defaults") << devs(R"({"addr":"A","brightness":{"value":40,"max":80}})")
+                                                                 << 1 << 0 << QVariantList{true, 40, 0, 80, 1, -1, 2700, 6500, 100}
+                                                                 << false;
+        QTest::newRow("full temperature") << devs(R"({"addr":"A","temperature":{"value":5600,"min":3200,"max":5600,"ratio":50}})")
+                                          << 1 << 0 << QVariantList{true, -1, 0, 100, 1, 5600, 3200, 5600, 50} << false;
+        QTest::newRow("brightness not an object") << devs(R"({"addr":"A","brightness":17})") << 1 << 0 << defaults << false;
+        QTest::newRow("range value of the wrong type reads as zero") << devs(R"({"addr":"A","brightness":{"value":"high"}})")
+                                                                     << 1 << 0 << QVariantList{true, 0, 0, 100, 1, -1, 2700, 6500, 100}
+                                                                     << false;
+        QTest::newRow("not json") << QByteArray("{\"devs\": [ {\"addr\": \"A\", ") << 0 << 0 << QVariantList() << true;
+        QTest::newRow("devs is an object") << QByteArray(R"({"devs":{"addr":"A"},"groups":"x"})") << 0 << 0 << QVariantList()
+                                           << false;
+        QTest::newRow("non-object elements")
+            << QByteArray(R"({"devs":[1,"A",null,true,[],{},{"addr":"A"}],"groups":[null,{"uuid":"{g}"}]})") << 1 << 1 << defaults
+            << false;
+        QTest::newRow("wrong member types")
+            << QByteArray(R"({"devs":[{"addr":"A","name":5,"protocol":"7","colorLight":[1],"lightEffect":"x",
+                            "temperature":{"value":1e300,"min":-1e300,"max":null,"ratio":"?"}}]})")
+            << 1 << 0 << QVariantList() << false;
+        const QByteArray deep = QByteArray(5000, '[') + QByteArray(5000, ']');
+        QTest::newRow("deep nesting") << QByteArray("{\"devs\":" + deep + "}") << 0 << 0 << QVariantList() << true;
+        QByteArray many = "{\"devs\":[";
+        for (int i = 0; i < DevDataMgr::kMaxDevices + 500; ++i)
+            many += "{\"addr\":\"D" + QByteArray::number(i) + "\"},";
+        QTest::newRow("huge device array") << many + "{}]}" << DevDataMgr::kMaxDevices << 0 << QVariantList() << false;
+    }
 
-    void writeReplacesFileAtomically();
-    void liveStateWritesAreCoalesced();
+    void loading()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(QVariantList, lightA);
+        QFETCH(bool, kept);
+        QVERIFY(writeFile(m_home->configFile(), content));
+        DevDataMgr store;
+        store.readConfig();
+        QTEST(int(store.devices().size()), "devices");
+        QTEST(int(store.groups().size()), "groups");
+        QCOMPARE(readFile(m_home->configFile()), content);
+        if (!lightA.isEmpty()) {
+            const DevData *dev = store.findDev(QStringLiteral("A"));
+            QVERIFY(dev);
+            QCOMPARE((QVariantList{dev->enablePower, int(dev->brightness), dev->brightnessMin, dev->brightnessMax,
+                                   dev->brightnessRatio, int(dev->temperature), dev->temperatureMin, dev->temperatureMax,
+                                   dev->temperatureRatio}), lightA);
+        }
+        store.addDev(light(QStringLiteral("B")));
+        QVERIFY(readFile(m_home->configFile()).contains("\"B\""));
+        QCOMPARE(QFile::exists(m_home->configFile() + QStringLiteral(".bak")), kept);
+        if (kept)
+            QCOMPARE(readFile(m_home->configFile() + QStringLiteral(".bak")), content);
+    }
 
-    void hostileFiles_data();
-    void hostileFiles();
-    void unreadableFileKeptOnFirstChange();
+    void roundTripKeepsStoredFieldsOnly()
+    {
+        const QString groupUuid = [] {
+            DevDataMgr store;
+            DevData dev = light(QStringLiteral("C4:2A:00:11:22:33"), QStringLiteral("Fill 灯"), 1001);
+            dev.enablePower = false;
+            dev.colorLightEnable = true;
+            dev.colorLight = QStringLiteral("#12ab34");
+            dev.lightEffect = QStringLiteral("B-3");
+            dev.lightEffectEnable = true;
+            dev.brightness = 55;
+            dev.oldBrightness = 40;
+            dev.temperature = 4300;
+            dev.temperatureMin = 2900;
+            dev.linkState = 2;
+            dev.switchState = true;
+            dev.devCurModel = 2;
+            dev.auxValue1 = 7;
+            store.addDev(dev);
+            const QString uuid = store.addGroup(QStringLiteral("Studio"));
+            store.addDevToGroup(uuid, dev);
+            store.addDevToGroup(uuid, light(QStringLiteral("not-stored")));
+            return uuid;
+        }();
+
+        DevDataMgr store;
+        store.readConfig();
+        const DevData *dev = store.findDev(QStringLiteral("C4:2A:00:11:22:33"));
+        QVERIFY(dev);
+        QCOMPARE((QVariantList{dev->name, dev->protocol, dev->enablePower, dev->colorLightEnable, dev->colorLight,
+                               dev->lightEffect, dev->lightEffectEnable, dev->brightness, dev->oldBrightness,
+                               dev->temperature, dev->temperatureMin}),
+                 (QVariantList{QStringLiteral("Fill 灯"), 1001, false, true, QStringLiteral("#12ab34"), QStringLiteral("B-3"),
+                               true, 55, 40, 4300, 2900}));
+        // Run-time state is never persisted.
+        QCOMPARE((QList<int>{dev->linkState, dev->switchState, dev->devCurModel, dev->auxValue1}), (QList<int>{0, 0, -1, -1}));
+        // Members that are not stored lights are kept as they are.
+        QCOMPARE(store.groups().value(groupUuid).devs,
+                 (QStringList{QStringLiteral("C4:2A:00:11:22:33"), QStringLiteral("not-stored")}));
+        QCOMPARE(store.groupDevices(groupUuid).size(), 1);
+        // The built-in group is never written as a group.
+        QCOMPARE(fileRoot(m_home->configFile()).value(QLatin1String("groups")).toArray().size(), 1);
+    }
+
+    void groupsLoadWithStringMembersOnly()
+    {
+        QVERIFY(writeFile(m_home->configFile(), R"({"devs":[],"groups":[
+            {"name":"G","uuid":"{g1}","devs":["a",1,null,"b",{"x":1},"a"]},
+            {"name":"no uuid","devs":["a"]},
+            {"name":"old","uuid":"{g2}","devs":[]},
+            {"name":"new","uuid":"{g2}"},
+            {"name":"built-in","uuid":"{0ce896be-5b8b-4234-99bb-c5a4b1b35140}","devs":["a"]},
+            7, [], {}]})"));
+        DevDataMgr store;
+        store.readConfig();
+        QCOMPARE(store.groups().size(), 2);
+        QCOMPARE(store.groups().value(QStringLiteral("{g1}")).devs,
+                 (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("a")}));
+        QCOMPARE(store.groups().value(QStringLiteral("{g2}")).name, QStringLiteral("new"));
+    }
+
+    // Adding announces the light once; deleting it from the list takes it out of every group first.
+    void addAndDeleteAcrossGroups()
+    {
+        DevDataMgr store;
+        QSignalSpy added(&store, &DevDataMgr::onAddDev);
+        store.addDev(light(QStringLiteral("A")));
+        QCOMPARE(added.size(), 1);
+        QCOMPARE(added.at(0).at(0).toString(), defaultGroupUuid());
+        QCOMPARE(added.at(0).at(1).toString(), DevDataMgr::tr("设备列表"));
+        // A second add of the same address changes nothing, not even the file; nor does a missing group.
+        QVERIFY(QFile::remove(m_home->configFile()));
+        store.addDev(light(QStringLiteral("A"), QStringLiteral("Other name")));
+        store.addDevToGroup(QStringLiteral("{missing}"), light(QStringLiteral("A")));
+        QCOMPARE(added.size(), 1);
+        QVERIFY(!QFile::exists(m_home->configFile()));
+        QCOMPARE(store.findDev(QStringLiteral("A"))->name, QStringLiteral("Key light"));
+
+        store.addDev(light(QStringLiteral("B")));
+        const QString g1 = store.addGroup(QStringLiteral("One"));
+        const QString g2 = store.addGroup(QStringLiteral("Two"));
+        store.addDevToGroup(g1, light(QStringLiteral("A")));
+        store.addDevToGroup(g1, light(QStringLiteral("B")));
+        store.addDevToGroup(g2, light(QStringLiteral("A")));
+        QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
+        store.delDev(defaultGroupUuid(), QStringLiteral("A"));
+        QCOMPARE(deleted.size(), 3);
+        QCOMPARE((QSet<QString>{deleted.at(0).at(0).toString(), deleted.at(1).at(0).toString()}), (QSet<QString>{g1, g2}));
+        QCOMPARE(deleted.at(2).at(0).toString(), defaultGroupUuid());
+        QCOMPARE(store.groups().value(g1).devs, QStringList{QStringLiteral("B")});
+        QCOMPARE(fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().size(), 1);
+
+        // Taken out of a group that does not list it: no signal, but the file is written; an unknown
+        // group is no change at all.
+        QVERIFY(QFile::remove(m_home->configFile()));
+        store.delDev(g2, QStringLiteral("B"));
+        QVERIFY(QFile::exists(m_home->configFile()));
+        QVERIFY(QFile::remove(m_home->configFile()));
+        store.delDev(QStringLiteral("{unknown}"), QStringLiteral("B"));
+        store.delDev(defaultGroupUuid(), QStringLiteral("nobody"));
+        QCOMPARE(deleted.size(), 3);
+        QVERIFY(store.findDev(QStringLiteral("B")));
+    }
+
+    void updateKeepsNameAndSwitches()
+    {
+        DevDataMgr store;
+        store.addDev(light(QStringLiteral("A")));
+        const QString group = store.addGroup(QStringLiteral("G"));
+        store.addDevToGroup(group, light(QStringLiteral("A")));
+        QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
+        QSignalSpy ranges(&store, &DevDataMgr::onUpdateDevParamRange);
+
+        DevData live = light(QStringLiteral("A"), QStringLiteral("renamed by transport"), 7);
+        live.enablePower = false;
+        live.colorLightEnable = true;
+        live.brightness = 80;
+        live.switchState = true;
+        live.brightnessMax = 90;
+        store.updateDev(live);
+        const DevData *stored = store.findDev(QStringLiteral("A"));
+        QCOMPARE(stored->name, QStringLiteral("Key light"));
+        QCOMPARE((QList<int>{stored->enablePower, stored->colorLightEnable, stored->protocol, stored->brightness,
+                             stored->brightnessMax, stored->switchState}),
+                 (QList<int>{true, false, 7, 80, 90, true}));
+        // Announced for the built-in group and for every group holding the light.
+        QCOMPARE(updated.size(), 2);
+        QCOMPARE(updated.at(1).at(0).toString(), group);
+        QCOMPARE(updated.at(1).at(1).toString(), QStringLiteral("G"));
+
+        store.updateDevParamRange(live);
+        store.updateDev(light(QStringLiteral("unknown")));
+        store.updateDevParamRange(light(QStringLiteral("unknown")));
+        QCOMPARE(ranges.size(), 1);
+        QCOMPARE(updated.size(), 2);
+        QVERIFY(!store.findDev(QStringLiteral("unknown")));
+    }
+
+    void groupOperations()
+    {
+        DevDataMgr store;
+        QSignalSpy addedGroup(&store, &DevDataMgr::onAddGroup);
+        QSignalSpy renamed(&store, &DevDataMgr::onUpdateGroup);
+        QSignalSpy deletedGroup(&store, &DevDataMgr::onDelGroup);
+        store.addDev(light(QStringLiteral("A")));
+        const QString uuid = store.addGroup(QStringLiteral("Same"));
+        const QString other = store.addGroup(QStringLiteral("Same"));
+        QVERIFY(uuid != other);
+        QVERIFY(QRegularExpression(QStringLiteral("^\\{[0-9a-f-]{36}\\}$")).match(uuid).hasMatch());
+        QCOMPARE(addedGroup.at(0), (QVariantList{uuid, QStringLiteral("Same")}));
+
+        store.renameGroup(uuid, QStringLiteral("Interview"));
+        store.renameGroup(QStringLiteral("{missing}"), QStringLiteral("x"));
+        QCOMPARE(renamed.size(), 1);
+        QCOMPARE(renamed.at(0), (QVariantList{uuid, QStringLiteral("Interview")}));
+
+        store.addDevToGroup(uuid, light(QStringLiteral("A")));
+        store.delGroup(uuid);
+        store.delGroup(uuid);
+        store.delGroup(defaultGroupUuid());
+        QCOMPARE(deletedGroup.size(), 1);
+        DevDataMgr reloaded;
+        reloaded.readConfig();
+        QCOMPARE(reloaded.groups().keys(), QList<QString>{other});
+        QCOMPARE(reloaded.groupDevices(defaultGroupUuid()).size(), 1); // the lights stay
+    }
+
+    void orderSurvivesRestartAndWrites()
+    {
+        // Added neither by name nor by address, and enough of them that a hash would reorder them.
+        QStringList addrs;
+        for (int i = 0; i < 40; ++i)
+            addrs << QStringLiteral("AA:%1").arg((i * 17) % 40, 2, 10, QLatin1Char('0'));
+        QStringList groups;
+        {
+            DevDataMgr store;
+            for (const QString &addr : qAsConst(addrs))
+                store.addDev(light(addr));
+            for (const char *name : {"Zeta", "Alpha", "Mid"})
+                groups << store.addGroup(QString::fromLatin1(name));
+            store.addDevToGroup(groups.at(1), light(addrs.at(5)));
+            store.addDevToGroup(groups.at(1), light(addrs.at(2)));
+            // The others keep their places when one goes.
+            store.delDev(defaultGroupUuid(), addrs.takeAt(3));
+        }
+
+        DevDataMgr store;
+        store.readConfig();
+        QCOMPARE(store.devices().keys(), addrs);
+        QCOMPARE(store.groups().keys(), groups);
+        QCOMPARE(store.groups().value(groups.at(1)).devs, (QStringList{addrs.at(4), addrs.at(2)}));
+
+        // The file lists them in that order, also after a write of live state.
+        DevData changed = *store.findDev(addrs.at(7));
+        changed.brightness = 33;
+        store.updateDev(changed);
+        store.flush();
+        QStringList inFile;
+        const QJsonArray devs = fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray();
+        for (const QJsonValue &dev : devs)
+            inFile << dev.toObject().value(QLatin1String("addr")).toString();
+        QCOMPARE(inFile, addrs);
+        QCOMPARE(devs.at(7).toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(),
+                 33);
+    }
+
+    void writeReplacesFileAtomically()
+    {
+        DevDataMgr store;
+        store.addDev(light(QStringLiteral("A")));
+        const QString path = m_home->configFile();
+        const QByteArray before = readFile(path);
+        // A second name for the old file: an in-place rewrite would change what it shows,
+        // a write-then-rename leaves it whole.
+        const QString snapshot = path + QStringLiteral(".old");
+        QVERIFY(::link(QFile::encodeName(path).constData(), QFile::encodeName(snapshot).constData()) == 0);
+        store.addDev(light(QStringLiteral("B")));
+        QCOMPARE(readFile(snapshot), before);
+        QVERIFY(readFile(path).contains("\"B\""));
+
+        // Writing the same bytes again is skipped.
+        const ino_t written = inodeOf(path);
+        QVERIFY(written != inodeOf(snapshot));
+        store.writeConfig();
+        store.delDev(store.addGroup(QStringLiteral("G")), QStringLiteral("A")); // the group never held A
+        QVERIFY(inodeOf(path) != written);
+        const ino_t withGroup = inodeOf(path);
+        store.writeConfig();
+        QCOMPARE(inodeOf(path), withGroup);
+    }
+
+    void liveStateWritesAreCoalesced()
+    {
+        {
+            DevDataMgr store;
+            store.addDev(light(QStringLiteral("A")));
+            QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
+            DevData live = light(QStringLiteral("A"));
+            const ino_t afterAdd = inodeOf(m_home->configFile());
+            for (int value = 1; value <= 20; ++value) {
+                live.brightness = value;
+                store.updateDev(live);
+            }
+            // Every change is announced at once, but the file is not rewritten twenty times.
+            QCOMPARE(updated.size(), 20);
+            QCOMPARE(inodeOf(m_home->configFile()), afterAdd);
+            QTRY_VERIFY_WITH_TIMEOUT(!store.hasPendingWrite(), 2000);
+            const QJsonObject dev = fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().at(0).toObject();
+            QCOMPARE(dev.value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 20);
+
+            // A structural change writes at once and takes the pending live state with it.
+            live.brightness = 33;
+            store.updateDev(live);
+            store.addDev(light(QStringLiteral("B")));
+            QVERIFY(!store.hasPendingWrite());
+            QVERIFY(readFile(m_home->configFile()).contains("33"));
+            // What is still pending when the store goes is written on the way out.
+            live.temperature = 5100;
+            store.updateDev(live);
+            QVERIFY(store.hasPendingWrite());
+        }
+        DevDataMgr reloaded;
+        reloaded.readConfig();
+        QCOMPARE(reloaded.findDev(QStringLiteral("A"))->temperature, 5100);
+    }
 
 private:
     std::unique_ptr<TestHome> m_home;
 };
-
-void TestDevDataMgr::init()
-{
-    m_home = std::make_unique<TestHome>();
-    QVERIFY(m_home->isValid());
-}
-
-void TestDevDataMgr::cleanup()
-{
-    m_home.reset();
-}
-
-void TestDevDataMgr::loadRules_data()
-{
-    QTest::addColumn<QByteArray>("device");
-    QTest::addColumn<bool>("loaded");
-    QTest::addColumn<bool>("enablePower");
-    QTest::addColumn<int>("brightness");
-    QTest::addColumn<QList<int>>("brightnessRange");  // min, max, ratio
-    QTest::addColumn<int>("temperature");
-    QTest::addColumn<QList<int>>("temperatureRange"); // min, max, ratio
-
-    const QList<int> bDefault{0, 100, 1};
-    const QList<int> tDefault{2700, 6500, 100};
-    QTest::newRow("no addr") << QByteArray(R"({"name":"x"})") << false << true << -1 << bDefault << -1 << tDefault;
-    QTest::newRow("numeric addr") << QByteArray(R"({"addr":12})") << false << true << -1 << bDefault << -1 << tDefault;
-    QTest::newRow("bare addr takes defaults")
-        << QByteArray(R"({"addr":"A"})") << true << true << -1 << bDefault << -1 << tDefault;
-    QTest::newRow("enablePower not a bool")
-        << QByteArray(R"({"addr":"A","enablePower":"yes"})") << true << false << -1 << bDefault << -1 << tDefault;
-    QTest::newRow("partial brightness keeps other defaults")
-        << QByteArray(R"({"addr":"A","brightness":{"value":40,"max":80}})") << true << true << 40
-        << QList<int>{0, 80, 1} << -1 << tDefault;
-    QTest::newRow("full temperature")
-        << QByteArray(R"({"addr":"A","temperature":{"value":5600,"min":3200,"max":5600,"ratio":50}})")
-        << true << true << -1 << bDefault << 5600 << QList<int>{3200, 5600, 50};
-    QTest::newRow("brightness not an object")
-        << QByteArray(R"({"addr":"A","brightness":17})") << true << true << -1 << bDefault << -1 << tDefault;
-    QTest::newRow("range value of the wrong type reads as zero")
-        << QByteArray(R"({"addr":"A","brightness":{"value":"high"}})") << true << true << 0 << bDefault << -1 << tDefault;
-}
-
-void TestDevDataMgr::loadRules()
-{
-    QFETCH(QByteArray, device);
-    QFETCH(bool, loaded);
-    QVERIFY(writeFile(m_home->configFile(), "{\"devs\":[" + device + "],\"groups\":[]}"));
-
-    DevDataMgr store;
-    store.readConfig();
-    QCOMPARE(store.devices().size(), loaded ? 1 : 0);
-    if (!loaded)
-        return;
-    const DevData *dev = store.findDev(QStringLiteral("A"));
-    QVERIFY(dev);
-    QTEST(dev->enablePower, "enablePower");
-    QTEST(int(dev->brightness), "brightness");
-    QTEST((QList<int>{dev->brightnessMin, dev->brightnessMax, dev->brightnessRatio}), "brightnessRange");
-    QTEST(int(dev->temperature), "temperature");
-    QTEST((QList<int>{dev->temperatureMin, dev->temperatureMax, dev->temperatureRatio}), "temperatureRange");
-}
-
-void TestDevDataMgr::roundTripKeepsStoredFieldsOnly()
-{
-    const QString groupUuid = [] {
-        DevDataMgr store;
-        DevData dev = light(QStringLiteral("C4:2A:00:11:22:33"), QStringLiteral("Fill 灯"), 1001);
-        dev.enablePower = false;
-        dev.colorLightEnable = true;
-        dev.colorLight = QStringLiteral("#12ab34");
-        dev.lightEffect = QStringLiteral("B-3");
-        dev.lightEffectEnable = true;
-        dev.brightness = 55;
-        dev.oldBrightness = 40;
-        dev.temperature = 4300;
-        dev.temperatureMin = 2900;
-        dev.linkState = 2;
-        dev.switchState = true;
-        dev.devCurModel = 2;
-        dev.auxValue1 = 7;
-        store.addDev(dev);
-        const QString uuid = store.addGroup(QStringLiteral("Studio"));
-        store.addDevToGroup(uuid, dev);
-        store.addDevToGroup(uuid, light(QStringLiteral("not-stored")));
-        return uuid;
-    }();
-
-    DevDataMgr store;
-    store.readConfig();
-    const DevData *dev = store.findDev(QStringLiteral("C4:2A:00:11:22:33"));
-    QVERIFY(dev);
-    QCOMPARE((QVariantList{dev->name, dev->protocol, dev->enablePower, dev->colorLightEnable, dev->colorLight,
-                           dev->lightEffect, dev->lightEffectEnable, dev->brightness, dev->oldBrightness,
-                           dev->temperature, dev->temperatureMin}),
-             (QVariantList{QStringLiteral("Fill 灯"), 1001, false, true, QStringLiteral("#12ab34"), QStringLiteral("B-3"),
-                           true, 55, 40, 4300, 2900}));
-    // Run-time state is never persisted.
-    QCOMPARE((QList<int>{dev->linkState, dev->switchState, dev->devCurModel, dev->auxValue1}), (QList<int>{0, 0, -1, -1}));
-    // Members that are not stored lights are kept as they are.
-    QCOMPARE(store.groups().value(groupUuid).devs,
-             (QStringList{QStringLiteral("C4:2A:00:11:22:33"), QStringLiteral("not-stored")}));
-    QCOMPARE(store.groupDevices(groupUuid).size(), 1);
-    // The built-in group is never written as a group.
-    QCOMPARE(fileRoot(m_home->configFile()).value(QLatin1String("groups")).toArray().size(), 1);
-}
-
-void TestDevDataMgr::groupsLoadWithStringMembersOnly()
-{
-    QVERIFY(writeFile(m_home->configFile(), R"({"devs":[],"groups":[
-        {"name":"G","uuid":"{g1}","devs":["a",1,null,"b",{"x":1},"a"]},
-        {"name":"no uuid","devs":["a"]},
-        {"name":"old","uuid":"{g2}","devs":[]},
-        {"name":"new","uuid":"{g2}"},
-        {"name":"built-in","uuid":"{0ce896be-5b8b-4234-99bb-c5a4b1b35140}","devs":["a"]},
-        7, [], {}]})"));
-    DevDataMgr store;
-    store.readConfig();
-    QCOMPARE(store.groups().size(), 2);
-    QCOMPARE(store.groups().value(QStringLiteral("{g1}")).devs,
-             (QStringList{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("a")}));
-    QCOMPARE(store.groups().value(QStringLiteral("{g2}")).name, QStringLiteral("new"));
-}
-
-void TestDevDataMgr::addAndDeleteSignals()
-{
-    DevDataMgr store;
-    QSignalSpy added(&store, &DevDataMgr::onAddDev);
-    QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
-    store.addDev(light(QStringLiteral("A")));
-    QCOMPARE(added.size(), 1);
-    QCOMPARE(added.at(0).at(0).toString(), defaultGroupUuid());
-    QCOMPARE(added.at(0).at(1).toString(), DevDataMgr::tr("设备列表"));
-
-    // A second add of the same address changes nothing, not even the file; nor does a missing group.
-    QVERIFY(QFile::remove(m_home->configFile()));
-    store.addDev(light(QStringLiteral("A"), QStringLiteral("Other name")));
-    store.addDevToGroup(QStringLiteral("{missing}"), light(QStringLiteral("A")));
-    QCOMPARE(added.size(), 1);
-    QVERIFY(!QFile::exists(m_home->configFile()));
-    QCOMPARE(store.findDev(QStringLiteral("A"))->name, QStringLiteral("Key light"));
-
-    store.delDev(defaultGroupUuid(), QStringLiteral("A"));
-    QCOMPARE(deleted.size(), 1);
-    QVERIFY(fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().isEmpty());
-}
-
-void TestDevDataMgr::deleteFromAllRemovesFromEveryGroupFirst()
-{
-    DevDataMgr store;
-    store.addDev(light(QStringLiteral("A")));
-    store.addDev(light(QStringLiteral("B")));
-    const QString g1 = store.addGroup(QStringLiteral("One"));
-    const QString g2 = store.addGroup(QStringLiteral("Two"));
-    store.addDevToGroup(g1, light(QStringLiteral("A")));
-    store.addDevToGroup(g1, light(QStringLiteral("B")));
-    store.addDevToGroup(g2, light(QStringLiteral("A")));
-
-    QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
-    store.delDev(defaultGroupUuid(), QStringLiteral("A"));
-    QCOMPARE(deleted.size(), 3);
-    QCOMPARE((QSet<QString>{deleted.at(0).at(0).toString(), deleted.at(1).at(0).toString()}), (QSet<QString>{g1, g2}));
-    QCOMPARE(deleted.at(2).at(0).toString(), defaultGroupUuid());
-    QCOMPARE(store.groups().value(g1).devs, QStringList{QStringLiteral("B")});
-
-    // Taken out of a group that does not list it: no signal, but the file is written; an unknown
-    // group is no change at all.
-    QVERIFY(QFile::remove(m_home->configFile()));
-    store.delDev(g2, QStringLiteral("B"));
-    QVERIFY(QFile::exists(m_home->configFile()));
-    QVERIFY(QFile::remove(m_home->configFile()));
-    store.delDev(QStringLiteral("{unknown}"), QStringLiteral("B"));
-    store.delDev(defaultGroupUuid(), QStringLiteral("nobody"));
-    QCOMPARE(deleted.size(), 3);
-    QVERIFY(store.findDev(QStringLiteral("B")));
-}
-
-void TestDevDataMgr::updateKeepsNameAndSwitches()
-{
-    DevDataMgr store;
-    store.addDev(light(QStringLiteral("A")));
-    const QString group = store.addGroup(QStringLiteral("G"));
-    store.addDevToGroup(group, light(QStringLiteral("A")));
-    QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
-    QSignalSpy ranges(&store, &DevDataMgr::onUpdateDevParamRange);
-
-    DevData live = light(QStringLiteral("A"), QStringLiteral("renamed by transport"), 7);
-    live.enablePower = false;
-    live.colorLightEnable = true;
-    live.brightness = 80;
-    live.switchState = true;
-    live.brightnessMax = 90;
-    store.updateDev(live);
-    const DevData *stored = store.findDev(QStringLiteral("A"));
-    QCOMPARE(stored->name, QStringLiteral("Key light"));
-    QCOMPARE((QList<int>{stored->enablePower, stored->colorLightEnable, stored->protocol, stored->brightness,
-                         stored->brightnessMax, stored->switchState}),
-             (QList<int>{true, false, 7, 80, 90, true}));
-    // Announced for the built-in group and for every group holding the light.
-    QCOMPARE(updated.size(), 2);
-    QCOMPARE(updated.at(1).at(0).toString(), group);
-    QCOMPARE(updated.at(1).at(1).toString(), QStringLiteral("G"));
-
-    store.updateDevParamRange(live);
-    store.updateDev(light(QStringLiteral("unknown")));
-    store.updateDevParamRange(light(QStringLiteral("unknown")));
-    QCOMPARE(ranges.size(), 1);
-    QCOMPARE(updated.size(), 2);
-    QVERIFY(!store.findDev(QStringLiteral("unknown")));
-}
-
-void TestDevDataMgr::groupOperations()
-{
-    DevDataMgr store;
-    QSignalSpy addedGroup(&store, &DevDataMgr::onAddGroup);
-    QSignalSpy renamed(&store, &DevDataMgr::onUpdateGroup);
-    QSignalSpy deletedGroup(&store, &DevDataMgr::onDelGroup);
-    store.addDev(light(QStringLiteral("A")));
-    const QString uuid = store.addGroup(QStringLiteral("Same"));
-    const QString other = store.addGroup(QStringLiteral("Same"));
-    QVERIFY(uuid != other);
-    QVERIFY(QRegularExpression(QStringLiteral("^\\{[0-9a-f-]{36}\\}$")).match(uuid).hasMatch());
-    QCOMPARE(addedGroup.at(0), (QVariantList{uuid, QStringLiteral("Same")}));
-
-    store.renameGroup(uuid, QStringLiteral("Interview"));
-    store.renameGroup(QStringLiteral("{missing}"), QStringLiteral("x"));
-    QCOMPARE(renamed.size(), 1);
-    QCOMPARE(renamed.at(0), (QVariantList{uuid, QStringLiteral("Interview")}));
-
-    store.addDevToGroup(uuid, light(QStringLiteral("A")));
-    store.delGroup(uuid);
-    store.delGroup(uuid);
-    store.delGroup(defaultGroupUuid());
-    QCOMPARE(deletedGroup.size(), 1);
-    DevDataMgr reloaded;
-    reloaded.readConfig();
-    QCOMPARE(reloaded.groups().keys(), QList<QString>{other});
-    QCOMPARE(reloaded.groupDevices(defaultGroupUuid()).size(), 1); // the lights stay
-}
-
-void TestDevDataMgr::orderSurvivesRestartAndWrites()
-{
-    // Added neither by name nor by address, and enough of them that a hash would reorder them.
-    QStringList addrs;
-    for (int i = 0; i < 40; ++i)
-        addrs << QStringLiteral("AA:%1").arg((i * 17) % 40, 2, 10, QLatin1Char('0'));
-    QStringList groups;
-    {
-        DevDataMgr store;
-        for (const QString &addr : qAsConst(addrs))
-            store.addDev(light(addr));
-        for (const char *name : {"Zeta", "Alpha", "Mid"})
-            groups << store.addGroup(QString::fromLatin1(name));
-        store.addDevToGroup(groups.at(1), light(addrs.at(5)));
-        store.addDevToGroup(groups.at(1), light(addrs.at(2)));
-        // The others keep their places when one goes.
-        store.delDev(defaultGroupUuid(), addrs.takeAt(3));
-    }
-
-    DevDataMgr store;
-    store.readConfig();
-    QCOMPARE(store.devices().keys(), addrs);
-    QCOMPARE(store.groups().keys(), groups);
-    QCOMPARE(store.groups().value(groups.at(1)).devs, (QStringList{addrs.at(4), addrs.at(2)}));
-
-    // The file lists them in that order, also after a write of live state.
-    DevData changed = *store.findDev(addrs.at(7));
-    changed.brightness = 33;
-    store.updateDev(changed);
-    store.flush();
-    QStringList inFile;
-    const QJsonArray devs = fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray();
-    for (const QJsonValue &dev : devs)
-        inFile << dev.toObject().value(QLatin1String("addr")).toString();
-    QCOMPARE(inFile, addrs);
-    QCOMPARE(devs.at(7).toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(),
-             33);
-}
-
-void TestDevDataMgr::writeReplacesFileAtomically()
-{
-    DevDataMgr store;
-    store.addDev(light(QStringLiteral("A")));
-    const QString path = m_home->configFile();
-    const QByteArray before = readFile(path);
-    // A second name for the old file: an in-place rewrite would change what it shows,
-    // a write-then-rename leaves it whole.
-    const QString snapshot = path + QStringLiteral(".old");
-    QVERIFY(::link(QFile::encodeName(path).constData(), QFile::encodeName(snapshot).constData()) == 0);
-    store.addDev(light(QStringLiteral("B")));
-    QCOMPARE(readFile(snapshot), before);
-    QVERIFY(readFile(path).contains("\"B\""));
-
-    // Writing the same bytes again is skipped.
-    const ino_t written = inodeOf(path);
-    QVERIFY(written != inodeOf(snapshot));
-    store.writeConfig();
-    store.delDev(store.addGroup(QStringLiteral("G")), QStringLiteral("A")); // the group never held A
-    QVERIFY(inodeOf(path) != written);
-    const ino_t withGroup = inodeOf(path);
-    store.writeConfig();
-    QCOMPARE(inodeOf(path), withGroup);
-}
-
-void TestDevDataMgr::liveStateWritesAreCoalesced()
-{
-    {
-        DevDataMgr store;
-        store.addDev(light(QStringLiteral("A")));
-        QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
-        DevData live = light(QStringLiteral("A"));
-        const ino_t afterAdd = inodeOf(m_home->configFile());
-        for (int value = 1; value <= 20; ++value) {
-            live.brightness = value;
-            store.updateDev(live);
-        }
-        // Every change is announced at once, but the file is not rewritten twenty times.
-        QCOMPARE(updated.size(), 20);
-        QCOMPARE(inodeOf(m_home->configFile()), afterAdd);
-        QTRY_VERIFY_WITH_TIMEOUT(!store.hasPendingWrite(), 2000);
-        const QJsonObject dev = fileRoot(m_home->configFile()).value(QLatin1String("devs")).toArray().at(0).toObject();
-        QCOMPARE(dev.value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 20);
-
-        // A structural change writes at once and takes the pending live state with it.
-        live.brightness = 33;
-        store.updateDev(live);
-        store.addDev(light(QStringLiteral("B")));
-        QVERIFY(!store.hasPendingWrite());
-        QVERIFY(readFile(m_home->configFile()).contains("33"));
-        // What is still pending when the store goes is written on the way out.
-        live.temperature = 5100;
-        store.updateDev(live);
-        QVERIFY(store.hasPendingWrite());
-    }
-    DevDataMgr reloaded;
-    reloaded.readConfig();
-    QCOMPARE(reloaded.findDev(QStringLiteral("A"))->temperature, 5100);
-}
-
-void TestDevDataMgr::hostileFiles_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<int>("devices");
-    QTest::addColumn<int>("groups");
-
-    QTest::newRow("not json") << QByteArray("{\"devs\": [ {\"addr\": ") << 0 << 0;
-    QTest::newRow("devs is an object") << QByteArray(R"({"devs":{"addr":"A"},"groups":"x"})") << 0 << 0;
-    QTest::newRow("non-object elements")
-        << QByteArray(R"({"devs":[1,"A",null,true,[],{},{"addr":"A"}],"groups":[null,{"uuid":"{g}"}]})") << 1 << 1;
-    QTest::newRow("wrong member types")
-        << QByteArray(R"({"devs":[{"addr":"A","name":5,"protocol":"7","colorLight":[1],"lightEffect":"x",
-                        "temperature":{"value":1e300,"min":-1e300,"max":null,"ratio":"?"}}]})")
-        << 1 << 0;
-    QByteArray deep = QByteArray(5000, '[') + QByteArray(5000, ']');
-    QTest::newRow("deep nesting") << QByteArray("{\"devs\":" + deep + "}") << 0 << 0;
-    QByteArray many = "{\"devs\":[";
-    for (int i = 0; i < DevDataMgr::kMaxDevices + 500; ++i)
-        many += "{\"addr\":\"D" + QByteArray::number(i) + "\"},";
-    many += "{}]}";
-    QTest::newRow("huge device array") << many << DevDataMgr::kMaxDevices << 0;
-}
-
-void TestDevDataMgr::hostileFiles()
-{
-    QFETCH(QByteArray, content);
-    QVERIFY(writeFile(m_home->configFile(), content));
-
-    DevDataMgr store;
-    store.readConfig();
-    QTEST(int(store.devices().size()), "devices");
-    QTEST(int(store.groups().size()), "groups");
-    // Loading alone never rewrites the file.
-    QCOMPARE(readFile(m_home->configFile()), content);
-}
-
-void TestDevDataMgr::unreadableFileKeptOnFirstChange()
-{
-    const QByteArray broken("{\"devs\": [ {\"addr\": \"A\", ");
-    QVERIFY(writeFile(m_home->configFile(), broken));
-    DevDataMgr store;
-    store.readConfig();
-    QCOMPARE(store.devices().size(), 0);
-
-    store.addDev(light(QStringLiteral("B")));
-    QCOMPARE(readFile(m_home->configFile() + QStringLiteral(".bak")), broken);
-    QVERIFY(readFile(m_home->configFile()).contains("\"B\""));
-}
 
 QTEST_GUILESS_MAIN(TestDevDataMgr)
 #include "tst_devdatamgr.moc"

@@ -2,7 +2,6 @@
 #include "testhome.h"
 
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -11,106 +10,74 @@ class TestEffectData : public QObject
     Q_OBJECT
 
 private slots:
-    void effectLanguage_data();
-    void effectLanguage();
-    void loadRules();
-    void malformedFilesGiveAnEmptyCatalogue();
-    void shippedCatalogueServesEveryLight();
-};
+    void effectLanguage_data()
+    {
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("simplified") << "zh_CN" << "zh_CN";
+        QTest::newRow("hong kong reads simplified names") << "zh_HK" << "zh_CN";
+        QTest::newRow("english") << "en_US" << "en_US";
+        QTest::newRow("german") << "de_DE" << "en_US";
+    }
 
-void TestEffectData::effectLanguage_data()
-{
-    QTest::addColumn<QString>("tag");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("simplified") << "zh_CN" << "zh_CN";
-    QTest::newRow("hong kong reads simplified names") << "zh_HK" << "zh_CN";
-    QTest::newRow("english") << "en_US" << "en_US";
-    QTest::newRow("german") << "de_DE" << "en_US";
-}
+    void effectLanguage()
+    {
+        QFETCH(QString, tag);
+        QTEST(EffectData::effectLanguage(tag), "expected");
+    }
 
-void TestEffectData::effectLanguage()
-{
-    QFETCH(QString, tag);
-    QTEST(EffectData::effectLanguage(tag), "expected");
-}
-
-void TestEffectData::loadRules()
-{
-    const QByteArray file = R"({
-        "2": [
-            {"cmd": "4", "name": {"zh_CN": "警车", "en_US": "Police Car"}},
-            {"cmd": "5", "name": {"zh_CN": "闪电"}},
+    // Which entries become effects, in which language; a file that is not a catalogue gives none.
+    void loadRules()
+    {
+        const QByteArray file = R"({"2": [
+            {"cmd": "4", "name": {"zh_CN": "警车", "en_US": "Police Car"}}, {"cmd": "5", "name": {"zh_CN": "闪电"}},
             {"cmd": "6", "enable": false, "name": {"en_US": "Disabled"}},
             {"cmd": "7", "enable": "no", "name": {"en_US": "String enable counts as on"}},
-            {"cmd": "8", "enable": true, "name": {"en_US": "Enabled"}},
-            {"name": {"en_US": "No command"}},
-            {"cmd": "9"},
-            {"cmd": "", "name": {"en_US": "Empty command"}},
-            {"cmd": "10", "name": {"en_US": ""}},
-            {"cmd": 11, "name": {"en_US": "Numeric command"}},
-            "not an object", {}
-        ],
-        "1001": [{"cmd": "A-1", "name": {"en_US": "Fire Truck"}}],
-        "7": []
-    })";
-    EffectData data;
-    data.load(file, QStringLiteral("en_US"));
-
-    const QList<EffectItem> effects = data.effects(2);
-    QStringList names, cmds;
-    for (const EffectItem &effect : effects) {
-        names << effect.name;
-        cmds << effect.cmd;
-    }
-    QCOMPARE(names, (QStringList{"Police Car", "String enable counts as on", "Enabled"}));
-    QCOMPARE(cmds, (QStringList{"4", "7", "8"}));
-    QCOMPARE(data.effects(1001).value(0).cmd, QStringLiteral("A-1"));
-    QVERIFY(data.effects(3).isEmpty());
-
-    data.load(file, QStringLiteral("zh_CN"));
-    QCOMPARE(data.effects(2).size(), 2);
-    QCOMPARE(data.effects(2).at(1).name, QStringLiteral("闪电"));
-}
-
-void TestEffectData::malformedFilesGiveAnEmptyCatalogue()
-{
-    EffectData data;
-    data.load(R"({"1": [{"cmd": "4", "name": {"en_US": "A"}}]})", QStringLiteral("en_US"));
-    QCOMPARE(data.effects(1).size(), 1);
-    for (const QByteArray &bad : {QByteArray("[1,2]"), QByteArray("{\"1\": "), QByteArray("{\"1\": {\"cmd\": \"4\"}}")}) {
-        data.load(bad, QStringLiteral("en_US"));
-        QVERIFY2(data.effects(1).isEmpty(), bad.constData());
-    }
-}
-
-void TestEffectData::shippedCatalogueServesEveryLight()
-{
-    const QByteArray bytes = readFile(QStringLiteral(BRIVON_SOURCE_DIR "/data/effect.json"));
-    QVERIFY(!bytes.isEmpty());
-    QVERIFY(QJsonDocument::fromJson(bytes).isObject());
-
-    const QRegularExpression letterNumber(QStringLiteral("^[A-Z]-[1-9][0-9]*$"));
-    for (const QString &language : {QStringLiteral("zh_CN"), QStringLiteral("en_US")}) {
+            {"cmd": "8", "enable": true, "name": {"en_US": "Enabled"}}, {"name": {"en_US": "No command"}}, {"cmd": "9"},
+            {"cmd": "", "name": {"en_US": "Empty command"}}, {"cmd": "10", "name": {"en_US": ""}},
+            {"cmd": 11, "name": {"en_US": "Numeric command"}}, "not an object", {}],
+            "1001": [{"cmd": "A-1", "name": {"en_US": "Fire Truck"}}], "7": []})";
         EffectData data;
-        data.load(bytes, language);
-        for (int protocol : {1, 2, 3, 5, 6, 7, 162, 163, 1001}) {
-            const QList<EffectItem> effects = data.effects(protocol);
-            QVERIFY2(effects.size() >= 5, qPrintable(QString::number(protocol)));
-            QSet<QString> cmds;
-            for (const EffectItem &effect : effects) {
-                QVERIFY(!cmds.contains(effect.cmd));
-                cmds.insert(effect.cmd);
-                if (protocol == 1001) {
-                    QVERIFY2(letterNumber.match(effect.cmd).hasMatch(), qPrintable(effect.cmd));
-                } else {
-                    bool ok = false;
-                    const int number = effect.cmd.toInt(&ok, 10);
-                    QVERIFY2(ok && number >= 4 && number <= 255, qPrintable(effect.cmd));
+        data.load(file, QStringLiteral("en_US"));
+        QStringList entries;
+        for (const EffectItem &effect : data.effects(2))
+            entries << effect.cmd + QLatin1Char('=') + effect.name;
+        QCOMPARE(entries, (QStringList{"4=Police Car", "7=String enable counts as on", "8=Enabled"}));
+        QCOMPARE(data.effects(1001).value(0).cmd, QStringLiteral("A-1"));
+        QVERIFY(data.effects(3).isEmpty());
+        data.load(file, QStringLiteral("zh_CN"));
+        QCOMPARE(data.effects(2).size(), 2);
+        QCOMPARE(data.effects(2).at(1).name, QStringLiteral("闪电"));
+
+        for (const QByteArray &bad : {QByteArray("[1,2]"), QByteArray("{\"2\": "), QByteArray("{\"2\": {\"cmd\": \"4\"}}")}) {
+            data.load(bad, QStringLiteral("en_US"));
+            QVERIFY2(data.effects(2).isEmpty(), bad.constData());
+        }
+    }
+
+    void shippedCatalogueServesEveryLight()
+    {
+        const QByteArray bytes = readFile(QStringLiteral(BRIVON_SOURCE_DIR "/data/effect.json"));
+        QVERIFY(QJsonDocument::fromJson(bytes).isObject());
+        const QRegularExpression letterNumber(QStringLiteral("^[A-Z]-[1-9][0-9]*$"));
+        for (const QString &language : {QStringLiteral("zh_CN"), QStringLiteral("en_US")}) {
+            EffectData data;
+            data.load(bytes, language);
+            for (int protocol : {1, 2, 3, 5, 6, 7, 162, 163, 1001}) {
+                const QList<EffectItem> effects = data.effects(protocol);
+                QVERIFY2(effects.size() >= 5, qPrintable(QString::number(protocol)));
+                QSet<QString> cmds;
+                for (const EffectItem &effect : effects) {
+                    QVERIFY(!cmds.contains(effect.cmd));
+                    cmds.insert(effect.cmd);
+                    const int number = effect.cmd.toInt();
+                    QVERIFY2(protocol == 1001 ? letterNumber.match(effect.cmd).hasMatch() : number >= 4 && number <= 255,
+                             qPrintable(effect.cmd));
                 }
             }
         }
     }
-}
+};
 
 QTEST_GUILESS_MAIN(TestEffectData)
 #include "tst_effectdata.moc"
