@@ -24,7 +24,7 @@ namespace {
 const QString kRgb = QStringLiteral("AA:00:00:00:00:02");
 const QString kCob = QStringLiteral("AA:00:00:00:10:01");
 const QString kGroup = QStringLiteral("{5e0c1a52-1111-4c2e-9a10-0123456789ab}");
-const QString kBridgeAddress = QStringLiteral("127.0.0.231");
+const QString kBridgeAddress = ownLoopbackAddress(231);
 const QString kBridgeId = QStringLiteral("ecb5fafffe0e2e01");
 const QString kHueLight = QStringLiteral("3f4ac1e2-6b0d-4f57-9a3e-1c2d3e4f5a01");
 const QString kHue = kBridgeAddress + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + kHueLight;

@@ -87,7 +87,7 @@ void TestHueBridgeDialog::init()
     // A bridge on a fresh address per case: the client keeps what it paired for the process's life.
     // (The next one when another process holds the address.)
     for (int attempt = 0; attempt < 3; ++attempt) {
-        m_address = QStringLiteral("127.0.0.%1").arg(m_nextHost);
+        m_address = ownLoopbackAddress(m_nextHost);
         // And its own id: the same id at a new address would be the paired bridge having moved.
         m_bridgeId = QStringLiteral("ecb5fafffe2d4e%1").arg(m_nextHost++, 2, 16, QLatin1Char('0'));
         if (m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}))

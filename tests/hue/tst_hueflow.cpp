@@ -675,12 +675,7 @@ private:
             settings.setValue(QStringLiteral("certificate/") + kBridgeId, m_pin);
     }
 
-    // A loopback network of this process's own, so that no other run of these tests (another
-    // checkout's included) meets its bridges.
-    QString nextAddress()
-    {
-        return QStringLiteral("127.%1.0.%2").arg(10 + QCoreApplication::applicationPid() % 240).arg(m_nextHost++);
-    }
+    QString nextAddress() { return ownLoopbackAddress(m_nextHost++); }
 
     QString address(const QString &light) const { return m_address + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + light; }
 

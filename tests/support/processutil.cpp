@@ -20,3 +20,8 @@ bool waitUntil(const std::function<bool()> &pred, int timeoutMs)
     }
     return true;
 }
+
+QString ownLoopbackAddress(int host)
+{
+    return QStringLiteral("127.%1.0.%2").arg(10 + QCoreApplication::applicationPid() % 240).arg(host);
+}
