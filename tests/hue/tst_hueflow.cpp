@@ -167,9 +167,14 @@ private slots:
         if (networkError)
             QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 15000));
         // The bridge's own discovery reply comes next; by the time it is reported the bad one was read.
-        setDiscoveryStamp(QDateTime::currentDateTime().addSecs(-61));
-        bridge.discoverBridges();
-        QVERIFY(waitUntil([&]() { return found.size() >= 1; }, 15000));
+        // Asked until a new search starts: a press while the first search still runs is answered by it.
+        QVERIFY(waitUntil([&]() {
+            if (found.isEmpty()) {
+                setDiscoveryStamp(QDateTime::currentDateTime().addSecs(-61));
+                bridge.discoverBridges();
+            }
+            return !found.isEmpty();
+        }, 15000));
         QCOMPARE(found.size(), 1);
         QCOMPARE(found.first().first().value<QList<Bridge>>().first().id, kBridgeId);
     }
