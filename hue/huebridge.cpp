@@ -266,7 +266,9 @@ void HueBridge::guardPeer(QNetworkReply *reply, const QString &id, bool firstCon
                 peer = error.certificate();
         }
         if (peerTrusted(id, peer, firstContact)) {
-            reply->ignoreSslErrors();
+            // These errors of this certificate only: a blanket ignore stays with the network
+            // connection and would let another certificate through when it reconnects.
+            reply->ignoreSslErrors(errors);
             return;
         }
         QStringList reasons;
