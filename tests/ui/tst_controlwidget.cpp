@@ -42,6 +42,7 @@ DevData light(const QString &addr, const QString &name)
 const DevData kKey = light(QStringLiteral("AA:00:00:00:01:01"), QStringLiteral("Key"));
 const DevData kFill = light(QStringLiteral("AA:00:00:00:01:02"), QStringLiteral("Fill"));
 const DevData kBack = light(QStringLiteral("AA:00:00:00:01:03"), QStringLiteral("Back"));
+const QString kAll = QStringLiteral("设备列表");
 
 QStringList titles(const ControlWidget &panel)
 {
@@ -97,8 +98,9 @@ private slots:
         mgr()->addDevToGroup(alpha, kKey);
 
         ControlWidget panel;
-        // Sections and cards in the order they were added.
-        QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage"), QStringLiteral("Alpha")}));
+        QSignalSpy cleared(&panel, &ControlWidget::clearDeviceSig);
+        // Sections and cards in the order they were added; a group without lights has none.
+        QCOMPARE(titles(panel), (QStringList{kAll, QStringLiteral("Stage"), QStringLiteral("Alpha")}));
         QCOMPARE(panel.sections().at(0)->property("uuid").toString(), defaultGroupUuid());
         QCOMPARE(cardAddrs(panel.sections().at(0)), (QStringList{kFill.addr, kKey.addr, kBack.addr}));
         // A group keeps its own order.
@@ -110,53 +112,41 @@ private slots:
         // Renaming a group changes only its title; deleting one takes only its own section.
         QPointer<ControlItemWidget> gone = card;
         mgr()->renameGroup(alpha, QStringLiteral("Alpha 2"));
-        QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage"), QStringLiteral("Alpha 2")}));
+        QCOMPARE(titles(panel), (QStringList{kAll, QStringLiteral("Stage"), QStringLiteral("Alpha 2")}));
         QCOMPARE(ControlWidget::card(panel.section(alpha), kKey.addr)->groupUuid(), alpha);
         mgr()->delGroup(stage);
-        QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Alpha 2")}));
+        QCOMPARE(titles(panel), (QStringList{kAll, QStringLiteral("Alpha 2")}));
         QCOMPARE(cardAddrs(panel.section(alpha)), (QStringList{kFill.addr, kKey.addr}));
         QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())).size(), 3);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QVERIFY(gone.isNull());
-    }
 
-    void sectionsComeAndGoWithTheirCards()
-    {
-        ControlWidget panel;
-        QSignalSpy cleared(&panel, &ControlWidget::clearDeviceSig);
-        QVERIFY(panel.sections().isEmpty());
-
-        mgr()->addDev(kKey);
-        QCOMPARE(titles(panel), QStringList{QStringLiteral("设备列表")});
-        mgr()->addDev(kFill);
-        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kKey.addr, kFill.addr}));
-
-        // A new group shows nothing until its first light.
-        const QString stage = mgr()->addGroup(QStringLiteral("Stage"));
-        QCOMPARE(panel.sections().size(), 1);
-        mgr()->addDevToGroup(stage, kFill);
-        QCOMPARE(titles(panel), (QStringList{QStringLiteral("设备列表"), QStringLiteral("Stage")}));
-        mgr()->addDevToGroup(stage, kFill);
-        QCOMPARE(cardAddrs(panel.section(stage)), QStringList{kFill.addr});
-
-        // The group's last light takes its section along, and nothing tells the window to go empty.
-        mgr()->delDev(stage, kFill.addr);
-        QCOMPARE(titles(panel), QStringList{QStringLiteral("设备列表")});
-        QCOMPARE(cleared.count(), 0);
-        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kKey.addr, kFill.addr}));
-
-        mgr()->delDev(defaultGroupUuid(), kKey.addr);
-        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), QStringList{kFill.addr});
-        QCOMPARE(cleared.count(), 0);
-        mgr()->delDev(defaultGroupUuid(), kFill.addr);
+        // A new group shows up with its first light, listed once however often it is added.
+        const QString late = mgr()->addGroup(QStringLiteral("Late"));
+        QCOMPARE(panel.sections().size(), 2);
+        mgr()->addDevToGroup(late, kBack);
+        mgr()->addDevToGroup(late, kBack);
+        QCOMPARE(cardAddrs(panel.section(late)), QStringList{kBack.addr});
+        // A group's last light takes its section along, and nothing tells the window to go empty.
+        mgr()->delDev(alpha, kFill.addr);
+        mgr()->delDev(alpha, kKey.addr);
+        QCOMPARE(titles(panel), (QStringList{kAll, QStringLiteral("Late")}));
+        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), (QStringList{kFill.addr, kKey.addr, kBack.addr}));
+        for (const DevData &dev : {kFill, kKey, kBack}) {
+            QCOMPARE(cleared.count(), 0);
+            mgr()->delDev(defaultGroupUuid(), dev.addr);
+        }
         QVERIFY(panel.sections().isEmpty());
         QCOMPARE(cleared.count(), 1);
-
         // Nothing left to remove: the window is still told that no light is there.
-        panel.onDelDev(defaultGroupUuid(), QStringLiteral("设备列表"), kFill.addr);
+        panel.onDelDev(defaultGroupUuid(), kAll, kFill.addr);
         QCOMPARE(cleared.count(), 2);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QVERIFY(panel.findChildren<ControlItemWidget *>().isEmpty() && panel.findChildren<QGroupBox *>().isEmpty());
+        // The first light brings the list of all lights back.
+        mgr()->addDev(kKey);
+        QCOMPARE(titles(panel), QStringList{kAll});
+        QCOMPARE(cardAddrs(panel.section(defaultGroupUuid())), QStringList{kKey.addr});
     }
 
     void cardDeleteFromItsMenu_data()

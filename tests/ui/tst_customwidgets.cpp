@@ -13,18 +13,15 @@ namespace {
 // A shown window with a 200 px wide slider at a known place on screen.
 struct SliderWindow
 {
-    explicit SliderWindow(CustomSlider *s, int minimum, int maximum)
-        : slider(s)
+    SliderWindow(int minimum, int maximum)
     {
         window.setGeometry(100, 200, 260, 100);
-        slider->setParent(&window);
-        slider->setOrientation(Qt::Horizontal);
         slider->setGeometry(10, 50, 200, 30);
         slider->setRange(minimum, maximum);
         window.show();
     }
     QWidget window;
-    CustomSlider *slider;
+    CustomSlider *slider = new CustomSlider(Qt::Horizontal, &window);
 };
 
 // The bubble's pointer tip sits on the slider's top edge, above the value's share of its width.
@@ -50,8 +47,6 @@ private slots:
         QTest::addColumn<int>("ratio");
         QTest::addColumn<QString>("unit");
         QTest::addColumn<QString>("text");
-        QTest::newRow("right end") << 0 << 100 << 100 << 1 << "%" << "100%";
-        QTest::newRow("factor 10") << 0 << 100 << 7 << 10 << "%" << "70%";
         QTest::newRow("temperature") << 27 << 65 << 50 << 100 << "K" << "5000K";
         QTest::newRow("negative range") << -50 << 50 << -20 << 1 << "" << "-20";
         QTest::newRow("empty range stays") << 5 << 5 << 9 << 1 << "" << "0";
@@ -65,8 +60,8 @@ private slots:
         QFETCH(int, ratio);
         QFETCH(QString, unit);
 
-        auto *slider = new CustomSlider;
-        SliderWindow window(slider, minimum, maximum);
+        SliderWindow window(minimum, maximum);
+        CustomSlider *slider = window.slider;
         const QPoint before = slider->popup()->pos();
         slider->setRatio(ratio);
         slider->setUnit(unit);
@@ -95,21 +90,10 @@ private slots:
         QVERIFY(!turn(&slider) && slider.value() == 50);
     }
 
-    void pressAndReleaseSignals_data()
-    {
-        QTest::addColumn<Qt::MouseButton>("button");
-        QTest::addColumn<int>("expected");
-        QTest::newRow("left") << Qt::LeftButton << 1;
-        QTest::newRow("right") << Qt::RightButton << 0;
-    }
-
     void pressAndReleaseSignals()
     {
-        QFETCH(Qt::MouseButton, button);
-        QFETCH(int, expected);
-
-        auto *slider = new CustomSlider;
-        SliderWindow window(slider, 0, 100);
+        SliderWindow window(0, 100);
+        CustomSlider *slider = window.slider;
         slider->setValue(50);
         QVERIFY(QTest::qWaitForWindowExposed(&window.window));
         // Owners stop following the light on the press, so the signal must come before the slider moves.
@@ -117,11 +101,13 @@ private slots:
         const auto record = [&] { downAtSignal << slider->isSliderDown(); };
         connect(slider, &CustomSlider::sigSliderPressed, this, record);
         connect(slider, &CustomSlider::sigSliderReleased, this, record);
-
-        QTest::mousePress(slider, button, {}, slider->rect().center());
-        QCOMPARE(downAtSignal.size(), expected);
-        QTest::mouseRelease(slider, button, {}, slider->rect().center());
-        QCOMPARE(downAtSignal, (expected ? QList<bool>{false, true} : QList<bool>{}));
+        // The right button neither presses nor releases.
+        for (const Qt::MouseButton button : {Qt::RightButton, Qt::LeftButton}) {
+            QTest::mousePress(slider, button, {}, slider->rect().center());
+            QCOMPARE(downAtSignal.size(), button == Qt::LeftButton ? 1 : 0);
+            QTest::mouseRelease(slider, button, {}, slider->rect().center());
+        }
+        QCOMPARE(downAtSignal, (QList<bool>{false, true}));
     }
 
     void reconnectIconGuardsAgainstSecondClick()
