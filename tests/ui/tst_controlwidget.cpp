@@ -7,7 +7,6 @@
 #include "devicemgr.h"
 #include "lighteffectsetdialog.h"
 #include "menuutil.h"
-#include "processutil.h"
 #include "rotatingsvgwidget.h"
 #include "simlights.h"
 #include "switchbutton.h"
@@ -19,7 +18,6 @@
 #include <QInputDialog>
 #include <QLabel>
 #include <QPointer>
-#include <QPushButton>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QSignalSpy>

@@ -12,7 +12,6 @@
 #include <QDir>
 #include <QPainter>
 #include <QSvgRenderer>
-#include <QLabel>
 #include <QMouseEvent>
 #include <QPushButton>
 #include <QRegularExpression>

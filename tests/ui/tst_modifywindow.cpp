@@ -27,7 +27,6 @@
 #include <QMouseEvent>
 #include <QPluginLoader>
 #include <QPushButton>
-#include <QScreen>
 #include <QSystemTrayIcon>
 #include <QTest>
 
