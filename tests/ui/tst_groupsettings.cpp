@@ -133,7 +133,16 @@ private slots:
         QSignalSpy renamed(mgr()->store(), &DevDataMgr::onUpdateGroup);
         QSignalSpy selected(groups(), &DevNameGroupWidget::selectGroup);
 
-        renameThroughEditor(item, newName);
+        groupMenu(first, QStringLiteral("重命名"));
+        auto *editor = groups()->listWidget()->findChild<QLineEdit *>(QStringLiteral("groupNameEditor"));
+        QVERIFY(editor);
+        QCOMPARE(editor->text(), item->text());
+        editor->setText(newName);
+        QSignalSpy closed(groups()->listWidget()->itemDelegate(), &QAbstractItemDelegate::closeEditor);
+        QTest::keyClick(editor, Qt::Key_Return);
+        // The delegate commits the edit from the event loop.
+        QVERIFY(waitUntil([&] { return !closed.isEmpty(); }, 2000));
+    
 
         const QString expected = accepted ? newName : QStringLiteral("first");
         QCOMPARE(item->text(), expected);
@@ -310,19 +319,6 @@ private:
         groups()->addRow()->click();
         QListWidget *list = groups()->listWidget();
         return list->item(list->count() - 1)->data(Qt::UserRole).toString();
-    }
-
-    void renameThroughEditor(QListWidgetItem *item, const QString &text)
-    {
-        groupMenu(item->data(Qt::UserRole).toString(), QStringLiteral("重命名"));
-        auto *editor = groups()->listWidget()->findChild<QLineEdit *>(QStringLiteral("groupNameEditor"));
-        QVERIFY(editor);
-        QCOMPARE(editor->text(), item->text());
-        editor->setText(text);
-        QSignalSpy closed(groups()->listWidget()->itemDelegate(), &QAbstractItemDelegate::closeEditor);
-        QTest::keyClick(editor, Qt::Key_Return);
-        // The delegate commits the edit from the event loop.
-        QVERIFY(waitUntil([&] { return !closed.isEmpty(); }, 2000));
     }
 
     std::unique_ptr<TestHome> m_home;

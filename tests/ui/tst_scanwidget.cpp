@@ -192,8 +192,6 @@ private slots:
         QTest::addColumn<QStringList>("added");
         QTest::addColumn<QStringList>("removed");
 
-        QTest::newRow("two added") << QStringList() << QList<int>{2, 0} << QStringList{"A", "C"} << QStringList();
-        QTest::newRow("one removed") << QStringList{"A", "B"} << QList<int>{0} << QStringList() << QStringList{"A"};
         QTest::newRow("clicked twice") << QStringList{"C"} << QList<int>{1, 1} << QStringList() << QStringList();
         QTest::newRow("swapped") << QStringList{"A"} << QList<int>{0, 1} << QStringList{"B"} << QStringList{"A"};
         // Rows reached with the arrows and toggled with Space.
