@@ -121,7 +121,7 @@ private slots:
         ModifyWindow window;
         window.show();
         mgr()->powerOn(kV60);
-        QVERIFY(waitUntil([&] { return mgr()->store()->findDev(kV60) && mgr()->store()->findDev(kV60)->switchState; }, 3000));
+        QVERIFY(waitUntil([&] { return online(kV60) && mgr()->store()->findDev(kV60)->switchState; }, 3000));
         // Within half a second of the last write: these wait for the next one, which never comes.
         mgr()->setBrightness(kV60, 44);
         mgr()->setBrightness(kV60, 45);
