@@ -43,34 +43,9 @@ void RecordingBlePlugin::removeDevice(const QString &devAddr)
     record(QStringLiteral("removeDevice ") + devAddr);
 }
 
-void RecordingBlePlugin::emitDiscovered(int protocolType, const QString &devAddr, const QString &devName)
-{
-    emit sigDeviceDiscovered(protocolType, devAddr, devName);
-}
-
 void RecordingBlePlugin::emitError(int error)
 {
     emit sigDeviceDiscoveredErrorOccurred(QBluetoothDeviceDiscoveryAgent::Error(error));
-}
-
-void RecordingBlePlugin::emitFinished()
-{
-    emit sigDeviceDiscoveredFinished();
-}
-
-void RecordingBlePlugin::emitConnected(const QString &devAddr)
-{
-    emit sigDeviceConnected(devAddr);
-}
-
-void RecordingBlePlugin::emitDisconnected(const QString &devAddr)
-{
-    emit sigDeviceDisconnected(devAddr);
-}
-
-void RecordingBlePlugin::emitMessage(const QString &devAddr, const QByteArray &data)
-{
-    emit sigMessageReceived(devAddr, data);
 }
 
 quintptr RecordingBlePlugin::interfaceMetaObject() const

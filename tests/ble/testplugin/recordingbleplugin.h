@@ -2,8 +2,7 @@
 
 // A BLE plug-in built on its own against the interface header, with its own copy of the
 // interface's meta-object, as the maker's library is. It records every call in the dynamic
-// property "calls" and emits its signals when a test asks through the invokable emit* methods,
-// so that every signal leaves from code compiled into the plug-in.
+// property "calls" and emits a scan error from its own code when a test asks (emitError).
 
 #include "brivonqxbleinterface.h"
 
@@ -26,12 +25,7 @@ public:
     void removeDevice(const QString &devAddr) override;
 
     // The answer of reconnectDevice is the property "reconnectResult" (bool, default true).
-    Q_INVOKABLE void emitDiscovered(int protocolType, const QString &devAddr, const QString &devName);
     Q_INVOKABLE void emitError(int error);
-    Q_INVOKABLE void emitFinished();
-    Q_INVOKABLE void emitConnected(const QString &devAddr);
-    Q_INVOKABLE void emitDisconnected(const QString &devAddr);
-    Q_INVOKABLE void emitMessage(const QString &devAddr, const QByteArray &data);
     // Where this plug-in's copy of the interface meta-object lives.
     Q_INVOKABLE quintptr interfaceMetaObject() const;
 
