@@ -20,11 +20,6 @@ namespace {
 
 const QString kAddr = QStringLiteral("C0:FF:EE:00:00:01");
 
-QStringList calls(QObject *plugin)
-{
-    return plugin->property("calls").toStringList();
-}
-
 } // namespace
 
 class TestBlePlugin : public QObject
@@ -82,7 +77,8 @@ private slots:
         QVERIFY(QMetaObject::invokeMethod(plugin, "emitError", Q_ARG(int, poweredOff)));
         QCOMPARE(errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>(),
                  QBluetoothDeviceDiscoveryAgent::PoweredOffError);
-        QCOMPARE(calls(plugin), (QStringList{"startScan", "stopScan", "reconnectDevice " + kAddr}));
+        const QStringList calls = plugin->property("calls").toStringList();
+        QCOMPARE(calls, (QStringList{"startScan", "stopScan", "reconnectDevice " + kAddr}));
     }
 
     // A plug-in that is not there (by path or by bare name) or is not a BLE plug-in is logged, and

@@ -46,8 +46,6 @@ public:
     bool reconnectDevice(const QString &addr) override { return (calls << "reconnectDevice " + addr, reconnectResult); }
     void removeDevice(const QString &addr) override { calls << QStringLiteral("removeDevice ") + addr; }
 
-    QStringList framesTo(const QString &addr) const { return frames.value(addr); }
-
     QStringList calls;
     QHash<QString, QStringList> frames; // by address, in order, as spaced hex
     bool reconnectResult = true;
@@ -316,7 +314,7 @@ private slots:
         QSignalSpy updates(m_store.get(), &DevDataMgr::onUpdateDev);
         message(frame);
         QCOMPARE(state(stored()), with(state(before), changes));
-        QTEST(m_plugin->framesTo(kAddr), "sent");
+        QTEST(m_plugin->frames.value(kAddr), "sent");
         if (before.protocol != 1001)
             message(frame); // a V-type report again changes nothing
         if (changes.isEmpty() || before.protocol != 1001)
