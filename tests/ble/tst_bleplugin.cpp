@@ -63,7 +63,6 @@ private slots:
         quintptr pluginMeta = 0;
         QVERIFY(QMetaObject::invokeMethod(plugin, "interfaceMetaObject", Q_RETURN_ARG(quintptr, pluginMeta)));
         // The plug-in carries its own copy of the interface's meta-object, as the maker's library does.
-        QVERIFY(pluginMeta != 0);
         QVERIFY(pluginMeta != quintptr(&BrivonQXBleInterface::staticMetaObject));
 
         // Operations reach the plug-in, and its answers and signals come back. The other signals of a

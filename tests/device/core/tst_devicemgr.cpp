@@ -95,39 +95,24 @@ private slots:
         QCOMPARE(m_mgr->getDeviceMgrByProtocol(protocol).get(), transport.isEmpty() ? nullptr : expectedTransport);
     }
 
-    void brightnessByRatioRounds_data()
-    {
-        QTest::addColumn<int>("min");
-        QTest::addColumn<int>("max");
-        QTest::addColumn<double>("ratio");
-        QTest::addColumn<int>("sent");
-        QTest::newRow("half of 10..100") << 10 << 100 << 0.5 << 55;
-        QTest::newRow("29 % is 29, not 28") << 0 << 100 << 0.29 << 29;
-        QTest::newRow("rounded up") << 0 << 255 << 0.5 << 128;
-    }
-
-    void brightnessByRatioRounds()
-    {
-        QFETCH(int, min);
-        QFETCH(int, max);
-        QFETCH(double, ratio);
-        QFETCH(int, sent);
-        m_mgr->addDev(stored(QStringLiteral("L"), 2, min, max));
-        m_mgr->setBrightnessByRatio(QStringLiteral("L"), ratio);
-        QCOMPARE(m_ble->calls, QStringList{QStringLiteral("brightness L %1").arg(sent)});
-    }
-
-    void effectsOnlyFromTheLightsOwnList()
+    // Only the light's own effects are passed on; a brightness ratio is rounded to the nearest step of
+    // the light's range (29 % of 0..100 is 28.999... in binary and must still reach the light as 29).
+    void valuesPassedOnAsTheLightTakesThem()
     {
         m_mgr->effectData().load(R"({"2": [{"cmd": "4", "name": {"en_US": "Police Car"}}],
                                      "1001": [{"cmd": "A-1", "name": {"en_US": "Police Car"}}]})", QStringLiteral("en_US"));
-        m_mgr->addDev(stored(QStringLiteral("V"), 2));
+        m_mgr->addDev(stored(QStringLiteral("V"), 2, 10, 100));
         m_mgr->addDev(stored(QStringLiteral("Q"), 1001));
+        m_mgr->addDev(stored(QStringLiteral("W"), 2, 0, 255));
         for (const QString &addr : {QStringLiteral("V"), QStringLiteral("Q")}) {
             for (const QString &effect : {QStringLiteral("4"), QStringLiteral("A-1"), QStringLiteral("1"), QString()})
                 m_mgr->setLightEffect(addr, effect);
         }
-        QCOMPARE(m_ble->calls, (QStringList{QStringLiteral("effect V 4"), QStringLiteral("effect Q A-1")}));
+        m_mgr->setBrightnessByRatio(QStringLiteral("V"), 0.5);
+        m_mgr->setBrightnessByRatio(QStringLiteral("Q"), 0.29);
+        m_mgr->setBrightnessByRatio(QStringLiteral("W"), 0.5);
+        QCOMPARE(m_ble->calls, (QStringList{"effect V 4", "effect Q A-1", "brightness V 55", "brightness Q 29",
+                                            "brightness W 128"}));
     }
 
     // Each light is reported once per scan, whichever transport hears it; the transports' scan

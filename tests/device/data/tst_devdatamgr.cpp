@@ -80,10 +80,6 @@ private slots:
         QTest::newRow("non-object elements")
             << QByteArray(R"({"devs":[1,"A",null,true,[],{},{"addr":"A"}],"groups":[null,{"uuid":"{g}"}]})") << 1 << 1
             << defaults << false;
-        QTest::newRow("wrong member types")
-            << QByteArray(R"({"devs":[{"addr":"A","name":5,"protocol":"7","colorLight":[1],"lightEffect":"x",
-                            "temperature":{"value":1e300,"min":-1e300,"max":null,"ratio":"?"}}]})")
-            << 1 << 0 << QVariantList() << false;
         QByteArray many = "{\"devs\":[";
         for (int i = 0; i < DevDataMgr::kMaxDevices + 500; ++i)
             many += "{\"addr\":\"D" + QByteArray::number(i) + "\"},";
