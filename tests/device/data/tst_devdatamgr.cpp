@@ -75,8 +75,6 @@ private slots:
                         "temperature":{"value":5600,"min":3200,"max":5600,"ratio":50}})")
             << 1 << 0 << QVariantList{true, 40, 0, 80, 1, 5600, 3200, 5600, 50} << false;
         QTest::newRow("not json") << QByteArray("{\"devs\": [ {\"addr\": \"A\", ") << 0 << 0 << QVariantList() << true;
-        QTest::newRow("devs is an object") << QByteArray(R"({"devs":{"addr":"A"},"groups":"x"})") << 0 << 0
-                                           << QVariantList() << false;
         QTest::newRow("non-object elements")
             << QByteArray(R"({"devs":[1,"A",null,true,[],{},{"addr":"A"}],"groups":[null,{"uuid":"{g}"}]})") << 1 << 1
             << defaults << false;
@@ -135,7 +133,6 @@ private slots:
         QSignalSpy deleted(&store, &DevDataMgr::onDelDev);
         QSignalSpy updated(&store, &DevDataMgr::onUpdateDev);
         QSignalSpy ranges(&store, &DevDataMgr::onUpdateDevParamRange);
-        QSignalSpy addedGroup(&store, &DevDataMgr::onAddGroup);
         QSignalSpy renamed(&store, &DevDataMgr::onUpdateGroup);
         QSignalSpy deletedGroup(&store, &DevDataMgr::onDelGroup);
         store.addDev(light("A"));
@@ -151,12 +148,10 @@ private slots:
         store.addDev(light("B"));
         const QString g1 = store.addGroup("Same");
         const QString g2 = store.addGroup("Same");
-        QVERIFY(g1 != g2);
-        QCOMPARE(addedGroup.at(0), (QVariantList{g1, QStringLiteral("Same")}));
+        QVERIFY(g1 != g2); // what a new group and a renamed one show: tst_groupsettings
         store.renameGroup(g1, "One");
         store.renameGroup("{missing}", "x");
-        QCOMPARE(renamed.size(), 1);
-        QCOMPARE(renamed.at(0), (QVariantList{g1, QStringLiteral("One")}));
+        QCOMPARE(renamed, (QList<QVariantList>{{g1, QStringLiteral("One")}}));
         store.addDevToGroup(g1, light("A"));
         store.addDevToGroup(g1, light("B"));
         store.addDevToGroup(g2, light("A"));
