@@ -20,18 +20,6 @@ namespace {
 
 const QString kAddr = QStringLiteral("C0:FF:EE:00:00:01");
 
-QStringList calls(QObject *plugin)
-{
-    return plugin->property("calls").toStringList();
-}
-
-// Has the plug-in emit a signal from its own code.
-template<typename... Args>
-bool pluginEmits(QObject *plugin, const char *method, Args... args)
-{
-    return QMetaObject::invokeMethod(plugin, method, QArgument<Args>(QMetaType::fromType<Args>().name(), args)...);
-}
-
 } // namespace
 
 class TestBlePlugin : public QObject
@@ -65,9 +53,8 @@ private slots:
         QVERIFY(QFile::copy(QStringLiteral(BRIVON_TEST_PLUGIN), copy));
         if (override)
             qputenv(BluetoothMgr::kPluginEnvVar, QFile::encodeName(QDir::current().relativeFilePath(BRIVON_TEST_PLUGIN)));
-        const auto manager = managerSearching(dir.path());
-        BluetoothMgr &mgr = *manager;
-        QVERIFY(mgr.isPluginLoaded());
+        const auto mgr = managerSearching(dir.path());
+        QVERIFY(mgr->isPluginLoaded());
 
         QPluginLoader loader(override ? QStringLiteral(BRIVON_TEST_PLUGIN) : copy);
         QObject *plugin = loader.instance();
@@ -76,42 +63,21 @@ private slots:
         quintptr pluginMeta = 0;
         QVERIFY(QMetaObject::invokeMethod(plugin, "interfaceMetaObject", Q_RETURN_ARG(quintptr, pluginMeta)));
         // The plug-in carries its own copy of the interface's meta-object, as the maker's library does.
-        QVERIFY(pluginMeta != 0);
         QVERIFY(pluginMeta != quintptr(&BrivonQXBleInterface::staticMetaObject));
 
-        // Operations reach the plug-in.
-        mgr.startScan();
-        mgr.stopScan();
+        // Operations reach the plug-in, and its answers and signals come back. The other signals of a
+        // plug-in built on its own reach the manager in tst_blesim_e2e, from the simulated lights.
+        mgr->startScan();
+        mgr->stopScan();
         plugin->setProperty("reconnectResult", false);
-        QCOMPARE(mgr.reconnectDevice(kAddr), false);
-        plugin->setProperty("reconnectResult", true);
-        QCOMPARE(mgr.reconnectDevice(kAddr), true);
-
-        // Signals emitted by the plug-in's own code reach the manager.
-        QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
-        QSignalSpy errors(&mgr, &BaseDevice::sigDeviceDiscoveredErrorOccurred);
-        QSignalSpy finished(&mgr, &BaseDevice::sigDeviceDiscoveredFinished);
-        QVERIFY(pluginEmits(plugin, "emitDiscovered", 2, kAddr, QStringLiteral("RGB panel")));
-        QVERIFY(pluginEmits(plugin, "emitError", int(QBluetoothDeviceDiscoveryAgent::PoweredOffError)));
-        QVERIFY(pluginEmits(plugin, "emitFinished"));
-        QCOMPARE(discovered.count(), 1);
+        QCOMPARE(mgr->reconnectDevice(kAddr), false);
+        QSignalSpy errors(mgr.get(), &BaseDevice::sigDeviceDiscoveredErrorOccurred);
+        const int poweredOff = QBluetoothDeviceDiscoveryAgent::PoweredOffError;
+        QVERIFY(QMetaObject::invokeMethod(plugin, "emitError", Q_ARG(int, poweredOff)));
         QCOMPARE(errors.at(0).at(0).value<QBluetoothDeviceDiscoveryAgent::Error>(),
                  QBluetoothDeviceDiscoveryAgent::PoweredOffError);
-        QCOMPARE(finished.count(), 1);
-
-        DevData dev = discovered.at(0).at(0).value<DevData>();
-        m_store->addDev(dev);
-        QVERIFY(pluginEmits(plugin, "emitConnected", kAddr));
-        QCOMPARE(int(m_store->findDev(kAddr)->linkState), 1);
-        QVERIFY(pluginEmits(plugin, "emitMessage", kAddr, QByteArray::fromHex("ff10093215e000000000020100aa")));
-        QCOMPARE(m_store->findDev(kAddr)->brightness, 50);
-        mgr.setBrightness(kAddr, 20);
-        QVERIFY(pluginEmits(plugin, "emitDisconnected", kAddr));
-        QCOMPARE(int(m_store->findDev(kAddr)->linkState), 0);
-
-        QCOMPARE(calls(plugin), (QStringList{"startScan", "stopScan", "reconnectDevice " + kAddr, "reconnectDevice " + kAddr,
-                                             "writeData " + kAddr + " ff a1 01 30 30 aa",
-                                             "writeData " + kAddr + " ff a2 01 14 14 aa"}));
+        const QStringList calls = plugin->property("calls").toStringList();
+        QCOMPARE(calls, (QStringList{"startScan", "stopScan", "reconnectDevice " + kAddr}));
     }
 
     // A plug-in that is not there (by path or by bare name) or is not a BLE plug-in is logged, and
@@ -131,7 +97,7 @@ private slots:
         QFETCH(QByteArray, path);
         QFETCH(QString, logged);
         if (!path.isEmpty())
-            qputenv(BluetoothMgr::kPluginEnvVar, path.startsWith('/') ? path : QFile::encodeName(m_home->path()) + '/' + path);
+            qputenv(BluetoothMgr::kPluginEnvVar, path.startsWith('/') ? path : m_home->path().toUtf8() + '/' + path);
         QTemporaryDir empty;
         LogCapture log;
         const auto mgr = managerSearching(empty.path());

@@ -12,65 +12,15 @@ void RecordingBlePlugin::record(const QString &call)
     setProperty("calls", property("calls").toStringList() << call);
 }
 
-void RecordingBlePlugin::startScan()
-{
-    record(QStringLiteral("startScan"));
-}
-
-void RecordingBlePlugin::stopScan()
-{
-    record(QStringLiteral("stopScan"));
-}
-
-void RecordingBlePlugin::writeData(const QString &devAddr, const QByteArray &data)
-{
-    record(QStringLiteral("writeData %1 %2").arg(devAddr, QString::fromLatin1(data.toHex(' '))));
-}
-
-void RecordingBlePlugin::connectToDevice(const QString &devAddr)
-{
-    record(QStringLiteral("connectToDevice ") + devAddr);
-}
-
 bool RecordingBlePlugin::reconnectDevice(const QString &devAddr)
 {
     record(QStringLiteral("reconnectDevice ") + devAddr);
     return property("reconnectResult").toBool();
 }
 
-void RecordingBlePlugin::removeDevice(const QString &devAddr)
-{
-    record(QStringLiteral("removeDevice ") + devAddr);
-}
-
-void RecordingBlePlugin::emitDiscovered(int protocolType, const QString &devAddr, const QString &devName)
-{
-    emit sigDeviceDiscovered(protocolType, devAddr, devName);
-}
-
 void RecordingBlePlugin::emitError(int error)
 {
     emit sigDeviceDiscoveredErrorOccurred(QBluetoothDeviceDiscoveryAgent::Error(error));
-}
-
-void RecordingBlePlugin::emitFinished()
-{
-    emit sigDeviceDiscoveredFinished();
-}
-
-void RecordingBlePlugin::emitConnected(const QString &devAddr)
-{
-    emit sigDeviceConnected(devAddr);
-}
-
-void RecordingBlePlugin::emitDisconnected(const QString &devAddr)
-{
-    emit sigDeviceDisconnected(devAddr);
-}
-
-void RecordingBlePlugin::emitMessage(const QString &devAddr, const QByteArray &data)
-{
-    emit sigMessageReceived(devAddr, data);
 }
 
 quintptr RecordingBlePlugin::interfaceMetaObject() const
