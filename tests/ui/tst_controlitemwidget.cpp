@@ -413,7 +413,7 @@ private slots:
         CustomSlider *slider = header.brightnessSlider();
         QTRY_VERIFY(slider->isEnabled());
         drag(slider, slider->value(), 50);
-        QVERIFY(waitUntil([&] { return lightValue(kFF, "brightness") == 50 && lightValue(kAA, "brightness") == 50; }, 3000));
+        QVERIFY(waitUntil([] { return lightValue(kFF, "brightness") == 50 && lightValue(kAA, "brightness") == 50; }, 3000));
         QTest::mouseClick(header.powerButton(), Qt::LeftButton);
         QVERIFY(waitUntil([&] { return !lightValue(kFF, "power") && !lightValue(kAA, "power"); }, 3000));
         QTRY_VERIFY(!slider->isEnabled());

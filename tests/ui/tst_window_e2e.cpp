@@ -114,9 +114,10 @@ private slots:
         QVERIFY(exit && exit->text() == QStringLiteral("退出"));
         QTimer::singleShot(0, exit, &QAction::trigger);
         QCOMPARE(QCoreApplication::exec(), 0);
-        const QJsonArray devs = QJsonDocument::fromJson(readFile(m_home->configFile())).object().value(QLatin1String("devs")).toArray();
+        const QJsonObject saved = QJsonDocument::fromJson(readFile(m_home->configFile())).object();
+        const QJsonArray devs = saved.value(QLatin1String("devs")).toArray();
         QCOMPARE(devs.size(), 1);
-        QCOMPARE(devs.at(0).toObject().value(QLatin1String("brightness")).toObject().value(QLatin1String("value")).toInt(), 45);
+        QCOMPARE(devs.at(0)[u"brightness"][u"value"].toInt(), 45);
     }
 
 private:
