@@ -44,8 +44,6 @@ private slots:
     {
         QTest::addColumn<int>("kelvin");
         QTest::addColumn<int>("mirek");
-        QTest::newRow("2700 K") << 2700 << 370;
-        QTest::newRow("6500 K") << 6500 << 153;
         QTest::newRow("negative") << -1 << 153;
         QTest::newRow("truncates 3000 K") << 3000 << 333;
         QTest::newRow("beyond any light") << 1000001 << 0;
@@ -92,11 +90,15 @@ private slots:
         QTest::addColumn<QColor>("color");
         QTest::addColumn<double>("x");
         QTest::addColumn<double>("y");
-        QTest::newRow("white") << QColor(255, 255, 255) << 0.3227 << 0.3290;
-        QTest::newRow("black") << QColor(0, 0, 0) << 0.0 << 0.0;
-        QTest::newRow("blue") << QColor(0, 0, 255) << 0.1355 << 0.0399;
+        QTest::addColumn<QString>("back"); // the colour the bridge's x and y give back at full brightness
+        // sRGB -> linear -> XYZ through the wide-gamut matrix -> x, y, worked out by hand.
+        QTest::newRow("white") << QColor(255, 255, 255) << 0.3227 << 0.3290 << "#ffffff";
+        QTest::newRow("black") << QColor(0, 0, 0) << 0.0 << 0.0 << "#000000";
+        QTest::newRow("blue") << QColor(0, 0, 255) << 0.1355 << 0.0399 << "#0000ff";
+        QTest::newRow("green") << QColor(0, 255, 0) << 0.1724 << 0.7468 << "#00ff00";
+        QTest::newRow("yellow-green") << QColor(128, 255, 0) << 0.2707 << 0.6635 << "#80ff00";
         // 10/255 lies on the linear part of the curve: only the ratio of the channels matters.
-        QTest::newRow("dark grey") << QColor(10, 10, 10) << 0.3227 << 0.3290;
+        QTest::newRow("dark grey") << QColor(10, 10, 10) << 0.3227 << 0.3290 << "#ffffff";
     }
 
     void colorToXy()
@@ -108,6 +110,7 @@ private slots:
         HueDeviceMgr::colorToXy(color, xy);
         QVERIFY2(qAbs(xy[0] - x) < 1e-4, qPrintable(QString::number(xy[0])));
         QVERIFY2(qAbs(xy[1] - y) < 1e-4, qPrintable(QString::number(xy[1])));
+        QTEST(HueDeviceMgr::xyToColorName(x, y), "back");
     }
 
     void storedBridgesSkipMalformedEntries()
