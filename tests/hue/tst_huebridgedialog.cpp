@@ -64,7 +64,10 @@ private slots:
             m_address = ownLoopbackAddress(m_nextHost);
             // And its own id: the same id at a new address would be the paired bridge having moved.
             m_bridgeId = QStringLiteral("ecb5fafffe2d4e%1").arg(m_nextHost++, 2, 16, QLatin1Char('0'));
-            if (m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}))
+            // It gives no client key with the pairing, which stands without one.
+            const QStringList arguments{QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId,
+                                        QStringLiteral("--no-clientkey")};
+            if (m_fake.start(m_home->path(), arguments))
                 break;
         }
         QVERIFY(m_fake.isRunning());
@@ -111,7 +114,6 @@ private slots:
         clock.restart();
         QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
         QCOMPARE(dialog.remainingAttempts(), 12);
-        QVERIFY(blink->isBlinking());
         QVERIFY(m_fake.waitForRequests(23, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
         QVERIFY2(clock.elapsed() >= 11 * kPairInterval - 100, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
@@ -136,6 +138,8 @@ private slots:
     void rePairingTheBridgeOfAKnownLight()
     {
         DeviceMgr *mgr = DeviceMgrSingleton::instance();
+        const auto hue = std::dynamic_pointer_cast<HueDeviceMgr>(mgr->getDeviceMgrByProtocol(2001));
+        QSignalSpy offered(hue->hueBridge().get(), &HueBridge::discover2);
         HueBridgeDialog dialog;
         dialog.setRetryInterval(kPairInterval);
         Bridge listed;
@@ -155,12 +159,18 @@ private slots:
         QCOMPARE(list(dialog)->count(), 1);
         QCOMPARE(list(dialog)->item(0)->text(), m_bridgeId);
         QCOMPARE(list(dialog)->item(0)->data(Qt::UserRole + 1).toString(), kLight);
+        // Known now: offered again at once, without asking the discovery service again.
+        QVERIFY(mgr->reconnectDevice(lamp.addr));
+        QCOMPARE(offered.size(), 2);
+        QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 1);
 
         QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
         list(dialog)->item(0)->setSelected(true);
         dialog.onPairBridge();
         QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 10000));
         QCOMPARE(list(dialog)->count(), 0);
+        const QString key = hueSettings().value(bridgeKey()).toString();
+        QVERIFY2(key.endsWith(QLatin1Char('/')) && key.size() == 41, qPrintable(key));
         // The pairing is followed by that one lamp's state, not by the bridge's whole light list.
         const QString lampPath = QStringLiteral("/clip/v2/resource/light/") + kLight;
         QVERIFY(m_fake.waitForRequests(1, QStringLiteral("GET"), lampPath));
@@ -172,7 +182,8 @@ private slots:
         // the dialog offers this bridge again, once in the run however often the bridge refuses.
         dialog.hide();
         m_fake.kill();
-        QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}));
+        QVERIFY(m_fake.start(m_home->path(),
+                             {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}));
         mgr->connectToDevice(lamp.addr);
         QVERIFY(waitUntil([&]() { return dialog.isVisible() && mgr->store()->findDev(lamp.addr)->linkState == 0; }, 15000));
         QVERIFY(dialog.isRepairMode());
@@ -211,7 +222,6 @@ private slots:
         other.id = QStringLiteral("001788fffe000002");
         other.ip = QStringLiteral("192.0.2.7");
         const Bridge fake = list(*dialog)->item(0)->data(Qt::UserRole).value<Bridge>();
-        QCOMPARE(fake.ip, m_address);
         dialog->onDiscoverBridge({fake, other, other});
         QCOMPARE(list(*dialog)->count(), 2);
         QCOMPARE(list(*dialog)->item(0)->text(), m_bridgeId);
@@ -227,7 +237,7 @@ private slots:
 
 private:
     int pairingRequests() const { return m_fake.requests(QStringLiteral("POST"), QStringLiteral("/api")).size(); }
-    QListWidget *list(HueBridgeDialog &dialog) const { return dialog.findChild<QListWidget *>(QStringLiteral("listWidget")); }
+    QListWidget *list(HueBridgeDialog &d) const { return d.findChild<QListWidget *>(QStringLiteral("listWidget")); }
     // Discovery through the real client; true once the dialog lists the fake bridge.
     bool discover(HueBridgeDialog &dialog)
     {

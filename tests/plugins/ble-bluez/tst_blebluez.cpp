@@ -74,7 +74,8 @@ public:
     }
     bool mock(const QString &method, const QVariantList &args)
     {
-        return call(QStringLiteral("/"), QStringLiteral("org.bluez.Mock"), method, args).type() == QDBusMessage::ReplyMessage;
+        return call(QStringLiteral("/"), QStringLiteral("org.bluez.Mock"), method, args).type()
+            == QDBusMessage::ReplyMessage;
     }
     QDBusMessage mockObject(const QString &addr, const QString &method, const QVariantList &args = {})
     {
@@ -109,7 +110,8 @@ public:
         QString text;
         QDebug(&text) << reply; // the arguments as "[Argument: a(tsav) {[Argument: (tsav) <time>, "<name>", ...
         QStringList names;
-        for (const QRegularExpressionMatch &match : QRegularExpression(QStringLiteral("\\(tsav\\) \\d+, \"(\\w+)\"")).globalMatch(text))
+        const QRegularExpression name(QStringLiteral("\\(tsav\\) \\d+, \"(\\w+)\""));
+        for (const QRegularExpressionMatch &match : name.globalMatch(text))
             names << match.captured(1);
         return names;
     }
@@ -174,18 +176,19 @@ private slots:
         QTest::newRow("huge name with prefix") << "BRV-RGB" + QString(100000, QLatin1Char('x')) << 2;
     }
 
+    // Against the shipped table, which must also load without a problem and cover every light protocol.
     void nameMatching()
     {
         QFETCH(QString, name);
-        QFETCH(int, expected);
         BleProfiles profiles;
-        const QByteArray pattern = ", \"namePattern\": \"BP[0-9]{3}-[0-9A-F]{4}\"";
-        QVERIFY(profiles.parse("{\"profiles\": [" + profileJson(1).replace("BRV-T1", "BRV-CL") + ", "
-                               + profileJson(7).replace("BRV-T7", "BRV-RGBW") + ", " + profileJson(2).replace("BRV-T2", "BRV-RGB")
-                               + ", " + profileJson(1001, pattern).replace("BRV-T1001", "BRV-PRO") + "]}"));
-        QCOMPARE(profiles.profiles().size(), 4);
+        QVERIFY(profiles.loadFile(QStringLiteral(BRIVON_SOURCE_DIR "/data/ble-profiles.json")));
+        QVERIFY2(profiles.problems().isEmpty(), qPrintable(profiles.problems().join(QLatin1Char('\n'))));
+        QSet<int> types;
+        for (const BleProfile &profile : profiles.profiles())
+            types.insert(profile.protocolType);
+        QCOMPARE(types, (QSet<int>{1, 2, 3, 5, 6, 7, 162, 163, 1001}));
         const BleProfile *profile = profiles.match(name);
-        QCOMPARE(profile ? profile->protocolType : -1, expected);
+        QTEST(profile ? profile->protocolType : -1, "expected");
     }
 
     void uuidText_data()
@@ -196,8 +199,7 @@ private slots:
         const QString base = QStringLiteral("{0000ffe0-0000-1000-8000-00805f9b34fb}");
         QTest::newRow("16-bit lower case with 0x") << "0xffe0" << base;
         QTest::newRow("32-bit") << "0000FFE0" << base;
-        QTest::newRow("128-bit") << "0000FFE0-0000-1000-8000-00805F9B34FB" << base;
-        QTest::newRow("128-bit in braces") << base << base;
+        QTest::newRow("128-bit in braces") << "{0000FFE0-0000-1000-8000-00805F9B34FB}" << base;
         QTest::newRow("not hex") << "FFG0" << "";
         QTest::newRow("signed") << "+FE0" << "";
         QTest::newRow("zero") << "0000" << "";
@@ -278,17 +280,6 @@ private slots:
         QCOMPARE(profiles.loadFile(path), loaded);
         QVERIFY(profiles.profiles().isEmpty());
         QCOMPARE(profiles.problems().isEmpty(), loaded);
-    }
-
-    void shippedTableIsComplete()
-    {
-        BleProfiles profiles;
-        QVERIFY(profiles.loadFile(QStringLiteral(BRIVON_SOURCE_DIR "/data/ble-profiles.json")));
-        QVERIFY2(profiles.problems().isEmpty(), qPrintable(profiles.problems().join(QLatin1Char('\n'))));
-        QSet<int> types;
-        for (const BleProfile &profile : profiles.profiles())
-            types.insert(profile.protocolType);
-        QCOMPARE(types, (QSet<int>{1, 2, 3, 5, 6, 7, 162, 163, 1001}));
     }
 
     void withoutAdapterScansFailAndUnknownAddressesAreHarmless()
@@ -377,7 +368,8 @@ private slots:
         // Cached devices come in only when they are heard.
         QVERIFY(m_bluez.advertise(kCached));
         QVERIFY(m_bluez.advertise(kUserLight));
-        const QVariantMap uuids{{QStringLiteral("UUIDs"), QStringList{QStringLiteral("0000fe95-0000-1000-8000-00805f9b34fb")}}};
+        const QString uuid = QStringLiteral("0000fe95-0000-1000-8000-00805f9b34fb");
+        const QVariantMap uuids{{QStringLiteral("UUIDs"), QStringList{uuid}}};
         m_bluez.advertise(kStranger, uuids);
         m_bluez.advertise(kStranger, uuids);
         QTRY_COMPARE_WITH_TIMEOUT(found.size(), 3, 10000);
@@ -390,8 +382,9 @@ private slots:
 
         // A device without a profile is logged once per scan, with what a profile needs.
         const QStringList unmatched = log.matching(QStringLiteral("[BleBluezPlugin::onDeviceSeen]: no profile for name:"));
-        QCOMPARE(unmatched, QStringList(QStringLiteral("[BleBluezPlugin::onDeviceSeen]: no profile for name: \"Phone of Alex\" addr: ")
-                                        + kStranger + QStringLiteral(" serviceUuids: 0000fe95-0000-1000-8000-00805f9b34fb")));
+        const QString expected = QStringLiteral("[BleBluezPlugin::onDeviceSeen]: no profile for name: \"Phone of Alex\"")
+            + QStringLiteral(" addr: ") + kStranger + QStringLiteral(" serviceUuids: ") + uuid;
+        QCOMPARE(unmatched, QStringList(expected));
     }
 
     void forgettingRemovesUnpairedLightsFromBlueZ()
@@ -419,8 +412,9 @@ private slots:
         m_ble->connectToDevice(kUserLight);
         QTRY_VERIFY_WITH_TIMEOUT(m_bluez.calls(adapter).contains(QStringLiteral("StartDiscovery")), 10000);
         // In range again: it is connected as soon as it is heard.
-        QVERIFY(m_bluez.mock(QStringLiteral("AddDevice"), {QStringLiteral("hci0"), kUserLight, QStringLiteral("BRV-CL60 U")}));
-        QTRY_VERIFY_WITH_TIMEOUT(m_bluez.calls(BluezStandIn::devicePath(kUserLight)).contains(QStringLiteral("Connect")), 10000);
+        QVERIFY(m_bluez.addDevice(kUserLight, QStringLiteral("BRV-CL60 U")));
+        QTRY_VERIFY_WITH_TIMEOUT(m_bluez.calls(BluezStandIn::devicePath(kUserLight)).contains(QStringLiteral("Connect")),
+                                 10000);
         QCOMPARE(disconnected.size(), 0);
     }
 
