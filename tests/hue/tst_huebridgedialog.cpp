@@ -26,7 +26,6 @@
 namespace {
 
 const QString kLight = QStringLiteral("7b2e9d40-1c5a-4e83-b6f2-2d3e4f5a6b02"); // the fake's ambiance lamp
-const int kInterval = 300;
 const int kPairInterval = 500; // room for the link button press between two requests
 
 QSettings hueSettings()
@@ -48,22 +47,207 @@ class TestHueBridgeDialog : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
+    void initTestCase()
+    {
+        m_home = std::make_unique<TestHome>();
+        QVERIFY(m_home->isValid());
+        QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path()));
+        SimLights::select("[]", false); // no Bluetooth lights
+        QVERIFY(std::dynamic_pointer_cast<HueDeviceMgr>(DeviceMgrSingleton::instance()->getDeviceMgrByProtocol(2001)));
+    }
 
-    void eachBridgeListedOnce();
-    void pairingAfterTheButtonIsPressed_data();
-    void pairingAfterTheButtonIsPressed();
-    void givingUpAfterTwelveRequests();
-    void rePairingTheBridgeOfAKnownLight();
-    void scanWindowOpensThePairingDialog();
+    void init()
+    {
+        // A bridge on a fresh address per case: the client keeps what it paired for the process's life.
+        // (The next one when another process holds the address.)
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            m_address = ownLoopbackAddress(m_nextHost);
+            // And its own id: the same id at a new address would be the paired bridge having moved.
+            m_bridgeId = QStringLiteral("ecb5fafffe2d4e%1").arg(m_nextHost++, 2, 16, QLatin1Char('0'));
+            // It gives no client key with the pairing, which stands without one.
+            const QStringList arguments{QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId,
+                                        QStringLiteral("--no-clientkey")};
+            if (m_fake.start(m_home->path(), arguments))
+                break;
+        }
+        QVERIFY(m_fake.isRunning());
+        qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("http://%1/discovery").arg(m_address).toUtf8());
+        allowDiscovery();
+    }
+
+    void cleanup()
+    {
+        m_fake.kill();
+    }
+
+    void givingUpAfterTwelveRequests()
+    {
+        HueBridgeDialog dialog;
+        QCOMPARE(dialog.retryInterval(), 5000); // so the twelfth request leaves at 60 s, failure at 65 s
+        dialog.setRetryInterval(kPairInterval);
+        QVERIFY(discover(dialog));
+        list(dialog)->item(0)->setSelected(true);
+        QElapsedTimer clock;
+        QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_pair")), Qt::LeftButton);
+        clock.start();
+        QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
+        auto *blink = dialog.findChild<PairLabel *>(QStringLiteral("label_pair_gif"));
+        QVERIFY(blink->isBlinking());
+        QCOMPARE(pairingRequests(), 0); // the first request leaves one interval after the press
+
+        QVERIFY(m_fake.waitForRequests(12, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
+        QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
+        QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::FailedPage; }, 5000));
+        QVERIFY2(clock.elapsed() >= 13 * kPairInterval - 100, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(pairingRequests(), 12);
+        QVERIFY(!blink->isBlinking());
+        QCOMPARE(list(dialog)->count(), 1); // still there to try again
+        QVERIFY(!hueSettings().contains(bridgeKey()));
+
+        // "重试" starts over with twelve requests at the same pace; the button is pressed after the eleventh,
+        // and another bridge is selected while it pairs.
+        Bridge other;
+        other.id = QStringLiteral("001788fffe000009");
+        other.ip = QStringLiteral("192.0.2.9");
+        dialog.onDiscoverBridge({other});
+        QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_retry")), Qt::LeftButton);
+        clock.restart();
+        QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
+        QCOMPARE(dialog.remainingAttempts(), 12);
+        QVERIFY(m_fake.waitForRequests(23, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
+        QVERIFY2(clock.elapsed() >= 11 * kPairInterval - 100, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
+        list(dialog)->item(1)->setSelected(true);
+        QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
+        QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 20000));
+        QCOMPARE(pairingRequests(), 24);
+        QVERIFY(!blink->isBlinking());
+        QCOMPARE(dialog.remainingAttempts(), 0);
+        QVERIFY(hueSettings().contains(bridgeKey()));
+        // The paired bridge leaves the list and is not offered again.
+        QCOMPARE(list(dialog)->count(), 1);
+        QCOMPARE(list(dialog)->item(0)->text(), other.id);
+        allowDiscovery();
+        dialog.discoverBridges();
+        QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), QStringLiteral("/discovery")));
+        QTest::qWait(3 * kPairInterval);
+        QVERIFY(list(dialog)->findItems(m_bridgeId, Qt::MatchExactly).isEmpty());
+        QCOMPARE(pairingRequests(), 24); // the retries stopped
+    }
+
+    void rePairingTheBridgeOfAKnownLight()
+    {
+        DeviceMgr *mgr = DeviceMgrSingleton::instance();
+        const auto hue = std::dynamic_pointer_cast<HueDeviceMgr>(mgr->getDeviceMgrByProtocol(2001));
+        QSignalSpy offered(hue->hueBridge().get(), &HueBridge::discover2);
+        HueBridgeDialog dialog;
+        dialog.setRetryInterval(kPairInterval);
+        Bridge listed;
+        listed.id = QStringLiteral("001788fffe000003");
+        listed.ip = QStringLiteral("192.0.2.8");
+        dialog.onDiscoverBridge({listed});
+        QVERIFY(!dialog.isRepairMode());
+
+        // A stored lamp whose bridge is not paired: reconnecting it finds the bridge and offers it.
+        DevData lamp;
+        lamp.addr = m_address + QLatin1Char('/') + m_bridgeId + QLatin1Char('/') + kLight;
+        lamp.name = QStringLiteral("Desk lamp");
+        lamp.protocol = 2001;
+        mgr->addDev(lamp);
+        QVERIFY(mgr->reconnectDevice(lamp.addr));
+        QVERIFY(waitUntil([&]() { return dialog.isRepairMode(); }, 15000));
+        QCOMPARE(list(dialog)->count(), 1);
+        QCOMPARE(list(dialog)->item(0)->text(), m_bridgeId);
+        QCOMPARE(list(dialog)->item(0)->data(Qt::UserRole + 1).toString(), kLight);
+        // Known now: offered again at once, without asking the discovery service again.
+        QVERIFY(mgr->reconnectDevice(lamp.addr));
+        QCOMPARE(offered.size(), 2);
+        QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 1);
+
+        QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
+        list(dialog)->item(0)->setSelected(true);
+        dialog.onPairBridge();
+        QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 10000));
+        QCOMPARE(list(dialog)->count(), 0);
+        const QString key = hueSettings().value(bridgeKey()).toString();
+        QVERIFY2(key.endsWith(QLatin1Char('/')) && key.size() == 41, qPrintable(key));
+        // The pairing is followed by that one lamp's state, not by the bridge's whole light list.
+        const QString lampPath = QStringLiteral("/clip/v2/resource/light/") + kLight;
+        QVERIFY(m_fake.waitForRequests(1, QStringLiteral("GET"), lampPath));
+        QVERIFY(waitUntil([&]() { return mgr->store()->findDev(lamp.addr)->linkState == 1; }, 10000));
+        QCOMPARE(mgr->store()->findDev(lamp.addr)->temperature, 4200); // 233 mirek
+        QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/clip/v2/resource/light")).size(), 0);
+
+        // The bridge forgets the key (a reset bridge knows no application): the lamp goes offline and
+        // the dialog offers this bridge again, once in the run however often the bridge refuses.
+        dialog.hide();
+        m_fake.kill();
+        QVERIFY(m_fake.start(m_home->path(),
+                             {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}));
+        mgr->connectToDevice(lamp.addr);
+        QVERIFY(waitUntil([&]() { return dialog.isVisible() && mgr->store()->findDev(lamp.addr)->linkState == 0; }, 15000));
+        QVERIFY(dialog.isRepairMode());
+        QCOMPARE(list(dialog)->count(), 1);
+        QVERIFY(list(dialog)->item(0)->isSelected());
+        QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::SelectedPage));
+        dialog.hide();
+        mgr->connectToDevice(lamp.addr);
+        QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), lampPath));
+        QTest::qWait(300);
+        QVERIFY(!dialog.isVisible());
+        mgr->delDev(defaultGroupUuid(), lamp.addr);
+    }
+
+    void scanWindowOpensThePairingDialog()
+    {
+        // A scan's own discovery finds the bridge but does not open the dialog by itself.
+        allowDiscovery();
+        ScanWidget scan;
+        scan.move(100, 80);
+        scan.show();
+        HueBridgeDialog *dialog = scan.hueBridgeDialog();
+        QVERIFY(waitUntil([&]() { return list(*dialog)->count() == 1; }, 15000));
+        QVERIFY(!dialog->isVisible());
+
+        // The Hue button does, beside the scan window; the bridge reported again is listed once.
+        allowDiscovery();
+        QTest::mouseClick(scan.hueButton(), Qt::LeftButton);
+        QVERIFY(dialog->isVisible());
+        QCOMPARE(dialog->x(), scan.x() + scan.width());
+        QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), QStringLiteral("/discovery")));
+        QVERIFY(waitUntil([&]() { return list(*dialog)->count() == 1; }, 15000));
+
+        // And once more together with another bridge, twice.
+        Bridge other;
+        other.id = QStringLiteral("001788fffe000002");
+        other.ip = QStringLiteral("192.0.2.7");
+        const Bridge fake = list(*dialog)->item(0)->data(Qt::UserRole).value<Bridge>();
+        dialog->onDiscoverBridge({fake, other, other});
+        QCOMPARE(list(*dialog)->count(), 2);
+        QCOMPARE(list(*dialog)->item(0)->text(), m_bridgeId);
+        QCOMPARE(list(*dialog)->item(1)->text(), other.id);
+        list(*dialog)->item(1)->setSelected(true);
+        QCOMPARE(dialog->currentPage(), int(HueBridgeDialog::SelectedPage));
+        list(*dialog)->clearSelection();
+        QCOMPARE(dialog->currentPage(), int(HueBridgeDialog::SelectPage));
+
+        scan.close();
+        QVERIFY(!dialog->isVisible());
+    }
 
 private:
     int pairingRequests() const { return m_fake.requests(QStringLiteral("POST"), QStringLiteral("/api")).size(); }
-    QListWidget *list(HueBridgeDialog &dialog) const { return dialog.findChild<QListWidget *>(QStringLiteral("listWidget")); }
+    QListWidget *list(HueBridgeDialog &d) const { return d.findChild<QListWidget *>(QStringLiteral("listWidget")); }
     // Discovery through the real client; true once the dialog lists the fake bridge.
-    bool discover(HueBridgeDialog &dialog);
+    bool discover(HueBridgeDialog &dialog)
+    {
+        dialog.discoverBridges();
+        return waitUntil([&]() {
+            const QList<QListWidgetItem *> found = list(dialog)->findItems(m_bridgeId, Qt::MatchExactly);
+            return found.size() == 1 && found.first()->data(Qt::UserRole).value<Bridge>().ip == m_address;
+        }, 15000);
+    }
+
     QString bridgeKey() const { return QStringLiteral("bridge/") + m_address + QLatin1Char('/') + m_bridgeId; }
 
     std::unique_ptr<TestHome> m_home;
@@ -72,236 +256,6 @@ private:
     QString m_bridgeId;
     int m_nextHost = 200;
 };
-
-void TestHueBridgeDialog::initTestCase()
-{
-    m_home = std::make_unique<TestHome>();
-    QVERIFY(m_home->isValid());
-    QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path()));
-    SimLights::select("[]", false); // no Bluetooth lights
-    QVERIFY(std::dynamic_pointer_cast<HueDeviceMgr>(DeviceMgrSingleton::instance()->getDeviceMgrByProtocol(2001)));
-}
-
-void TestHueBridgeDialog::init()
-{
-    // A bridge on a fresh address per case: the client keeps what it paired for the process's life.
-    // (The next one when another process holds the address.)
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        m_address = ownLoopbackAddress(m_nextHost);
-        // And its own id: the same id at a new address would be the paired bridge having moved.
-        m_bridgeId = QStringLiteral("ecb5fafffe2d4e%1").arg(m_nextHost++, 2, 16, QLatin1Char('0'));
-        if (m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}))
-            break;
-    }
-    QVERIFY(m_fake.isRunning());
-    qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("http://%1/discovery").arg(m_address).toUtf8());
-    allowDiscovery();
-}
-
-void TestHueBridgeDialog::cleanup()
-{
-    m_fake.kill();
-}
-
-bool TestHueBridgeDialog::discover(HueBridgeDialog &dialog)
-{
-    dialog.discoverBridges();
-    return waitUntil([&]() {
-        const QList<QListWidgetItem *> found = list(dialog)->findItems(m_bridgeId, Qt::MatchExactly);
-        return found.size() == 1 && found.first()->data(Qt::UserRole).value<Bridge>().ip == m_address;
-    }, 15000);
-}
-
-void TestHueBridgeDialog::eachBridgeListedOnce()
-{
-    HueBridgeDialog dialog;
-    QVERIFY(!dialog.isVisible());
-    QVERIFY(discover(dialog));
-    QVERIFY(dialog.isVisible());
-
-    // Reported again by the service, and once more together with another bridge.
-    allowDiscovery();
-    dialog.discoverBridges();
-    QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), QStringLiteral("/discovery")));
-    QTest::qWait(300);
-    Bridge other;
-    other.id = QStringLiteral("001788fffe000002");
-    other.ip = QStringLiteral("192.0.2.7");
-    const Bridge fake = list(dialog)->item(0)->data(Qt::UserRole).value<Bridge>();
-    dialog.onDiscoverBridge({fake, other, other});
-    QCOMPARE(list(dialog)->count(), 2);
-    QCOMPARE(list(dialog)->item(0)->text(), m_bridgeId);
-    QCOMPARE(list(dialog)->item(1)->text(), other.id);
-
-    list(dialog)->item(1)->setSelected(true);
-    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::SelectedPage));
-    list(dialog)->clearSelection();
-    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::SelectPage));
-}
-
-void TestHueBridgeDialog::pairingAfterTheButtonIsPressed_data()
-{
-    QTest::addColumn<int>("pressAfter"); // requests refused before the link button is pressed
-    QTest::newRow("before the first request") << 0;
-    QTest::newRow("after the eleventh request") << 11;
-}
-
-void TestHueBridgeDialog::pairingAfterTheButtonIsPressed()
-{
-    QFETCH(int, pressAfter);
-    HueBridgeDialog dialog;
-    dialog.setRetryInterval(kPairInterval);
-    QVERIFY(discover(dialog));
-    list(dialog)->item(0)->setSelected(true);
-    if (pressAfter == 0)
-        QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
-    QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_pair")), Qt::LeftButton);
-    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
-    auto *blink = dialog.findChild<PairLabel *>(QStringLiteral("label_pair_gif"));
-    QVERIFY(blink->isBlinking());
-    QCOMPARE(pairingRequests(), 0); // the first request leaves one interval after the press
-
-    if (pressAfter > 0) {
-        QVERIFY(m_fake.waitForRequests(pressAfter, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
-        QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
-        QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
-    }
-    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 20000));
-    QCOMPARE(pairingRequests(), pressAfter + 1);
-    QVERIFY(!blink->isBlinking());
-    QCOMPARE(dialog.remainingAttempts(), 0);
-    QVERIFY(hueSettings().contains(bridgeKey()));
-    // The paired bridge leaves the list and is not offered again.
-    QCOMPARE(list(dialog)->count(), 0);
-    allowDiscovery();
-    dialog.discoverBridges();
-    QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), QStringLiteral("/discovery")));
-    QTest::qWait(3 * kPairInterval);
-    QCOMPARE(list(dialog)->count(), 0);
-    QCOMPARE(pairingRequests(), pressAfter + 1); // the retries stopped
-}
-
-void TestHueBridgeDialog::givingUpAfterTwelveRequests()
-{
-    HueBridgeDialog dialog;
-    QCOMPARE(dialog.retryInterval(), 5000); // so the twelfth request leaves at 60 s, failure at 65 s
-    dialog.setRetryInterval(kInterval);
-    QVERIFY(discover(dialog));
-    list(dialog)->item(0)->setSelected(true);
-    QElapsedTimer clock;
-    dialog.onPairBridge();
-    clock.start();
-
-    QVERIFY(m_fake.waitForRequests(12, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
-    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
-    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::FailedPage; }, 5000));
-    QVERIFY2(clock.elapsed() >= 13 * kInterval - 100, qPrintable(QString::number(clock.elapsed())));
-    QCOMPARE(pairingRequests(), 12);
-    QVERIFY(!dialog.findChild<PairLabel *>(QStringLiteral("label_pair_gif"))->isBlinking());
-    QCOMPARE(list(dialog)->count(), 1); // still there to try again
-    QVERIFY(!hueSettings().contains(bridgeKey()));
-
-    // "重试" starts over with one handler whatever the number of presses: twelve requests again.
-    QPushButton *retry = dialog.findChild<QPushButton *>(QStringLiteral("pushButton_retry"));
-    QTest::mouseClick(retry, Qt::LeftButton);
-    clock.restart();
-    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::FailedPage; }, 20000));
-    QVERIFY2(clock.elapsed() >= 13 * kInterval - 100, qPrintable(QString::number(clock.elapsed())));
-    QCOMPARE(pairingRequests(), 24);
-
-    // This time the button is pressed in time, and another bridge is selected while it pairs.
-    Bridge other;
-    other.id = QStringLiteral("001788fffe000009");
-    other.ip = QStringLiteral("192.0.2.9");
-    dialog.onDiscoverBridge({other});
-    QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
-    QTest::mouseClick(retry, Qt::LeftButton);
-    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
-    QCOMPARE(dialog.remainingAttempts(), 12);
-    list(dialog)->item(1)->setSelected(true);
-    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 10000));
-    QVERIFY(hueSettings().contains(bridgeKey()));
-    QCOMPARE(pairingRequests(), 25);
-    QCOMPARE(list(dialog)->count(), 1);
-    QCOMPARE(list(dialog)->item(0)->text(), other.id);
-}
-
-void TestHueBridgeDialog::rePairingTheBridgeOfAKnownLight()
-{
-    DeviceMgr *mgr = DeviceMgrSingleton::instance();
-    HueBridgeDialog dialog;
-    dialog.setRetryInterval(kInterval);
-    Bridge listed;
-    listed.id = QStringLiteral("001788fffe000003");
-    listed.ip = QStringLiteral("192.0.2.8");
-    dialog.onDiscoverBridge({listed});
-    QVERIFY(!dialog.isRepairMode());
-
-    // A stored lamp whose bridge is not paired: reconnecting it finds the bridge and offers it.
-    DevData lamp;
-    lamp.addr = m_address + QLatin1Char('/') + m_bridgeId + QLatin1Char('/') + kLight;
-    lamp.name = QStringLiteral("Desk lamp");
-    lamp.protocol = 2001;
-    mgr->addDev(lamp);
-    QVERIFY(mgr->reconnectDevice(lamp.addr));
-    QVERIFY(waitUntil([&]() { return dialog.isRepairMode(); }, 15000));
-    QCOMPARE(list(dialog)->count(), 1);
-    QCOMPARE(list(dialog)->item(0)->text(), m_bridgeId);
-    QCOMPARE(list(dialog)->item(0)->data(Qt::UserRole + 1).toString(), kLight);
-
-    QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
-    list(dialog)->item(0)->setSelected(true);
-    dialog.onPairBridge();
-    QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 10000));
-    QCOMPARE(list(dialog)->count(), 0);
-    // The pairing is followed by that one lamp's state, not by the bridge's whole light list.
-    const QString lampPath = QStringLiteral("/clip/v2/resource/light/") + kLight;
-    QVERIFY(m_fake.waitForRequests(1, QStringLiteral("GET"), lampPath));
-    QVERIFY(waitUntil([&]() { return mgr->store()->findDev(lamp.addr)->linkState == 1; }, 10000));
-    QCOMPARE(mgr->store()->findDev(lamp.addr)->temperature, 4200); // 233 mirek
-    QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/clip/v2/resource/light")).size(), 0);
-
-    // The bridge forgets the key (a reset bridge knows no application): the lamp goes offline and
-    // the dialog offers this bridge again, once in the run however often the bridge refuses.
-    dialog.hide();
-    m_fake.kill();
-    QVERIFY(m_fake.start(m_home->path(), {QStringLiteral("--address"), m_address, QStringLiteral("--bridge-id"), m_bridgeId}));
-    mgr->connectToDevice(lamp.addr);
-    QVERIFY(waitUntil([&]() { return dialog.isVisible() && mgr->store()->findDev(lamp.addr)->linkState == 0; }, 15000));
-    QVERIFY(dialog.isRepairMode());
-    QCOMPARE(list(dialog)->count(), 1);
-    QVERIFY(list(dialog)->item(0)->isSelected());
-    QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::SelectedPage));
-    dialog.hide();
-    mgr->connectToDevice(lamp.addr);
-    QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), lampPath));
-    QTest::qWait(300);
-    QVERIFY(!dialog.isVisible());
-    mgr->delDev(defaultGroupUuid(), lamp.addr);
-}
-
-void TestHueBridgeDialog::scanWindowOpensThePairingDialog()
-{
-    // A scan's own discovery finds the bridge but does not open the dialog by itself.
-    allowDiscovery();
-    ScanWidget scan;
-    scan.move(100, 80);
-    scan.show();
-    HueBridgeDialog *dialog = scan.hueBridgeDialog();
-    QCOMPARE(dialog->parentWidget(), &scan);
-    QVERIFY(waitUntil([&]() { return list(*dialog)->count() == 1; }, 15000));
-    QVERIFY(!dialog->isVisible());
-
-    allowDiscovery();
-    QTest::mouseClick(scan.hueButton(), Qt::LeftButton);
-    QVERIFY(dialog->isVisible());
-    QCOMPARE(dialog->x(), scan.x() + scan.width());
-    QVERIFY(waitUntil([&]() { return list(*dialog)->count() == 1; }, 15000));
-    QCOMPARE(list(*dialog)->item(0)->text(), m_bridgeId);
-
-    scan.close();
-    QVERIFY(!dialog->isVisible());
-}
 
 QTEST_MAIN(TestHueBridgeDialog)
 #include "tst_huebridgedialog.moc"

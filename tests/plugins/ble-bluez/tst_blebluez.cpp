@@ -11,7 +11,6 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDir>
 #include <QPluginLoader>
@@ -31,34 +30,6 @@ QByteArray profileJson(int type, const QByteArray &extra = QByteArray())
             + ", \"service\": \"FFE0\", \"writeCharacteristic\": \"FFE1\", \"notifyCharacteristic\": \"FFE2\""
             + extra + "}";
 }
-
-// A method of a stand-in object: name, in and out signature, Python code (a(ssss) on the bus).
-struct MockMethod
-{
-    QString name, in, out, code;
-};
-
-QDBusArgument &operator<<(QDBusArgument &arg, const MockMethod &method)
-{
-    arg.beginStructure();
-    arg << method.name << method.in << method.out << method.code;
-    arg.endStructure();
-    return arg;
-}
-
-const QDBusArgument &operator>>(const QDBusArgument &arg, MockMethod &method)
-{
-    arg.beginStructure();
-    arg >> method.name >> method.in >> method.out >> method.code;
-    arg.endStructure();
-    return arg;
-}
-
-} // namespace
-
-Q_DECLARE_METATYPE(MockMethod)
-
-namespace {
 
 // A stand-in for bluetoothd: python3-dbusmock's bluez5 template on a private bus that the plug-in
 // takes for the system bus. It starts without an adapter.
@@ -84,9 +55,6 @@ public:
         // No bluetoothd to ask for its version: use BlueZ's D-Bus GATT interface as on any
         // current system.
         qputenv("BLUETOOTH_FORCE_DBUS_LE_VERSION", "5.66");
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), QString::fromUtf8(address));
-        m_mock.setProcessEnvironment(env);
         m_mock.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         m_mock.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-m"), QStringLiteral("dbusmock"),
                                                           QStringLiteral("--system"), QStringLiteral("--template"),
@@ -104,9 +72,14 @@ public:
         message.setArguments(args);
         return QDBusConnection::systemBus().call(message, QDBus::Block, 10000);
     }
-    QDBusMessage mock(const QString &method, const QVariantList &args)
+    bool mock(const QString &method, const QVariantList &args)
     {
-        return call(QStringLiteral("/"), QStringLiteral("org.bluez.Mock"), method, args);
+        return call(QStringLiteral("/"), QStringLiteral("org.bluez.Mock"), method, args).type()
+            == QDBusMessage::ReplyMessage;
+    }
+    QDBusMessage mockObject(const QString &addr, const QString &method, const QVariantList &args = {})
+    {
+        return call(devicePath(addr), QStringLiteral("org.freedesktop.DBus.Mock"), method, args);
     }
 
     static QString devicePath(const QString &addr)
@@ -114,63 +87,39 @@ public:
         return QStringLiteral("/org/bluez/hci0/dev_") + QString(addr).replace(QLatin1Char(':'), QLatin1Char('_'));
     }
 
-    // A device in BlueZ's cache from an earlier discovery: no signal strength.
-    void addCachedDevice(const QString &addr, const QString &name)
+    // A device in range (a signal strength) or, with `rssi` 0, in BlueZ's cache from an earlier discovery.
+    bool addDevice(const QString &addr, const QString &name, qint16 rssi = -79)
     {
-        QVariantMap props{{QStringLiteral("Address"), addr}, {QStringLiteral("AddressType"), QStringLiteral("public")},
-                          {QStringLiteral("Name"), name}, {QStringLiteral("Alias"), name},
-                          {QStringLiteral("Class"), 0u}, {QStringLiteral("Paired"), false},
-                          {QStringLiteral("Connected"), false}, {QStringLiteral("UUIDs"), QStringList()},
-                          {QStringLiteral("Adapter"), QVariant::fromValue(QDBusObjectPath("/org/bluez/hci0"))}};
-        qDBusRegisterMetaType<MockMethod>();
-        qDBusRegisterMetaType<QList<MockMethod>>();
-        call(QStringLiteral("/"), QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("AddObject"),
-             {devicePath(addr), QStringLiteral("org.bluez.Device1"), props, QVariant::fromValue(QList<MockMethod>())});
+        return mock(QStringLiteral("AddDevice"), {QStringLiteral("hci0"), addr, name})
+            && advertise(addr, {{QStringLiteral("RSSI"), QVariant::fromValue<qint16>(rssi)}});
     }
 
     // The device is heard: a fresh signal strength (and whatever else it advertises).
-    QDBusMessage advertise(const QString &addr, QVariantMap props = {})
+    bool advertise(const QString &addr, QVariantMap props = {})
     {
-        props.insert(QStringLiteral("RSSI"), QVariant::fromValue<qint16>(-55));
-        const QString mockIface = QStringLiteral("org.freedesktop.DBus.Mock");
-        const QDBusMessage updated = call(devicePath(addr), mockIface, QStringLiteral("UpdateProperties"),
-                                          {QStringLiteral("org.bluez.Device1"), props});
-        if (updated.type() == QDBusMessage::ReplyMessage)
-            return updated;
-        // The first signal strength of a cached device is a new property.
-        call(devicePath(addr), mockIface, QStringLiteral("AddProperties"), {QStringLiteral("org.bluez.Device1"), props});
-        return call(devicePath(addr), mockIface, QStringLiteral("EmitSignal"),
-                    {QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("PropertiesChanged"),
-                     QStringLiteral("sa{sv}as"),
-                     QVariantList{QStringLiteral("org.bluez.Device1"), props, QStringList()}});
+        if (!props.contains(QStringLiteral("RSSI")))
+            props.insert(QStringLiteral("RSSI"), QVariant::fromValue<qint16>(-55));
+        return mockObject(addr, QStringLiteral("UpdateProperties"), {QStringLiteral("org.bluez.Device1"), props}).type()
+            == QDBusMessage::ReplyMessage;
     }
 
-    // The names of the calls a stand-in object received, in order.
+    // The names of the calls an object received, in order; none when there is no such object.
     QStringList calls(const QString &path)
     {
         const QDBusMessage reply = call(path, QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("GetCalls"));
+        QString text;
+        QDebug(&text) << reply; // the arguments as "[Argument: a(tsav) {[Argument: (tsav) <time>, "<name>", ...
         QStringList names;
-        if (reply.arguments().isEmpty())
-            return names;
-        const QDBusArgument list = reply.arguments().first().value<QDBusArgument>();
-        list.beginArray();
-        while (!list.atEnd()) {
-            quint64 time = 0;
-            QString method;
-            QVariantList args;
-            list.beginStructure();
-            list >> time >> method >> args;
-            list.endStructure();
-            names << method;
-        }
-        list.endArray();
+        const QRegularExpression name(QStringLiteral("\\(tsav\\) \\d+, \"(\\w+)\""));
+        for (const QRegularExpressionMatch &match : name.globalMatch(text))
+            names << match.captured(1);
         return names;
     }
 
-    bool exists(const QString &path)
+    bool exists(const QString &addr)
     {
-        return call(path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"),
-                    {QStringLiteral("org.bluez.Device1")}).type() == QDBusMessage::ReplyMessage;
+        return call(devicePath(addr), QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("GetCalls")).type()
+            == QDBusMessage::ReplyMessage;
     }
 
 private:
@@ -183,7 +132,6 @@ const QString kCached = QStringLiteral("C4:7F:0E:00:00:02");
 const QString kUserLight = QStringLiteral("C4:7F:0E:00:00:03");
 const QString kStranger = QStringLiteral("C4:7F:0E:00:00:04");
 const QString kNeverHeard = QStringLiteral("C4:7F:0E:00:00:05");
-constexpr int BleBluezPluginScanMs = 10000;
 
 } // namespace
 
@@ -203,10 +151,8 @@ private slots:
                           "{\"profiles\": [{\"name\": \"user's pocket light\", \"protocolType\": 2,"
                           " \"namePrefixes\": [\"BRV-CL60 U\"]}]}"));
         m_loader.setFileName(QDir(QStringLiteral(BRIVON_BIN_DIR)).filePath(QStringLiteral("BrivonQXBleDLL")));
-        QObject *instance = m_loader.instance();
-        QVERIFY2(instance, qPrintable(m_loader.errorString()));
-        m_ble = qobject_cast<BrivonQXBleInterface *>(instance);
-        QVERIFY(m_ble);
+        m_ble = qobject_cast<BrivonQXBleInterface *>(m_loader.instance());
+        QVERIFY2(m_ble, qPrintable(m_loader.errorString()));
     }
 
     void cleanupTestCase()
@@ -220,7 +166,6 @@ private slots:
         QTest::addColumn<QString>("name");
         QTest::addColumn<int>("expected");
 
-        QTest::newRow("prefix") << "BRV-CL60 1234" << 1;
         QTest::newRow("prefix ignores case") << "brv-cl60" << 1;
         QTest::newRow("earlier profile wins over a shorter prefix") << "BRV-RGBW2" << 7;
         QTest::newRow("pattern") << "BP120-0A1F" << 1001;
@@ -228,28 +173,36 @@ private slots:
         QTest::newRow("pattern is case-sensitive") << "bp120-0a1f" << -1;
         QTest::newRow("prefix not at start") << "X BRV-CL" << -1;
         QTest::newRow("padding is dropped") << QString(QStringLiteral("  BRV-PRO 7") + QString(3, QChar(u'\0'))) << 1001;
-        QTest::newRow("empty") << "" << -1;
         QTest::newRow("huge name with prefix") << "BRV-RGB" + QString(100000, QLatin1Char('x')) << 2;
     }
 
-    void nameMatching();
+    // Against the shipped table, which must also load without a problem and cover every light protocol.
+    void nameMatching()
+    {
+        QFETCH(QString, name);
+        BleProfiles profiles;
+        QVERIFY(profiles.loadFile(QStringLiteral(BRIVON_SOURCE_DIR "/data/ble-profiles.json")));
+        QVERIFY2(profiles.problems().isEmpty(), qPrintable(profiles.problems().join(QLatin1Char('\n'))));
+        QSet<int> types;
+        for (const BleProfile &profile : profiles.profiles())
+            types.insert(profile.protocolType);
+        QCOMPARE(types, (QSet<int>{1, 2, 3, 5, 6, 7, 162, 163, 1001}));
+        const BleProfile *profile = profiles.match(name);
+        QTEST(profile ? profile->protocolType : -1, "expected");
+    }
+
     void uuidText_data()
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected"); // empty: rejected
 
         const QString base = QStringLiteral("{0000ffe0-0000-1000-8000-00805f9b34fb}");
-        QTest::newRow("16-bit") << "FFE0" << base;
         QTest::newRow("16-bit lower case with 0x") << "0xffe0" << base;
         QTest::newRow("32-bit") << "0000FFE0" << base;
-        QTest::newRow("128-bit") << "0000FFE0-0000-1000-8000-00805F9B34FB" << base;
-        QTest::newRow("128-bit in braces") << base << base;
-        QTest::newRow("custom 128-bit") << "7b3a0001-4c1d-4f6e-9a52-b1e0c0d5a1f0" << "{7b3a0001-4c1d-4f6e-9a52-b1e0c0d5a1f0}";
-        QTest::newRow("empty") << "" << "";
+        QTest::newRow("128-bit in braces") << "{0000FFE0-0000-1000-8000-00805F9B34FB}" << base;
         QTest::newRow("not hex") << "FFG0" << "";
         QTest::newRow("signed") << "+FE0" << "";
         QTest::newRow("zero") << "0000" << "";
-        QTest::newRow("128-bit zero") << "00000000-0000-0000-0000-000000000000" << "";
         QTest::newRow("128-bit bad digit") << "0000FFE0-0000-1000-8000-00805F9B34FZ" << "";
         QTest::newRow("128-bit without dashes") << "0000FFE000001000800000805F9B34FB" << "";
     }
@@ -257,31 +210,29 @@ private slots:
     void uuidText()
     {
         QFETCH(QString, text);
-        QFETCH(QString, expected);
         const QBluetoothUuid uuid = BleProfiles::parseUuid(text);
-        QCOMPARE(uuid.isNull() ? QString() : uuid.toString(), expected);
+        QTEST(uuid.isNull() ? QString() : uuid.toString(), "expected");
     }
 
     void badEntriesAreSkipped_data()
     {
         QTest::addColumn<QByteArray>("entry");
 
+        const QByteArray one = profileJson(1);
         QTest::newRow("not an object") << QByteArray("[1]");
         QTest::newRow("protocol type 4") << profileJson(4);
-        QTest::newRow("protocol type 2001") << profileJson(2001);
-        QTest::newRow("protocol type as text") << profileJson(1).replace("\"protocolType\": 1", "\"protocolType\": \"1\"");
-        QTest::newRow("protocol type fraction") << profileJson(1).replace("\"protocolType\": 1", "\"protocolType\": 1.5");
-        QTest::newRow("no name rule") << profileJson(1).replace("\"namePrefixes\": [\"BRV-T1\"],", "");
-        QTest::newRow("prefixes not an array") << profileJson(1).replace("[\"BRV-T1\"]", "\"BRV-T1\"");
-        QTest::newRow("empty prefix claims everything") << profileJson(1).replace("[\"BRV-T1\"]", "[\"BRV-T1\", \" \"]");
+        QTest::newRow("protocol type as text") << QByteArray(one).replace("\"protocolType\": 1", "\"protocolType\": \"1\"");
+        QTest::newRow("protocol type fraction") << QByteArray(one).replace("\"protocolType\": 1", "\"protocolType\": 1.5");
+        QTest::newRow("no name rule") << QByteArray(one).replace("\"namePrefixes\": [\"BRV-T1\"],", "");
+        QTest::newRow("prefixes not an array") << QByteArray(one).replace("[\"BRV-T1\"]", "\"BRV-T1\"");
+        QTest::newRow("empty prefix claims everything") << QByteArray(one).replace("[\"BRV-T1\"]", "[\"BRV-T1\", \" \"]");
         QTest::newRow("pattern not a text") << profileJson(1, ", \"namePattern\": 5");
         QTest::newRow("pattern invalid") << profileJson(1, ", \"namePattern\": \"BRV-(\"");
-        QTest::newRow("service missing") << profileJson(1).replace("\"service\": \"FFE0\",", "");
-        QTest::newRow("write bad uuid") << profileJson(1).replace("\"FFE1\"", "\"FFE1-\"");
+        QTest::newRow("write bad uuid") << QByteArray(one).replace("\"FFE1\"", "\"FFE1-\"");
         QByteArray many = "[\"P0\"";
         for (int i = 1; i <= BleProfiles::MaxPrefixes; ++i)
             many += ", \"P" + QByteArray::number(i) + "\"";
-        QTest::newRow("too many prefixes") << profileJson(1).replace("[\"BRV-T1\"]", many + "]");
+        QTest::newRow("too many prefixes") << QByteArray(one).replace("[\"BRV-T1\"]", many + "]");
     }
 
     void badEntriesAreSkipped()
@@ -291,7 +242,8 @@ private slots:
         BleProfiles profiles;
         QVERIFY(profiles.parse("{\"profiles\": [" + profileJson(2) + ", " + entry + ", " + profileJson(1001) + "]}"));
         QCOMPARE(profiles.profiles().size(), 2);
-        QCOMPARE((QList<int>{profiles.profiles().at(0).protocolType, profiles.profiles().at(1).protocolType}), (QList<int>{2, 1001}));
+        QCOMPARE((QList<int>{profiles.profiles().at(0).protocolType, profiles.profiles().at(1).protocolType}),
+                 (QList<int>{2, 1001}));
         QCOMPARE(profiles.problems().size(), 1);
         QVERIFY(profiles.problems().first().startsWith(QLatin1String("profile 1 skipped")));
         QVERIFY(!profiles.match(QStringLiteral("BRV-T1")));
@@ -304,12 +256,11 @@ private slots:
         QTest::addColumn<bool>("loaded");
 
         QTest::newRow("missing file") << QByteArray() << false;
-        QTest::newRow("empty file") << QByteArray("") << false;
         QTest::newRow("truncated JSON") << "{\"profiles\": [" + profileJson(1) << false;
         QTest::newRow("top level array") << "[" + profileJson(1) + "]" << false;
         QTest::newRow("profiles not an array") << "{\"profiles\": " + profileJson(1) + "}" << false;
-        QTest::newRow("profiles missing") << QByteArray("{\"lights\": []}") << false;
-        QTest::newRow("too large") << "{\"profiles\": [], \"pad\": \"" + QByteArray(BleProfiles::MaxFileBytes, 'x') + "\"}" << false;
+        QTest::newRow("too large") << "{\"profiles\": [], \"pad\": \"" + QByteArray(BleProfiles::MaxFileBytes, 'x') + "\"}"
+                                   << false;
         QTest::newRow("empty list") << QByteArray("{\"profiles\": []}") << true;
     }
 
@@ -328,28 +279,18 @@ private slots:
         QCOMPARE(profiles.profiles().size(), 1);
         QCOMPARE(profiles.loadFile(path), loaded);
         QVERIFY(profiles.profiles().isEmpty());
-        QVERIFY(!profiles.match(QStringLiteral("BRV-T1")));
         QCOMPARE(profiles.problems().isEmpty(), loaded);
     }
 
-    void shippedTableIsComplete()
-    {
-        BleProfiles profiles;
-        QVERIFY(profiles.loadFile(QStringLiteral(BRIVON_SOURCE_DIR "/data/ble-profiles.json")));
-        QVERIFY2(profiles.problems().isEmpty(), qPrintable(profiles.problems().join(QLatin1Char('\n'))));
-        QSet<int> types;
-        for (const BleProfile &profile : profiles.profiles())
-            types.insert(profile.protocolType);
-        QCOMPARE(types, (QSet<int>{1, 2, 3, 5, 6, 7, 162, 163, 1001}));
-    }
-
-    void scanWithoutAdapterReportsTheAdapterError()
+    void withoutAdapterScansFailAndUnknownAddressesAreHarmless()
     {
         QVERIFY(QBluetoothLocalDevice::allDevices().isEmpty());
-
         QSignalSpy errors(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredErrorOccurred);
         QSignalSpy found(m_ble, &BrivonQXBleInterface::sigDeviceDiscovered);
         QSignalSpy finished(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredFinished);
+        QSignalSpy connected(m_ble, &BrivonQXBleInterface::sigDeviceConnected);
+        QSignalSpy disconnected(m_ble, &BrivonQXBleInterface::sigDeviceDisconnected);
+        QSignalSpy messages(m_ble, &BrivonQXBleInterface::sigMessageReceived);
         QList<QThread *> threads;
         connect(m_ble, &BrivonQXBleInterface::sigDeviceDiscoveredErrorOccurred, this,
                 [&threads] { threads << QThread::currentThread(); }, Qt::DirectConnection);
@@ -362,87 +303,59 @@ private slots:
                      QBluetoothDeviceDiscoveryAgent::InvalidBluetoothAdapterError);
             m_ble->stopScan();
         }
+        for (const QString &addr : {QStringLiteral("11:22:33:44:55:66"), QString(), QString(100000, QLatin1Char('A'))}) {
+            m_ble->connectToDevice(addr);
+            m_ble->writeData(addr, QByteArray::fromHex("ffa2013232aa"));
+            m_ble->writeData(addr, QByteArray());
+            QVERIFY(!m_ble->reconnectDevice(addr));
+            m_ble->removeDevice(addr);
+        }
         QTest::qWait(300);
         QCOMPARE(errors.size(), 2);
-        QCOMPARE(found.size(), 0);
-        QCOMPARE(finished.size(), 0);
+        QCOMPARE(found.size() + finished.size() + connected.size() + disconnected.size() + messages.size(), 0);
         QCOMPARE(threads, (QList<QThread *>{thread(), thread()}));
-    }
-
-    void linkWithoutAdapterFailsOnce_data()
-    {
-        QTest::addColumn<bool>("closeFirst");
-        QTest::newRow("loss is reported") << false;
-        QTest::newRow("closed by the owner before the report") << true;
     }
 
     void linkWithoutAdapterFailsOnce()
     {
-        QFETCH(bool, closeFirst);
-
         BleProfiles profiles;
         QVERIFY(profiles.parse("{\"profiles\": [" + profileJson(2) + "]}"));
         const QString addr = QStringLiteral("11:22:33:44:55:66");
         QBluetoothDeviceInfo info(QBluetoothAddress(addr), QStringLiteral("BRV-T2"), 0);
         info.setCoreConfigurations(QBluetoothDeviceInfo::LowEnergyCoreConfiguration);
+        // The second one is closed by its owner before the loss would be reported.
         BleLink link(addr, info, profiles.profiles().first());
+        BleLink closed(addr, info, profiles.profiles().first());
         QSignalSpy lost(&link, &BleLink::lost);
+        QSignalSpy closedLost(&closed, &BleLink::lost);
         QSignalSpy ready(&link, &BleLink::ready);
-
-        QVERIFY(!link.start());
+        for (BleLink *each : {&link, &closed}) {
+            QVERIFY(!each->start());
+            each->write(QByteArray::fromHex("ffa2013232aa"));
+        }
         // The owner may delete the link on loss, so the report never comes from inside start().
-        QCOMPARE(lost.size(), 0);
-        link.write(QByteArray::fromHex("ffa2013232aa"));
-        if (closeFirst)
-            link.close();
-        QVERIFY(!link.start()); // a failed link stays dead; a new attempt is a new link
+        QCOMPARE(lost.size() + closedLost.size(), 0);
+        closed.close();
+        for (BleLink *each : {&link, &closed})
+            QVERIFY(!each->start()); // a failed link stays dead; a new attempt is a new link
         QTest::qWait(200);
-
-        QCOMPARE(lost.size(), closeFirst ? 0 : 1);
-        if (!closeFirst)
-            QCOMPARE(lost.first().first().toString(), addr);
+        QCOMPARE(lost.size(), 1);
+        QCOMPARE(lost.first().first().toString(), addr);
+        QCOMPARE(closedLost.size(), 0);
         QCOMPARE(ready.size(), 0);
         QVERIFY(!link.isReady());
-    }
-
-    void unknownAddressesAreHarmless_data()
-    {
-        QTest::addColumn<QString>("addr");
-        QTest::newRow("well-formed") << "11:22:33:44:55:66";
-        QTest::newRow("empty") << "";
-        QTest::newRow("huge") << QString(100000, QLatin1Char('A'));
-    }
-
-    void unknownAddressesAreHarmless()
-    {
-        QFETCH(QString, addr);
-        QSignalSpy connected(m_ble, &BrivonQXBleInterface::sigDeviceConnected);
-        QSignalSpy disconnected(m_ble, &BrivonQXBleInterface::sigDeviceDisconnected);
-        QSignalSpy messages(m_ble, &BrivonQXBleInterface::sigMessageReceived);
-
-        m_ble->connectToDevice(addr);
-        m_ble->writeData(addr, QByteArray::fromHex("ffa2013232aa"));
-        m_ble->writeData(addr, QByteArray());
-        QVERIFY(!m_ble->reconnectDevice(addr));
-        m_ble->removeDevice(addr);
-        m_ble->stopScan();
-        QTest::qWait(100);
-        QCOMPARE(connected.size(), 0);
-        QCOMPARE(disconnected.size(), 0);
-        QCOMPARE(messages.size(), 0);
     }
 
     // ---- against the BlueZ stand-in, now with an adapter
     void scanReportsOnlyLightsHeardNow()
     {
-        QVERIFY(m_bluez.mock(QStringLiteral("AddAdapter"), {QStringLiteral("hci0"), QStringLiteral("desk")}).type()
-                == QDBusMessage::ReplyMessage);
+        QVERIFY(m_bluez.mock(QStringLiteral("AddAdapter"), {QStringLiteral("hci0"), QStringLiteral("desk")}));
         // Heard before the scan starts (a signal strength), in the cache only, and not a light.
-        m_bluez.mock(QStringLiteral("AddDevice"), {QStringLiteral("hci0"), kHeard, QStringLiteral("BRV-RGB 1")});
-        m_bluez.addCachedDevice(kCached, QStringLiteral("BRV-PL 2"));
-        m_bluez.addCachedDevice(kUserLight, QStringLiteral("BRV-CL60 U"));
-        m_bluez.addCachedDevice(kStranger, QStringLiteral("Phone of Alex"));
-        m_bluez.addCachedDevice(kNeverHeard, QStringLiteral("BRV-TB 3"));
+        QVERIFY(m_bluez.addDevice(kHeard, QStringLiteral("BRV-RGB 1")));
+        QVERIFY(m_bluez.addDevice(kCached, QStringLiteral("BRV-PL 2"), 0));
+        QVERIFY(m_bluez.addDevice(kUserLight, QStringLiteral("BRV-CL60 U"), 0));
+        QVERIFY(m_bluez.addDevice(kStranger, QStringLiteral("Phone of Alex"), 0));
+        QVERIFY(m_bluez.addDevice(kNeverHeard, QStringLiteral("BRV-TB 3"), 0));
 
         LogCapture log(true);
         QSignalSpy found(m_ble, &BrivonQXBleInterface::sigDeviceDiscovered);
@@ -453,14 +366,14 @@ private slots:
         QCOMPARE(found.at(0).at(0).toInt(), 2);
 
         // Cached devices come in only when they are heard.
-        const QDBusMessage heard = m_bluez.advertise(kCached);
-        QVERIFY2(heard.type() == QDBusMessage::ReplyMessage, qPrintable(heard.errorMessage()));
-        QVERIFY(m_bluez.advertise(kUserLight).type() == QDBusMessage::ReplyMessage);
-        const QVariantMap uuids{{QStringLiteral("UUIDs"), QStringList{QStringLiteral("0000fe95-0000-1000-8000-00805f9b34fb")}}};
+        QVERIFY(m_bluez.advertise(kCached));
+        QVERIFY(m_bluez.advertise(kUserLight));
+        const QString uuid = QStringLiteral("0000fe95-0000-1000-8000-00805f9b34fb");
+        const QVariantMap uuids{{QStringLiteral("UUIDs"), QStringList{uuid}}};
         m_bluez.advertise(kStranger, uuids);
         m_bluez.advertise(kStranger, uuids);
         QTRY_COMPARE_WITH_TIMEOUT(found.size(), 3, 10000);
-        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, BleBluezPluginScanMs + 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000); // the scan lasts 10 s
         QMap<QString, int> types;
         for (const QList<QVariant> &args : std::as_const(found))
             types.insert(args.at(1).toString(), args.at(0).toInt());
@@ -469,23 +382,23 @@ private slots:
 
         // A device without a profile is logged once per scan, with what a profile needs.
         const QStringList unmatched = log.matching(QStringLiteral("[BleBluezPlugin::onDeviceSeen]: no profile for name:"));
-        QCOMPARE(unmatched.size(), 1);
-        QCOMPARE(unmatched.first(), QStringLiteral("[BleBluezPlugin::onDeviceSeen]: no profile for name: \"Phone of Alex\" addr: ")
-                 + kStranger + QStringLiteral(" serviceUuids: 0000fe95-0000-1000-8000-00805f9b34fb"));
+        const QString expected = QStringLiteral("[BleBluezPlugin::onDeviceSeen]: no profile for name: \"Phone of Alex\"")
+            + QStringLiteral(" addr: ") + kStranger + QStringLiteral(" serviceUuids: ") + uuid;
+        QCOMPARE(unmatched, QStringList(expected));
     }
 
     void forgettingRemovesUnpairedLightsFromBlueZ()
     {
         QSignalSpy disconnected(m_ble, &BrivonQXBleInterface::sigDeviceDisconnected);
         m_ble->removeDevice(kCached);
-        QTRY_VERIFY_WITH_TIMEOUT(!m_bluez.exists(BluezStandIn::devicePath(kCached)), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_bluez.exists(kCached), 10000);
 
         // Paired with the system: the user manages it there.
         m_bluez.mock(QStringLiteral("PairDevice"), {QStringLiteral("hci0"), kHeard, 0x240404});
         LogCapture log;
         m_ble->removeDevice(kHeard);
         QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("paired with the system, kept")), 10000);
-        QVERIFY(m_bluez.exists(BluezStandIn::devicePath(kHeard)));
+        QVERIFY(m_bluez.exists(kHeard));
         QCOMPARE(disconnected.size(), 0);
     }
 
@@ -499,30 +412,30 @@ private slots:
         m_ble->connectToDevice(kUserLight);
         QTRY_VERIFY_WITH_TIMEOUT(m_bluez.calls(adapter).contains(QStringLiteral("StartDiscovery")), 10000);
         // In range again: it is connected as soon as it is heard.
-        m_bluez.mock(QStringLiteral("AddDevice"), {QStringLiteral("hci0"), kUserLight, QStringLiteral("BRV-CL60 U")});
-        QTRY_VERIFY_WITH_TIMEOUT(m_bluez.calls(BluezStandIn::devicePath(kUserLight)).contains(QStringLiteral("Connect")), 10000);
+        QVERIFY(m_bluez.addDevice(kUserLight, QStringLiteral("BRV-CL60 U")));
+        QTRY_VERIFY_WITH_TIMEOUT(m_bluez.calls(BluezStandIn::devicePath(kUserLight)).contains(QStringLiteral("Connect")),
+                                 10000);
         QCOMPARE(disconnected.size(), 0);
     }
 
     void reconnectingWaitsForTheOldLink()
     {
-        const QString path = BluezStandIn::devicePath(kUserLight);
-        m_bluez.call(path, QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("ClearCalls"));
+        m_bluez.mockObject(kUserLight, QStringLiteral("ClearCalls"));
         QVERIFY(m_ble->reconnectDevice(kUserLight));
-        QTRY_COMPARE_WITH_TIMEOUT(m_bluez.calls(path).filter(QRegularExpression(QStringLiteral("^(Dis)?[Cc]onnect$"))),
+        QTRY_COMPARE_WITH_TIMEOUT(m_bluez.calls(BluezStandIn::devicePath(kUserLight))
+                                      .filter(QRegularExpression(QStringLiteral("^(Dis)?[Cc]onnect$"))),
                                   (QStringList{QStringLiteral("Disconnect"), QStringLiteral("Connect")}), 10000);
     }
 
     // Last: it ends the event loop the way quitting the program does.
     void quittingDisconnectsEveryLight()
     {
-        const QString path = BluezStandIn::devicePath(kUserLight);
-        m_bluez.call(path, QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("ClearCalls"));
+        m_bluez.mockObject(kUserLight, QStringLiteral("ClearCalls"));
         LogCapture log(true);
         QTimer::singleShot(0, qApp, &QCoreApplication::quit);
         QCoreApplication::exec();
         // The disconnection was carried out before the loop ended, not by a late unload.
-        QCOMPARE(m_bluez.calls(path), QStringList{QStringLiteral("Disconnect")});
+        QCOMPARE(m_bluez.calls(BluezStandIn::devicePath(kUserLight)), QStringList{QStringLiteral("Disconnect")});
         QVERIFY(log.contains(QStringLiteral("[BleBluezPlugin::onAboutToQuit]: still disconnecting: 0")));
     }
 
@@ -532,24 +445,6 @@ private:
     QPluginLoader m_loader;
     BrivonQXBleInterface *m_ble = nullptr;
 };
-
-// Defined outside the class: moc cannot skip bodies that hold raw string literals.
-void TestBleBluez::nameMatching()
-{
-    QFETCH(QString, name);
-    QFETCH(int, expected);
-    BleProfiles profiles;
-    QVERIFY(profiles.parse(R"({"profiles": [
-        {"protocolType": 1, "namePrefixes": ["BRV-CL"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
-        {"protocolType": 7, "namePrefixes": ["BRV-RGBW"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
-        {"protocolType": 2, "namePrefixes": ["BRV-RGB"], "service": "FFE0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"},
-        {"protocolType": 1001, "namePrefixes": ["BRV-PRO"], "namePattern": "BP[0-9]{3}-[0-9A-F]{4}",
-         "service": "7b3a0001-4c1d-4f6e-9a52-b1e0c0d5a1f0", "writeCharacteristic": "FFE1", "notifyCharacteristic": "FFE2"}
-    ]})"));
-    QCOMPARE(profiles.profiles().size(), 4);
-    const BleProfile *profile = profiles.match(name);
-    QCOMPARE(profile ? profile->protocolType : -1, expected);
-}
 
 QTEST_GUILESS_MAIN(TestBleBluez)
 #include "tst_blebluez.moc"
