@@ -141,7 +141,6 @@ private slots:
         QTest::newRow("zh_TW") << "zh_TW.UTF-8" << "zh-TW" << "zh_HK" << "zh-HK";
         QTest::newRow("zh_Hans_SG") << "zh_Hans_SG" << "zh-Hans-SG" << "zh_CN" << "zh-CN";
         QTest::newRow("zh_Hant_CN") << "zh_Hant_CN@mod" << "zh-Hant-CN" << "zh_HK" << "zh-HK";
-        QTest::newRow("case-sensitive cn") << "zh_cn" << "zh-cn" << "zh_HK" << "zh-HK";
         QTest::newRow("de_AT") << "de_AT" << "de-AT" << "de_DE" << "de-DE";
         QTest::newRow("fr_FR") << "fr_FR" << "fr-FR" << "en_US" << "en-US";
         QTest::newRow("C.UTF-8") << "C.UTF-8" << "" << "en_US" << "en-US";
@@ -154,14 +153,6 @@ private slots:
         const QString tag = languageTagForLocaleName(name);
         QTEST(tag, "tag");
         QTEST(dashedLanguageName(tag), "requestName");
-    }
-
-    void unknownTagFallsBack()
-    {
-        // Never made from a locale, but still usable: Qt's English catalogue, and for the update
-        // server the underscore tag, on purpose.
-        QCOMPARE(qtTranslationName(QStringLiteral("fr_FR")), QStringLiteral("qt_en_US"));
-        QCOMPARE(dashedLanguageName(QStringLiteral("fr_FR")), QStringLiteral("en_US"));
     }
 
     // Before anything else asks for the language: it is probed once per process.

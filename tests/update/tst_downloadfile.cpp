@@ -48,9 +48,10 @@ private slots:
     void overHttps_data();
     void overHttps();
 
-    void unwritableFolderIsRefused()
+    // Refused at the start: a folder that can never be made (below a regular file, even for root),
+    // then a second download while one runs.
+    void refusedAtTheStart()
     {
-        // A folder below a regular file can never be created, even by root.
         const QString dir = m_home.path() + QStringLiteral("/blocker/sub");
         QVERIFY(writeFile(m_home.path() + QStringLiteral("/blocker"), "a file, not a folder"));
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression(u'^' + QRegularExpression::escape("Unable to save the file " + dir + "/setup.run: ")));
@@ -62,13 +63,8 @@ private slots:
         QCOMPARE(finished.size(), 0);
         QCOMPARE(int(download.lastFailure()), int(DownloadFile::Failure::File));
         QCOMPARE(m_server.requests().size(), requestsBefore);
-    }
 
-    // One download at a time.
-    void busyWhileRunning()
-    {
         m_server.setSlowPace(4096, 20);
-        DownloadFile download;
         QVERIFY(download.startDownload(m_server.url("/slow/setup.run"), m_dir));
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^\\[DownloadFile::startDownload\\]: busy")));
         QVERIFY(!download.startDownload(m_server.url("/files/setup.run"), m_dir));
