@@ -53,7 +53,7 @@ private slots:
     }
 
     // One session of starts: a second start hands over, a killed instance does not block the next
-    // one, a crash leaves a dump, nothing is written outside the home the program was given, and a
+    // one, each crash leaves a dump, nothing is written outside the home the program was given, and a
     // lock that cannot be made does not keep the program from starting.
     void singleInstanceKillAndCrash()
     {
@@ -105,6 +105,16 @@ private slots:
         QVERIFY(dump.contains("version: 1.0.30"));
         QVERIFY(dump.contains("signal: 11 (SIGSEGV)"));
         QVERIFY2(dump.count('\n') > 8 && dump.contains("backtrace:\n"), dump.constData());
+
+        // The other crash signals each leave a dump of their own, named after them.
+        for (const auto &[sig, name] : {std::pair<int, QByteArray>{SIGABRT, "SIGABRT"}, {SIGFPE, "SIGFPE"}}) {
+            QProcess *process = start();
+            QVERIFY(waitUntil([&] { return process->readAllStandardError().contains("System Language is"); }, 15000));
+            QVERIFY(::kill(pid_t(process->processId()), sig) == 0);
+            QVERIFY(process->waitForFinished(10000));
+            const QString last = crashFolder.entryList(QDir::Files, QDir::Name).last();
+            QVERIFY(readFile(crashFolder.filePath(last)).contains("signal: " + QByteArray::number(sig) + " (" + name + ")"));
+        }
 
         QCOMPARE(outsideNow(), before);
 

@@ -13,11 +13,9 @@
 
 #include <QDateTime>
 #include <QElapsedTimer>
-#include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
 #include <QSettings>
-#include <QStackedWidget>
 #include <QSignalSpy>
 #include <QTest>
 

@@ -10,7 +10,6 @@
 
 #include <QDateTime>
 #include <QDir>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
 #include <QSettings>

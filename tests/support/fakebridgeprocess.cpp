@@ -4,7 +4,6 @@
 #include "testcerts.h"
 
 #include <QDebug>
-#include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
 #include <QNetworkAccessManager>

@@ -21,7 +21,6 @@ public:
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
-    QStringList lines() const { return s_lines; }
     void clear() { s_lines.clear(); }
     bool contains(const QString &text) const { return !matching(text).isEmpty(); }
     QStringList matching(const QString &text) const

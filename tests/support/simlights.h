@@ -3,7 +3,6 @@
 #include "devdata.h"
 
 #include <QJsonObject>
-#include <QList>
 #include <QString>
 
 // The simulated lights plug-in as the interface tests meet it: selected before the device manager

@@ -6,24 +6,10 @@
 
 namespace {
 
-const char *const kVariables[] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME",
-                                  "XDG_RUNTIME_DIR", "TMPDIR"};
-
-QString folderFor(const QString &root, const char *variable)
-{
-    const QByteArray name(variable);
-    if (name == "HOME")
-        return root;
-    if (name == "XDG_DATA_HOME")
-        return root + QStringLiteral("/.local/share");
-    if (name == "XDG_CONFIG_HOME")
-        return root + QStringLiteral("/.config");
-    if (name == "XDG_CACHE_HOME")
-        return root + QStringLiteral("/.cache");
-    if (name == "XDG_RUNTIME_DIR")
-        return root + QStringLiteral("/runtime");
-    return root + QStringLiteral("/tmp");
-}
+// The variables a test home replaces, with each one's folder below the home.
+const std::pair<const char *, const char *> kFolders[] = {
+    {"HOME", ""}, {"XDG_DATA_HOME", "/.local/share"}, {"XDG_CONFIG_HOME", "/.config"}, {"XDG_CACHE_HOME", "/.cache"},
+    {"XDG_RUNTIME_DIR", "/runtime"}, {"TMPDIR", "/tmp"}};
 
 } // namespace
 
@@ -33,8 +19,8 @@ TestHome::TestHome()
 {
     if (!m_dir.isValid())
         return;
-    for (const char *variable : kVariables) {
-        const QString folder = folderFor(m_dir.path(), variable);
+    for (const auto &[variable, below] : kFolders) {
+        const QString folder = m_dir.path() + QLatin1String(below);
         QDir().mkpath(folder);
         QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         m_saved.append({variable, qgetenv(variable)});
@@ -51,8 +37,8 @@ TestHome::~TestHome()
 QProcessEnvironment TestHome::environment() const
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    for (const char *variable : kVariables)
-        env.insert(QString::fromLatin1(variable), folderFor(m_dir.path(), variable));
+    for (const auto &[variable, below] : kFolders)
+        env.insert(QString::fromLatin1(variable), m_dir.path() + QLatin1String(below));
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     return env;
 }

@@ -6,7 +6,6 @@
 
 #include "brivonqxbleinterface.h"
 
-#include <QStringList>
 
 class RecordingBlePlugin : public BrivonQXBleInterface
 {

@@ -7,7 +7,6 @@
 
 #include <QBluetoothLocalDevice>
 #include <QCoreApplication>
-#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
