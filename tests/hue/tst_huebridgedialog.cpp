@@ -26,15 +26,9 @@ namespace {
 const QString kLight = QStringLiteral("7b2e9d40-1c5a-4e83-b6f2-2d3e4f5a6b02"); // the fake's ambiance lamp
 const int kPairInterval = 500; // room for the link button press between two requests
 
-QSettings hueSettings()
-{
-    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
-                     QStringLiteral("com.brivon.beamcrafter.philipshue"));
-}
-
 void allowDiscovery()
 {
-    QSettings settings = hueSettings();
+    QSettings settings = programSettings("philipshue");
     settings.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime().addSecs(-61));
 }
 
@@ -85,9 +79,10 @@ private slots:
         dialog.setRetryInterval(kPairInterval);
         QVERIFY(discover(dialog));
         list(dialog)->item(0)->setSelected(true);
+        // Started before the press: the pace is measured from no later than the press itself.
         QElapsedTimer clock;
-        QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_pair")), Qt::LeftButton);
         clock.start();
+        QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_pair")), Qt::LeftButton);
         QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
         auto *blink = dialog.findChild<PairLabel *>(QStringLiteral("label_pair_gif"));
         QVERIFY(blink->isBlinking());
@@ -100,7 +95,7 @@ private slots:
         QCOMPARE(pairingRequests(), 12);
         QVERIFY(!blink->isBlinking());
         QCOMPARE(list(dialog)->count(), 1); // still there to try again
-        QVERIFY(!hueSettings().contains(bridgeKey()));
+        QVERIFY(!programSettings("philipshue").contains(bridgeKey()));
 
         // "重试" starts over with twelve requests at the same pace; the button is pressed after the eleventh,
         // and another bridge is selected while it pairs.
@@ -108,8 +103,8 @@ private slots:
         other.id = QStringLiteral("001788fffe000009");
         other.ip = QStringLiteral("192.0.2.9");
         dialog.onDiscoverBridge({other});
-        QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_retry")), Qt::LeftButton);
         clock.restart();
+        QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("pushButton_retry")), Qt::LeftButton);
         QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
         QCOMPARE(dialog.remainingAttempts(), 12);
         QVERIFY(m_fake.waitForRequests(23, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
@@ -121,7 +116,7 @@ private slots:
         QCOMPARE(pairingRequests(), 24);
         QVERIFY(!blink->isBlinking());
         QCOMPARE(dialog.remainingAttempts(), 0);
-        QVERIFY(hueSettings().contains(bridgeKey()));
+        QVERIFY(programSettings("philipshue").contains(bridgeKey()));
         // The paired bridge leaves the list and is not offered again.
         QCOMPARE(list(dialog)->count(), 1);
         QCOMPARE(list(dialog)->item(0)->text(), other.id);
@@ -167,7 +162,7 @@ private slots:
         dialog.onPairBridge();
         QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::PairedPage; }, 10000));
         QCOMPARE(list(dialog)->count(), 0);
-        const QString key = hueSettings().value(bridgeKey()).toString();
+        const QString key = programSettings("philipshue").value(bridgeKey()).toString();
         QVERIFY2(key.endsWith(QLatin1Char('/')) && key.size() == 41, qPrintable(key));
         // The pairing is followed by that one lamp's state, not by the bridge's whole light list.
         const QString lampPath = QStringLiteral("/clip/v2/resource/light/") + kLight;
