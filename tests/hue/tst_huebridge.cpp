@@ -13,10 +13,20 @@
 
 namespace {
 
-QSettings hueSettings()
+// A Hue lamp put in the store as a light the bridge reports.
+DevData storedLamp(DevDataMgr &store, const QString &addr, bool on, int linkState)
 {
-    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
-                     QStringLiteral("com.brivon.beamcrafter.philipshue"));
+    DevData dev;
+    dev.addr = addr;
+    dev.protocol = 2001;
+    dev.brightness = 80;
+    dev.temperature = 366;
+    dev.colorLight = QStringLiteral("#ffffff");
+    store.addDev(dev);
+    dev.switchState = on;
+    dev.linkState = quint8(linkState);
+    store.updateDev(dev);
+    return dev;
 }
 
 } // namespace
@@ -36,7 +46,7 @@ private slots:
 
     void init()
     {
-        QSettings settings = hueSettings();
+        QSettings settings = programSettings("philipshue");
         settings.clear();
     }
 
@@ -108,7 +118,7 @@ private slots:
     void storedBridgesSkipMalformedEntries()
     {
         {
-            QSettings settings = hueSettings();
+            QSettings settings = programSettings("philipshue");
             settings.setValue(QStringLiteral("bridge/10.0.0.1/abc"), QStringLiteral("user1/key1"));
             settings.setValue(QStringLiteral("bridge/10.0.0.2:8443/def"), QStringLiteral("user2/"));
             settings.setValue(QStringLiteral("bridge/10.0.0.3"), QStringLiteral("user3/key3"));
@@ -145,14 +155,7 @@ private slots:
         QFETCH(QString, operation);
         QFETCH(bool, powered);
         auto store = std::make_shared<DevDataMgr>();
-        DevData dev;
-        dev.addr = QStringLiteral("10.9.9.9/unpaired/light-1");
-        dev.protocol = 2001;
-        dev.brightness = 80;
-        dev.temperature = 366;
-        dev.colorLight = QStringLiteral("#ffffff");
-        dev.switchState = powered;
-        store->addDev(dev);
+        const DevData dev = storedLamp(*store, QStringLiteral("10.9.9.9/unpaired/light-1"), powered, 0);
         HueDeviceMgr mgr(store);
         QSignalSpy updates(store.get(), &DevDataMgr::onUpdateDev);
 
@@ -169,6 +172,22 @@ private slots:
         QTEST(stored->brightness, "brightness");
         QTEST(stored->temperature, "temperature");
         QTEST(stored->colorLight, "color");
+    }
+
+    // A bridge that stops answering takes its own lamps offline, not those of another bridge, even
+    // one at the same address.
+    void outageTakesOnlyTheBridgesLampsOffline()
+    {
+        auto store = std::make_shared<DevDataMgr>();
+        const QStringList lamps{"10.9.9.1/bridge-a/l1", "10.9.9.2/bridge-b/l2", "10.9.9.1/bridge-b/l3"};
+        for (const QString &addr : lamps)
+            storedLamp(*store, addr, true, 1);
+        HueDeviceMgr mgr(store);
+        mgr.onBridgeOnline(Bridge{QStringLiteral("bridge-a"), QStringLiteral("10.9.9.1"), {}, {}, {}}, false);
+        QList<int> links;
+        for (const QString &addr : lamps)
+            links << store->findDev(addr)->linkState;
+        QCOMPARE(links, (QList<int>{0, 1, 1}));
     }
 
     void addressesThatAreNotHueAreIgnored()

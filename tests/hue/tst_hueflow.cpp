@@ -28,15 +28,9 @@ const QString kAmbianceLight = QStringLiteral("7b2e9d40-1c5a-4e83-b6f2-2d3e4f5a6
 const QString kDimmableLight = QStringLiteral("c91d0f6a-8e2b-47d1-a5c3-3e4f5a6b7c03");
 const QString kLightPath = QStringLiteral("/clip/v2/resource/light");
 
-QSettings hueSettings()
-{
-    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
-                     QStringLiteral("com.brivon.beamcrafter.philipshue"));
-}
-
 void setDiscoveryStamp(const QDateTime &when)
 {
-    QSettings settings = hueSettings();
+    QSettings settings = programSettings("philipshue");
     settings.setValue(QStringLiteral("discover/datatime"), when);
 }
 
@@ -90,7 +84,7 @@ private slots:
 
     void init()
     {
-        QSettings settings = hueSettings();
+        QSettings settings = programSettings("philipshue");
         settings.clear();
         m_log->clear();
         // A fresh loopback address per case, so no case meets a socket left over from another.
@@ -117,7 +111,7 @@ private slots:
 
         QVERIFY(startFake());
         if (discovery)
-            hueSettings().setValue(QStringLiteral("bridge/10.0.0.9/paired1"), QStringLiteral("user/key"));
+            programSettings("philipshue").setValue(QStringLiteral("bridge/10.0.0.9/paired1"), QStringLiteral("user/key"));
         else
             seedPairedBridge(m_address);
         const QString contentType = status == 429 ? QStringLiteral("text/html") : QStringLiteral("application/json");
@@ -197,7 +191,8 @@ private slots:
             nextRun.discoverBridges();
             QVERIFY(waitUntil([&]() { return again.size() == 1; }, 15000));
             QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 2);
-            QVERIFY(hueSettings().value(QStringLiteral("discover/datatime")).toDateTime() > rewound.addSecs(30));
+            const QDateTime stamp = programSettings("philipshue").value(QStringLiteral("discover/datatime")).toDateTime();
+            QVERIFY(stamp > rewound.addSecs(30));
         }
 
         // Pair: refused until the link button is down, so retried as the dialog does.
@@ -220,7 +215,7 @@ private slots:
         QVERIFY(waitUntil([&]() { return discovered.size() == 3; }, 15000));
         QCOMPARE(registered.size(), 1);
         QCOMPARE(registered.first().first().toBool(), true);
-        const QStringList stored = hueSettings().value(bridgeKey()).toString().split(QLatin1Char('/'));
+        const QStringList stored = programSettings("philipshue").value(bridgeKey()).toString().split(QLatin1Char('/'));
         QCOMPARE(QList<qsizetype>({stored.size(), stored.at(0).size(), stored.value(1).size()}),
                  QList<qsizetype>({2, 40, 32}));
         const QJsonObject listRequest = m_fake.requests(QStringLiteral("GET"), kLightPath).first();
@@ -402,8 +397,9 @@ private slots:
         QCOMPARE(store->devices().size(), 2);
         QCOMPARE(store->groups().value(group).devs, QStringList({address(kAmbianceLight), address(kColorLight)}));
         QCOMPARE(store->findDev(address(kColorLight))->name, QStringLiteral("stored"));
-        QVERIFY(hueSettings().contains(bridgeKey()));
-        QVERIFY(!hueSettings().contains(QStringLiteral("bridge/") + oldAddress + QLatin1Char('/') + kBridgeId));
+        QVERIFY(programSettings("philipshue").contains(bridgeKey()));
+        const QString oldKey = QStringLiteral("bridge/") + oldAddress + QLatin1Char('/') + kBridgeId;
+        QVERIFY(!programSettings("philipshue").contains(oldKey));
         // Found at its new address through mDNS, without asking the discovery service.
         QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 0);
         // And so does the next run.
@@ -494,7 +490,7 @@ private:
     // Marks the fake bridge as paired in the settings, with a key the fake accepts.
     void seedPairedBridge(const QString &address, bool pinned = true)
     {
-        QSettings settings = hueSettings();
+        QSettings settings = programSettings("philipshue");
         settings.setValue(QStringLiteral("bridge/") + address + QLatin1Char('/') + kBridgeId,
                           kAppKey + QStringLiteral("/clientkey"));
         if (pinned)

@@ -15,12 +15,6 @@
 
 namespace {
 
-QSettings serverSettings()
-{
-    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
-                     QStringLiteral("com.brivon.beamcrafter.pluginserver"));
-}
-
 QByteArray upgradeRequest(const QByteArray &host, const QList<QByteArray> &extraHeaders = {})
 {
     QByteArray request = "GET / HTTP/1.1\r\nHost: " + host
@@ -77,7 +71,7 @@ private:
 void TestWebSocketServer::servesLoopbackClientsUntilItEnds()
 {
     auto server = std::make_unique<WebSocketServer>();
-    QCOMPARE(serverSettings().value(QStringLiteral("server/port")).toInt(), int(server->port()));
+    QCOMPARE(programSettings("pluginserver").value(QStringLiteral("server/port")).toInt(), int(server->port()));
     QTcpSocket other;
     other.connectToHost(QStringLiteral("127.0.0.2"), server->port());
     QVERIFY(!other.waitForConnected(1000));
@@ -138,8 +132,8 @@ void TestWebSocketServer::servesLoopbackClientsUntilItEnds()
     QCOMPARE(first->state(), QAbstractSocket::ConnectedState);
 
     server.reset();
-    QVERIFY(!serverSettings().contains(QStringLiteral("server/port")));
-    QVERIFY(!serverSettings().contains(QStringLiteral("server/address")));
+    QVERIFY(!programSettings("pluginserver").contains(QStringLiteral("server/port")));
+    QVERIFY(!programSettings("pluginserver").contains(QStringLiteral("server/address")));
 }
 
 void TestWebSocketServer::handshakePolicy_data()

@@ -55,3 +55,11 @@ QByteArray readFile(const QString &path)
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
+
+QSettings programSettings(const char *part)
+{
+    QString name = QStringLiteral("com.brivon.beamcrafter");
+    if (part)
+        name += QLatin1Char('.') + QLatin1String(part);
+    return QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"), name);
+}

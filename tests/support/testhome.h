@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QProcessEnvironment>
+#include <QSettings>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -32,3 +33,6 @@ private:
 // Writes bytes to a file, creating its folder. Returns false on any failure.
 bool writeFile(const QString &path, const QByteArray &bytes);
 QByteArray readFile(const QString &path);
+
+// The settings the program keeps as "com.brivon.beamcrafter", or as "com.brivon.beamcrafter.<part>".
+QSettings programSettings(const char *part = nullptr);

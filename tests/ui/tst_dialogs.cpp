@@ -36,8 +36,7 @@ private slots:
 
     void init()
     {
-        QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
-                QStringLiteral("com.brivon.beamcrafter")).clear();
+        programSettings().clear();
     }
 
     void deleteConfirmation_data()
@@ -83,8 +82,7 @@ private slots:
         QTEST(askToDeleteDevice(), "askDeviceAfter");
         QTEST(askToDeleteGroup(), "askGroupAfter");
         // It must outlive the program: the answer is in the user's settings file.
-        QSettings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
-                QStringLiteral("com.brivon.beamcrafter")).sync();
+        programSettings().sync();
         const QByteArray stored = readFile(m_home->path() + QStringLiteral("/.config/brivon/com.brivon.beamcrafter.conf"));
         QCOMPARE(stored.contains("ask_to_delete_device=false") || stored.contains("ask_to_delete_group=false"),
                 deletions && !key.isEmpty());

@@ -55,8 +55,7 @@ private slots:
         m_home = std::make_unique<TestHome>();
         SimLights::select(kLights, false);
         // Keep the Hue side of every scan off the network: discovery is refused for years.
-        QSettings hue(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("brivon"),
-                QStringLiteral("com.brivon.beamcrafter.philipshue"));
+        QSettings hue = programSettings("philipshue");
         hue.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime().addYears(50));
         hue.sync();
         QCOMPARE(mgr()->deviceCount(), 0);
