@@ -91,7 +91,8 @@ private slots:
         QVERIFY(m_fake.waitForRequests(12, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
         QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
         QVERIFY(waitUntil([&]() { return dialog.currentPage() == HueBridgeDialog::FailedPage; }, 5000));
-        QVERIFY2(clock.elapsed() >= 13 * kPairInterval - 100, qPrintable(QString::number(clock.elapsed())));
+        // Qt's coarse timers may fire up to 5 % early, each time.
+        QVERIFY2(clock.elapsed() >= 13 * kPairInterval * 95 / 100, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(pairingRequests(), 12);
         QVERIFY(!blink->isBlinking());
         QCOMPARE(list(dialog)->count(), 1); // still there to try again
@@ -108,7 +109,7 @@ private slots:
         QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
         QCOMPARE(dialog.remainingAttempts(), 12);
         QVERIFY(m_fake.waitForRequests(23, QStringLiteral("POST"), QStringLiteral("/api"), 20000));
-        QVERIFY2(clock.elapsed() >= 11 * kPairInterval - 100, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() >= 11 * kPairInterval * 95 / 100, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(dialog.currentPage(), int(HueBridgeDialog::PairingPage));
         list(dialog)->item(1)->setSelected(true);
         QVERIFY(m_fake.control(m_address, QStringLiteral("linkbutton")));
