@@ -371,7 +371,8 @@ private slots:
         QVERIFY(m_fake.control(m_address, QStringLiteral("outage"), {{"on", true}}));
         mgr.setBrightness(address(kColorLight), 20);
         QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 0; }, 30000));
-        QVERIFY(networkErrorLogged());
+        // The event stream may notice first; the request's own time-out follows.
+        QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 30000));
         QVERIFY(!mgr.hueBridge()->isOnline(m_address, kBridgeId));
         // Back: the next request goes through and the card with it.
         QVERIFY(m_fake.control(m_address, QStringLiteral("outage"), {{"on", false}}));
