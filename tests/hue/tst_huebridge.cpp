@@ -3,6 +3,8 @@
 #include "devdatamgr.h"
 #include "huebridge.h"
 #include "huedevicemgr.h"
+#include "huemdns.h"
+#include "mdnsresponder.h"
 #include "testhome.h"
 
 #include <QSettings>
@@ -46,8 +48,7 @@ private slots:
 
     void init()
     {
-        QSettings settings = programSettings("philipshue");
-        settings.clear();
+        programSettings("philipshue").clear();
     }
 
     void kelvinToMirek_data()
@@ -113,6 +114,16 @@ private slots:
         QVERIFY2(qAbs(xy[0] - x) < 1e-4, qPrintable(QString::number(xy[0])));
         QVERIFY2(qAbs(xy[1] - y) < 1e-4, qPrintable(QString::number(xy[1])));
         QTEST(HueDeviceMgr::xyToColorName(x, y), "back");
+    }
+
+    // Some responders leave out the PTR record and answer with the bridge's own records only.
+    void mdnsAnswerWithoutPointer()
+    {
+        const QByteArray answer = MdnsResponder::answer(7, QStringLiteral("ecb5fafffe1a2b3c"),
+                                                        QHostAddress(QStringLiteral("192.168.1.20")), 8443, false);
+        const QList<Bridge> bridges = HueMdns::parseResponse(answer, QHostAddress(QStringLiteral("10.0.0.7")));
+        QCOMPARE(bridges.size(), 1);
+        QCOMPARE(bridges.first().id + QLatin1Char(' ') + bridges.first().ip, QStringLiteral("ecb5fafffe1a2b3c 192.168.1.20:8443"));
     }
 
     void storedBridgesSkipMalformedEntries()

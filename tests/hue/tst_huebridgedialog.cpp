@@ -11,11 +11,9 @@
 #include "simlights.h"
 #include "testhome.h"
 
-#include <QDateTime>
 #include <QElapsedTimer>
 #include <QListWidget>
 #include <QPushButton>
-#include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -25,12 +23,6 @@ namespace {
 
 const QString kLight = QStringLiteral("7b2e9d40-1c5a-4e83-b6f2-2d3e4f5a6b02"); // the fake's ambiance lamp
 const int kPairInterval = 500; // room for the link button press between two requests
-
-void allowDiscovery()
-{
-    QSettings settings = programSettings("philipshue");
-    settings.setValue(QStringLiteral("discover/datatime"), QDateTime::currentDateTime().addSecs(-61));
-}
 
 } // namespace
 
@@ -64,7 +56,7 @@ private slots:
         }
         QVERIFY(m_fake.isRunning());
         qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("http://%1/discovery").arg(m_address).toUtf8());
-        allowDiscovery();
+        FakeBridgeProcess::setDiscoveryStamp();
     }
 
     void cleanup()
@@ -121,7 +113,7 @@ private slots:
         // The paired bridge leaves the list and is not offered again.
         QCOMPARE(list(dialog)->count(), 1);
         QCOMPARE(list(dialog)->item(0)->text(), other.id);
-        allowDiscovery();
+        FakeBridgeProcess::setDiscoveryStamp();
         dialog.discoverBridges();
         QVERIFY(m_fake.waitForRequests(2, QStringLiteral("GET"), QStringLiteral("/discovery")));
         QTest::qWait(3 * kPairInterval);
@@ -195,7 +187,7 @@ private slots:
     void scanWindowOpensThePairingDialog()
     {
         // A scan's own discovery finds the bridge but does not open the dialog by itself.
-        allowDiscovery();
+        FakeBridgeProcess::setDiscoveryStamp();
         ScanWidget scan;
         scan.move(100, 80);
         scan.show();
@@ -204,7 +196,7 @@ private slots:
         QVERIFY(!dialog->isVisible());
 
         // The Hue button does, beside the scan window; the bridge reported again is listed once.
-        allowDiscovery();
+        FakeBridgeProcess::setDiscoveryStamp();
         QTest::mouseClick(scan.hueButton(), Qt::LeftButton);
         QVERIFY(dialog->isVisible());
         QCOMPARE(dialog->x(), scan.x() + scan.width());

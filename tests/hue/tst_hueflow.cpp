@@ -9,7 +9,6 @@
 #include "testhome.h"
 
 #include <QDateTime>
-#include <QDir>
 #include <QJsonDocument>
 #include <QRegularExpression>
 #include <QSettings>
@@ -27,12 +26,6 @@ const QString kColorLight = QStringLiteral("3f4ac1e2-6b0d-4f57-9a3e-1c2d3e4f5a01
 const QString kAmbianceLight = QStringLiteral("7b2e9d40-1c5a-4e83-b6f2-2d3e4f5a6b02");
 const QString kDimmableLight = QStringLiteral("c91d0f6a-8e2b-47d1-a5c3-3e4f5a6b7c03");
 const QString kLightPath = QStringLiteral("/clip/v2/resource/light");
-
-void setDiscoveryStamp(const QDateTime &when)
-{
-    QSettings settings = programSettings("philipshue");
-    settings.setValue(QStringLiteral("discover/datatime"), when);
-}
 
 QByteArray indented(const QByteArray &json)
 {
@@ -67,8 +60,6 @@ private slots:
         m_pin = FakeBridgeProcess::publicKeyPin(m_home->path());
         QVERIFY(m_pin.size() > 50);
         // A test root in place of the Hue root, for the bridges whose certificate chains to it.
-        for (const QString &folder : {QStringLiteral("/other"), QStringLiteral("/chain"), QStringLiteral("/chain-other")})
-            QVERIFY(QDir().mkpath(m_home->path() + folder));
         QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path() + QStringLiteral("/chain"), m_home->path(), kBridgeId));
         QVERIFY(FakeBridgeProcess::makeCertificate(m_home->path() + QStringLiteral("/chain-other"), m_home->path(),
                                                    QStringLiteral("ecb5fafffe999999")));
@@ -84,11 +75,10 @@ private slots:
 
     void init()
     {
-        QSettings settings = programSettings("philipshue");
-        settings.clear();
+        programSettings("philipshue").clear();
         m_log->clear();
         // A fresh loopback address per case, so no case meets a socket left over from another.
-        m_address = nextAddress();
+        m_address = ownLoopbackAddress(m_nextHost++);
         qputenv("BRIVON_HUE_DISCOVERY_URL", QStringLiteral("http://%1/discovery").arg(m_address).toUtf8());
     }
 
@@ -142,7 +132,7 @@ private slots:
             bridge.getAllLights();
         QVERIFY(waitUntil([&]() {
             if (discovery && found.isEmpty()) {
-                setDiscoveryStamp(QDateTime::currentDateTime().addSecs(-61));
+                FakeBridgeProcess::setDiscoveryStamp();
                 bridge.discoverBridges();
             }
             return found.size() + lights.size() > 0;
@@ -187,7 +177,7 @@ private slots:
             nextRun.discoverBridges();
             QCOMPARE(again.size(), 0);
             const QDateTime rewound = QDateTime::currentDateTime().addSecs(-61);
-            setDiscoveryStamp(rewound);
+            FakeBridgeProcess::setDiscoveryStamp(rewound);
             nextRun.discoverBridges();
             QVERIFY(waitUntil([&]() { return again.size() == 1; }, 15000));
             QCOMPARE(m_fake.requests(QStringLiteral("GET"), QStringLiteral("/discovery")).size(), 2);
@@ -305,7 +295,7 @@ private slots:
         QVERIFY(startFake({QStringLiteral("--lights"),
                            QStringLiteral(BRIVON_SOURCE_DIR "/tests/hue/data/hue-bridge-lights.json")}));
         seedPairedBridge(m_address);
-        setDiscoveryStamp(QDateTime::currentDateTime());
+        FakeBridgeProcess::setDiscoveryStamp(QDateTime::currentDateTime());
         auto store = std::make_shared<DevDataMgr>();
         HueDeviceMgr mgr(store);
         QSignalSpy discovered(&mgr, &BaseDevice::sigDeviceDiscovered);
@@ -366,6 +356,7 @@ private slots:
         HueDeviceMgr mgr(store);
         mgr.refreshDevices();
         QVERIFY(waitUntil([&]() { return store->findDev(address(kColorLight))->linkState == 1; }, 15000));
+        QVERIFY(waitUntil([&]() { return lightReads() == 2; }, 15000)); // both answered before the outage
 
         // Switched off without closing anything: the request times out and the card shows it.
         QVERIFY(m_fake.control(m_address, QStringLiteral("outage"), {{"on", true}}));
@@ -374,6 +365,10 @@ private slots:
         // The event stream may notice first; the request's own time-out follows.
         QVERIFY(waitUntil([this] { return networkErrorLogged(); }, 30000));
         QVERIFY(!mgr.hueBridge()->isOnline(m_address, kBridgeId));
+        // Then one request at a time asks whether it is back: the lamp's read-back holds the only place.
+        mgr.setBrightness(address(kAmbianceLight), 25);
+        QTest::qWait(1000);
+        QVERIFY(putBodies(kAmbianceLight).isEmpty());
         // Back: the next request goes through and the card with it.
         QVERIFY(m_fake.control(m_address, QStringLiteral("outage"), {{"on", false}}));
         mgr.setBrightness(address(kColorLight), 30);
@@ -387,7 +382,7 @@ private slots:
 
         // Moved to another address: found there, lamps, groups and names kept.
         const QString oldAddress = m_address;
-        m_address = nextAddress();
+        m_address = ownLoopbackAddress(m_nextHost++);
         QVERIFY(m_fake.control(oldAddress, QStringLiteral("move"), {{"address", m_address}}));
         mgr.powerOn(oldAddress + QLatin1Char('/') + kBridgeId + QLatin1Char('/') + kColorLight);
         QVERIFY(waitUntil([&]() {
@@ -497,8 +492,6 @@ private:
         if (pinned)
             settings.setValue(QStringLiteral("certificate/") + kBridgeId, m_pin);
     }
-
-    QString nextAddress() { return ownLoopbackAddress(m_nextHost++); }
 
     QString bridgeKey() const { return QStringLiteral("bridge/") + m_address + QLatin1Char('/') + kBridgeId; }
 

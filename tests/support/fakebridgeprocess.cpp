@@ -2,8 +2,10 @@
 
 #include "processutil.h"
 #include "testcerts.h"
+#include "testhome.h"
 
 #include <QDebug>
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
@@ -33,12 +35,18 @@ bool run(const QString &program, const QStringList &arguments, QByteArray *outpu
 
 } // namespace
 
+void FakeBridgeProcess::setDiscoveryStamp(const QDateTime &when)
+{
+    programSettings("philipshue").setValue(QStringLiteral("discover/datatime"), when);
+}
+
 bool FakeBridgeProcess::makeCertificate(const QString &folder, const QString &rootFolder, const QString &commonName)
 {
     const QString cert = folder + QStringLiteral("/cert.pem");
     const QString key = folder + QStringLiteral("/key.pem");
     if (QFile::exists(cert) && QFile::exists(key))
         return true;
+    QDir().mkpath(folder);
     const QStringList newKey{QStringLiteral("-newkey"), QStringLiteral("rsa:2048"), QStringLiteral("-nodes"),
                              QStringLiteral("-days"), QStringLiteral("2")};
     if (rootFolder.isEmpty())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QJsonObject>
 #include <QList>
 #include <QProcess>
@@ -17,6 +18,8 @@ public:
     // with `rootFolder`, issued to `commonName` by the test root there (TestCerts, made on first use).
     static bool makeCertificate(const QString &folder, const QString &rootFolder = {},
                                 const QString &commonName = QStringLiteral("fakehuebridge"));
+    // Stamps the program's last bridge discovery: a minute back (the default) lets the next one ask the service.
+    static void setDiscoveryStamp(const QDateTime &when = QDateTime::currentDateTime().addSecs(-61));
     // The pin of the public key of `folder`'s certificate ("sha256/<base64>"), as openssl reckons it.
     static QString publicKeyPin(const QString &folder);
 

@@ -87,19 +87,21 @@ void MdnsResponder::setBridge(const QString &id, const QHostAddress &address, qu
     m_port = port;
 }
 
-QByteArray MdnsResponder::answer(quint16 queryId) const
+QByteArray MdnsResponder::answer(quint16 queryId, const QString &id, const QHostAddress &address, quint16 port,
+                                 bool pointer)
 {
     const QString service = QStringLiteral("_hue._tcp.local");
-    const QString instance = QStringLiteral("Hue Bridge - %1.").arg(m_id.right(6).toUpper()) + service;
-    const QString host = m_id + QStringLiteral(".local");
+    const QString instance = QStringLiteral("Hue Bridge - %1.").arg(id.right(6).toUpper()) + service;
+    const QString host = id + QStringLiteral(".local");
     QByteArray txt;
-    for (const QByteArray &entry : {QByteArray("bridgeid=") + m_id.toLatin1(), QByteArray("modelid=BSB002")})
+    for (const QByteArray &entry : {QByteArray("bridgeid=") + id.toLatin1(), QByteArray("modelid=BSB002")})
         txt += char(entry.size()) + entry;
     QByteArray a(4, '\0');
-    qToBigEndian<quint32>(m_address.toIPv4Address(), a.data());
-    QByteArray packet = u16(queryId) + u16(0x8400) + u16(0) + u16(1) + u16(0) + u16(3);
-    packet += record(service, 12, encodeName(instance));
-    packet += record(instance, 33, u16(0) + u16(0) + u16(m_port) + encodeName(host));
+    qToBigEndian<quint32>(address.toIPv4Address(), a.data());
+    QByteArray packet = u16(queryId) + u16(0x8400) + u16(0) + u16(pointer ? 1 : 3) + u16(0) + u16(pointer ? 3 : 1);
+    if (pointer)
+        packet += record(service, 12, encodeName(instance));
+    packet += record(instance, 33, u16(0) + u16(0) + u16(port) + encodeName(host));
     packet += record(instance, 16, txt);
     packet += record(host, 1, a);
     return packet;
@@ -116,8 +118,9 @@ void MdnsResponder::onReadyRead()
             continue;
         const quint16 id = qFromBigEndian<quint16>(packet.constData());
         if (query.senderPort() == 5353 && !m_group.isNull())
-            m_socket->writeDatagram(answer(0), m_group, 5353);
+            m_socket->writeDatagram(answer(0, m_id, m_address, m_port), m_group, 5353);
         else
-            m_socket->writeDatagram(answer(id), query.senderAddress(), quint16(query.senderPort()));
+            m_socket->writeDatagram(answer(id, m_id, m_address, m_port), query.senderAddress(),
+                                    quint16(query.senderPort()));
     }
 }

@@ -23,9 +23,13 @@ public:
     // What the answers say: the bridge's id, its IPv4 address and its HTTPS port.
     void setBridge(const QString &id, const QHostAddress &address, quint16 port);
 
+    // The answer to question `queryId` about bridge `id`. Without `pointer` it carries the instance's
+    // own records only (SRV, TXT, A), as some responders send them.
+    static QByteArray answer(quint16 queryId, const QString &id, const QHostAddress &address, quint16 port,
+                             bool pointer = true);
+
 private:
     void onReadyRead();
-    QByteArray answer(quint16 queryId) const;
 
     QUdpSocket *m_socket;
     QHostAddress m_group;
