@@ -123,7 +123,8 @@ private slots:
                                                         QHostAddress(QStringLiteral("192.168.1.20")), 8443, false);
         const QList<Bridge> bridges = HueMdns::parseResponse(answer, QHostAddress(QStringLiteral("10.0.0.7")));
         QCOMPARE(bridges.size(), 1);
-        QCOMPARE(bridges.first().id + QLatin1Char(' ') + bridges.first().ip, QStringLiteral("ecb5fafffe1a2b3c 192.168.1.20:8443"));
+        QCOMPARE(bridges.first().id + QLatin1Char(' ') + bridges.first().ip,
+                 QStringLiteral("ecb5fafffe1a2b3c 192.168.1.20:8443"));
     }
 
     void storedBridgesSkipMalformedEntries()
